@@ -215,15 +215,13 @@ typedef struct qlt_thread_table {
 
 /* Context. */
 int32_t cs_ctx_global(int32_t version, CS_CONTEXT **context);
-int32_t cs_config(CS_CONTEXT *context, int32_t action, int32_t property, void *buffer, int32_t length,
-                  int32_t *outlen);
+int32_t cs_config(CS_CONTEXT *context, int32_t action, int32_t property, void *buffer, int32_t length, int32_t *outlen);
 int32_t cs_diag(CS_CONTEXT *context, int32_t operation, int32_t type, int32_t index, void *buffer);
 int32_t cs_dt_info(CS_CONTEXT *context, int32_t action, void *locale, int32_t code, int32_t item, void *buffer,
                    int32_t length, int32_t *outlen);
 int32_t cs_objects(CS_CONTEXT *context, int32_t action, QLT_OBJECT_NAME *name, QLT_OBJECT_DATA *data);
 int32_t ct_init(CS_CONTEXT *context, int32_t version);
-int32_t ct_config(CS_CONTEXT *context, int32_t action, int32_t property, void *buffer, int32_t length,
-                  int32_t *outlen);
+int32_t ct_config(CS_CONTEXT *context, int32_t action, int32_t property, void *buffer, int32_t length, int32_t *outlen);
 
 /* Connections. */
 int32_t ct_con_alloc(CS_CONTEXT *context, QLT_CONNECTION **connection);

@@ -13,11 +13,11 @@
 extern "C" {
 #endif
 
-#define XIDDATASIZE 128  /* bytes of XID data */
-#define MAXGTRIDSIZE 64  /* most bytes of a global transaction identifier */
-#define MAXBQUALSIZE 64  /* most bytes of a branch qualifier */
-#define RMNAMESZ 32      /* bytes of a resource manager's name, the terminating zero included */
-#define MAXINFOSIZE 256  /* bytes of an open or close string, the terminating zero included */
+#define XIDDATASIZE 128 /* bytes of XID data */
+#define MAXGTRIDSIZE 64 /* most bytes of a global transaction identifier */
+#define MAXBQUALSIZE 64 /* most bytes of a branch qualifier */
+#define RMNAMESZ 32     /* bytes of a resource manager's name, the terminating zero included */
+#define MAXINFOSIZE 256 /* bytes of an open or close string, the terminating zero included */
 
 /*
  * A transaction branch identifier. formatID -1 marks a null XID. data holds the gtrid_length bytes (1 to 64) of the

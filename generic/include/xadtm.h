@@ -91,7 +91,8 @@ int32_t xalog_open_file(const char *path);
 int32_t xalog_init(const char *open_string, const char *default_path);
 void xal_display_nolog(const char *text);
 
-/* Entry lines of the XA calls; the text is the calling thread's and is valid until its next call of any of the three. */
+/* Entry lines of the XA calls; the text is the calling thread's and is valid until its next call of any of the three.
+ */
 const char *xalog_entr_dft(int32_t rmid, int32_t flags, const XID *xid);
 const char *xalog_entr_recover(int32_t rmid, int32_t flags, int32_t count);
 const char *xalog_entr_info(int32_t rmid, int32_t flags, const char *info);

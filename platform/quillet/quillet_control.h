@@ -50,7 +50,9 @@ void qlt_queue_server_message(const QLT_SERVER_MESSAGE *message);
 /*
  * What application code would have done on a connection: announces an open cursor or a prepared statement in the
  * object registry under the LRM's name and the calling thread's identity (pass its bytes and length). A cursor with a
- * statement's name gets the 152 bytes of data that tie it to that statement.
+ * statement's name gets the 152 bytes of data that tie it to that statement, and the statement is announced too unless
+ * it was before. Give a null name for what is not to be announced. The mapping entries come along. Returns CS_SUCCEED,
+ * or CS_FAIL when the connection is not open, a name is too long or the cursor is there already.
  */
 int32_t qlt_announce_cursor(QLT_CONNECTION *connection, const char *lrm, const char *cursor, const char *statement,
                             const void *thread, int32_t threadlen);

@@ -55,23 +55,28 @@ int32_t zdb_session_count(const char *server);
 
 /*
  * Scripted replies: the next matching requests of any session are answered as told instead of by the rule book. A
- * script has a procedure name ("$commitTrvDtmXact", "sp_transactions", "language" for language commands, or "*" for
- * any request), how many matching requests pass untouched first, and how many are then changed.
+ * script has a procedure name ("$commitTrvDtmXact", "sp_transactions", "language" for language commands, "cursor" or
+ * "statement" for requests on those, or "*" for any request), how many matching requests pass untouched first, and how
+ * many are then changed.
+ *
+ * Scripts of different kinds that are due change the same reply together. Of two scripts of one kind the first one that
+ * was added changes its requests before the other has its turn, except that extra rows and fetch codes add up. Of the
+ * kinds that replace the work, ZDB_REPLY_DROP_BEFORE wins over ZDB_REPLY_CMD_FAIL and that over ZDB_REPLY_STATUS.
  */
 typedef enum zdb_reply_kind {
-  ZDB_REPLY_STATUS,           /* answer the status `value`, without doing the work */
-  ZDB_REPLY_RPCERROR,         /* answer "@$rpcerror" = value with the status the rule book gives, work done */
-  ZDB_REPLY_XACTSTATUS,       /* do the work, add "@xactstatus" = value */
-  ZDB_REPLY_TWO_STATUSES,     /* do the work, answer its status and then the status `value` */
-  ZDB_REPLY_ROW,              /* do the work, put a one-row integer result with `value` before the status */
-  ZDB_REPLY_CMD_FAIL,         /* do nothing, answer CS_CMD_FAIL and CS_CMD_DONE */
-  ZDB_REPLY_NO_STATUS,        /* do the work, leave the status out */
-  ZDB_REPLY_DROP_BEFORE,      /* break the session off before the work is done */
-  ZDB_REPLY_DROP_AFTER,       /* break the session off after the work is done, before the reply */
-  ZDB_REPLY_SCAN_STATUS,      /* sp_transactions: rows as usual, then the status `value` */
-  ZDB_REPLY_SCAN_NO_STATUS,   /* sp_transactions: rows as usual, no status */
-  ZDB_REPLY_SCAN_EXTRA_ROW,   /* sp_transactions: `text` as one more row, before the others */
-  ZDB_REPLY_FETCH_CODE        /* the first ct_fetch calls on the reply return `value` (CS_BUSY, CS_PENDING, ...) once */
+  ZDB_REPLY_STATUS,         /* answer the status `value`, without doing the work */
+  ZDB_REPLY_RPCERROR,       /* answer "@$rpcerror" = value with the status the rule book gives, work done */
+  ZDB_REPLY_XACTSTATUS,     /* do the work, add "@xactstatus" = value */
+  ZDB_REPLY_TWO_STATUSES,   /* do the work, answer its status and then the status `value` */
+  ZDB_REPLY_ROW,            /* do the work, put a one-row integer result with `value` before the status */
+  ZDB_REPLY_CMD_FAIL,       /* do nothing, answer CS_CMD_FAIL and CS_CMD_DONE */
+  ZDB_REPLY_NO_STATUS,      /* do the work, leave the status out */
+  ZDB_REPLY_DROP_BEFORE,    /* break the session off before the work is done */
+  ZDB_REPLY_DROP_AFTER,     /* break the session off after the work is done, before the reply */
+  ZDB_REPLY_SCAN_STATUS,    /* sp_transactions: rows as usual, then the status `value` */
+  ZDB_REPLY_SCAN_NO_STATUS, /* sp_transactions: rows as usual, no status */
+  ZDB_REPLY_SCAN_EXTRA_ROW, /* any reply with rows: `text` as one more row before the others, as a number if need be */
+  ZDB_REPLY_FETCH_CODE      /* the first ct_fetch on the reply, or the next one, returns `value` (CS_BUSY, ...) once */
 } ZDB_REPLY_KIND;
 
 typedef struct zdb_script {
@@ -83,7 +88,7 @@ typedef struct zdb_script {
   const char *text; /* copied; null unless the kind uses it */
 } ZDB_SCRIPT;
 
-/* Adds a script; scripts are tried in the order they were added. */
+/* Adds a script; 0 also when it lacks the text that its kind needs. Scripts are tried in the order they were added. */
 int32_t zdb_add_script(const char *server, const ZDB_SCRIPT *script);
 int32_t zdb_clear_scripts(const char *server);
 

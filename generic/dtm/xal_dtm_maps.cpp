@@ -1,0 +1,254 @@
+// The outcome maps: which XA code the reply to a DTM request means, for every operation, as data.
+//
+// An operation names a list of tables, searched in order: its own first, then the shared ones for failures of the
+// exchange (dtm_op_bad_map) and for the ordinary DTM codes (dtm_op_norm_map). The first row that matches decides; when
+// none does, the end row of the list's last table does. All of it is constant data.
+#include <cstddef>
+
+#include "xal_dtm.h"
+#include "xal_log.h"
+
+namespace {
+
+// Which words of a row are compared: RPC result, transtat, rpcret, rpcstat.
+constexpr uint32_t RPC_RESULT = 0x1000;
+constexpr uint32_t TRANSTAT = 0x0100;
+constexpr uint32_t RPCRET = 0x0010;
+constexpr uint32_t RPCSTAT = 0x0001;
+constexpr uint32_t BY_STATE = RPC_RESULT | TRANSTAT | RPCRET;
+constexpr uint32_t BY_REPLY = RPC_RESULT | RPCRET;
+constexpr uint32_t BY_ERROR = RPC_RESULT | RPCSTAT;
+constexpr uint32_t BY_REPLY_ERROR = RPC_RESULT | RPCRET | RPCSTAT;
+
+// The shape of a table: one end row, and it is the last.
+template <size_t Count>
+constexpr bool ends_once(const DtmOutcome (&table)[Count]) {
+  for (size_t row = 0; row + 1 < Count; ++row) {
+    if (table[row].compare == 0) {
+      return false;
+    }
+  }
+  return table[Count - 1].compare == 0;
+}
+
+// clang-format off
+constexpr DtmOutcome dtm_op_bad_map[] = {
+    // compare        result      transtat  rpcret               rpcstat     XA code
+    {RPC_RESULT,      CS_FAIL,    0,        0,                   0,          XAER_RMERR},
+    {RPCRET,          0,          0,        DTM_REPLY_BROKEN,    0,          XAER_RMERR},
+    {RPCRET,          0,          0,        DTM_REPLY_NOSTATUS,  0,          XAER_RMERR},
+    {RPCSTAT,         0,          0,        0,                   -0xFFFFFF,  XAER_RMFAIL},
+    {RPCSTAT,         0,          0,        0,                   -0xFFFFFE,  XAER_RMFAIL},
+    {RPCSTAT,         0,          0,        0,                   -0xFFFFFD,  XAER_RMFAIL},
+    {RPCSTAT,         0,          0,        0,                   -5,         XAER_INVAL},
+    {RPCSTAT,         0,          0,        0,                   -6,         XAER_RMERR},
+    {0,               0,          0,        0,                   0,          XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_op_norm_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_ERROR,        CS_SUCCEED, 0,        0,      -2,       XAER_NOTA},
+    {BY_ERROR,        CS_SUCCEED, 0,        0,      -3,       XAER_DUPID},
+    {BY_ERROR,        CS_SUCCEED, 0,        0,      DTM_BUSY, XAER_RMFAIL},
+    {BY_ERROR,        CS_SUCCEED, 0,        0,      -4,       XAER_PROTO},
+    {BY_ERROR,        CS_SUCCEED, 0,        0,      -128,     XAER_PROTO},
+    {BY_ERROR,        CS_SUCCEED, 0,        0,      -1,       XAER_RMERR},
+    {BY_STATE,        CS_SUCCEED, 6,        0,      0,        XA_RBROLLBACK},
+    {BY_STATE,        CS_SUCCEED, 100,      0,      0,        XAER_NOTA},
+    {BY_STATE,        CS_SUCCEED, 101,      0,      0,        XAER_NOTA},
+    {BY_STATE,        CS_SUCCEED, 102,      0,      0,        XAER_NOTA},
+    {BY_STATE,        CS_SUCCEED, 255,      0,      0,        XA_RETRY},
+    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XAER_PROTO},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_inprogress_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_ERROR,        CS_SUCCEED, 0,        0,      DTM_BUSY, XA_RETRY},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_start_nf_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_STATE,        CS_SUCCEED, 0,        0,      0,        XA_OK},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_start_jn_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_STATE,        CS_SUCCEED, 4,        0,      0,        XA_OK},
+    {BY_STATE,        CS_SUCCEED, 3,        0,      0,        XA_OK},
+    {BY_STATE,        CS_SUCCEED, 2,        0,      0,        XA_OK},
+    {BY_ERROR,        CS_SUCCEED, 0,        0,      -4,       XA_RETRY},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_start_rs_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_STATE,        CS_SUCCEED, 4,        0,      0,        XA_OK},
+    {BY_STATE,        CS_SUCCEED, 2,        0,      0,        XA_OK},
+    {BY_STATE,        CS_SUCCEED, 0,        0,      0,        XA_OK},
+    {BY_ERROR,        CS_SUCCEED, 0,        0,      -4,       XA_RETRY},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_end_succ_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_STATE,        CS_SUCCEED, 1,        0,      0,        XA_OK},
+    {BY_STATE,        CS_SUCCEED, 3,        0,      0,        XA_OK},
+    {BY_STATE,        CS_SUCCEED, 4,        0,      0,        XA_OK},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_end_susp_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_STATE,        CS_SUCCEED, 1,        0,      0,        XA_OK},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_attprep_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_ERROR,        CS_SUCCEED, 0,        0,      DTM_BUSY, XA_OK},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_prepare_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
+    {BY_REPLY_ERROR,  CS_SUCCEED, 0,        1,      -256,     XA_RDONLY},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+// One table serves the forced-attach lists of prepare and of one-phase commit.
+constexpr DtmOutcome dtm_force_att_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_STATE,        CS_SUCCEED, 1,        0,      0,        XA_OK},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_commit_nf_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_commit_1p_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
+    {BY_REPLY_ERROR,  CS_SUCCEED, 0,        1,      -256,     XA_OK},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+// Whatever else the attach before a rollback says, the rollback is sent.
+constexpr DtmOutcome dtm_rollback_att_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_REPLY_ERROR,  CS_SUCCEED, 0,        1,      -4,       XA_RBOTHER},
+    {0,               0,          0,        0,      0,        XA_OK},
+};
+
+constexpr DtmOutcome dtm_rollback_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
+    {BY_REPLY_ERROR,  CS_SUCCEED, 0,        1,      -128,     XA_RBOTHER},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_dtcrollback_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
+    {BY_REPLY_ERROR,  CS_SUCCEED, 0,        1,      -1,       XA_RBOTHER},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_forget_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_status_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_await_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_RETRY},
+    {BY_ERROR,        CS_SUCCEED, 0,        0,      -2,       XAER_NOTA},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+
+constexpr DtmOutcome dtm_check_map[] = {
+    // compare        result      transtat  rpcret  rpcstat   XA code
+    {BY_ERROR,        CS_SUCCEED, 0,        0,      -2,       XAER_NOTA},
+    {BY_ERROR,        CS_SUCCEED, 0,        0,      -3,       XAER_DUPID},
+    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
+    {0,               0,          0,        0,      0,        XAER_RMERR},
+};
+// clang-format on
+
+static_assert(ends_once(dtm_op_bad_map) && ends_once(dtm_op_norm_map) && ends_once(dtm_inprogress_map) &&
+              ends_once(dtm_start_nf_map) && ends_once(dtm_start_jn_map) && ends_once(dtm_start_rs_map) &&
+              ends_once(dtm_end_succ_map) && ends_once(dtm_end_susp_map) && ends_once(dtm_attprep_map) &&
+              ends_once(dtm_prepare_map) && ends_once(dtm_force_att_map) && ends_once(dtm_commit_nf_map) &&
+              ends_once(dtm_commit_1p_map) && ends_once(dtm_rollback_att_map) && ends_once(dtm_rollback_map) &&
+              ends_once(dtm_dtcrollback_map) && ends_once(dtm_forget_map) && ends_once(dtm_status_map) &&
+              ends_once(dtm_await_map) && ends_once(dtm_check_map));
+static_assert(sizeof(DtmOutcome) == 6 * sizeof(int32_t));
+
+bool row_matches(const DtmOutcome &row, const XA_CONNECTION &conn, int32_t rpc_result) {
+  return ((row.compare & 0xF000) == 0 || row.rpc_result == rpc_result) &&
+         ((row.compare & 0x0F00) == 0 || row.transtat == conn.transtat) &&
+         ((row.compare & 0x00F0) == 0 || row.rpcret == conn.rpcret) &&
+         ((row.compare & 0x000F) == 0 || row.rpcstat == conn.rpcstat);
+}
+
+}  // namespace
+
+// clang-format off
+const DtmOutcomeTable dtm_start_nf_maps[]          = {dtm_start_nf_map, dtm_op_bad_map, dtm_op_norm_map, nullptr};
+const DtmOutcomeTable dtm_start_jn_maps[]          = {dtm_start_jn_map, dtm_op_bad_map, dtm_op_norm_map, nullptr};
+const DtmOutcomeTable dtm_start_rs_maps[]          = {dtm_start_rs_map, dtm_op_bad_map, dtm_op_norm_map, nullptr};
+const DtmOutcomeTable dtm_end_succ_maps[]          = {dtm_end_succ_map, dtm_op_bad_map, dtm_op_norm_map, nullptr};
+const DtmOutcomeTable dtm_end_susp_maps[]          = {dtm_end_susp_map, dtm_op_bad_map, dtm_op_norm_map, nullptr};
+const DtmOutcomeTable dtm_attprep_maps[]           = {dtm_attprep_map, dtm_start_jn_map, dtm_op_bad_map,
+                                                      dtm_op_norm_map, nullptr};
+const DtmOutcomeTable dtm_prepare_maps[]           = {dtm_inprogress_map, dtm_prepare_map, dtm_op_bad_map,
+                                                      dtm_op_norm_map, nullptr};
+const DtmOutcomeTable dtm_prepare_frc_att_maps[]   = {dtm_inprogress_map, dtm_force_att_map, dtm_prepare_map,
+                                                      dtm_op_bad_map, dtm_op_norm_map, nullptr};
+const DtmOutcomeTable dtm_commit_nf_maps[]         = {dtm_inprogress_map, dtm_commit_nf_map, dtm_op_bad_map,
+                                                      dtm_op_norm_map, nullptr};
+const DtmOutcomeTable dtm_commit_1p_maps[]         = {dtm_inprogress_map, dtm_commit_1p_map, dtm_op_bad_map,
+                                                      dtm_op_norm_map, nullptr};
+const DtmOutcomeTable dtm_commit_1p_frc_att_maps[] = {dtm_inprogress_map, dtm_force_att_map, dtm_commit_1p_map,
+                                                      dtm_op_bad_map, dtm_op_norm_map, nullptr};
+const DtmOutcomeTable dtm_rollback_att_maps[]      = {dtm_inprogress_map, dtm_rollback_att_map, nullptr};
+const DtmOutcomeTable dtm_rollback_maps[]          = {dtm_inprogress_map, dtm_rollback_map, dtm_op_bad_map,
+                                                      dtm_op_norm_map, nullptr};
+const DtmOutcomeTable dtm_dtcrollback_maps[]       = {dtm_inprogress_map, dtm_dtcrollback_map, dtm_op_bad_map,
+                                                      dtm_op_norm_map, nullptr};
+const DtmOutcomeTable dtm_forget_maps[]            = {dtm_forget_map, dtm_op_bad_map, dtm_op_norm_map, nullptr};
+const DtmOutcomeTable dtm_status_maps[]            = {dtm_status_map, dtm_op_bad_map, dtm_op_norm_map, nullptr};
+const DtmOutcomeTable dtm_await_maps[]             = {dtm_await_map, dtm_inprogress_map, dtm_op_bad_map, nullptr};
+const DtmOutcomeTable dtm_check_maps[]             = {dtm_check_map, nullptr};
+// clang-format on
+
+// The branch of the readiness probe. No transaction manager can name it: its formatID marks a null XID.
+const XID dtm_check_xid = {-1, 1, 1, {}};
+
+int32_t dtm_ret_to_xa(DtmOutcomeList list, const XA_CONNECTION *conn, int32_t rpc_result) {
+  const TraceScope trace("dtm_ret_to_xa", TRACE_ZDB);
+  int32_t fallback = XAER_RMERR;
+  for (DtmOutcomeList table = list; *table != nullptr; ++table) {
+    const DtmOutcome *row = *table;
+    for (; row->compare != 0; ++row) {
+      if (row_matches(*row, *conn, rpc_result)) {
+        return trace.xa(row->xa_code);
+      }
+    }
+    fallback = row->xa_code;
+  }
+  return trace.xa(fallback);
+}

@@ -1,0 +1,137 @@
+// Branch names: the text form in which the server knows a transaction branch, "formatID_gtrid_bqual_:LRM".
+//
+// formatID is hexadecimal; the byte strings are written in groups of six bits over an alphabet without the underscore,
+// so that it can separate the fields. Names are compared with those already stored on servers: every character counts.
+// Both directions work by table, twelve bits at a time on the way out, and nothing here allocates or can fail but the
+// decoding of a text with a character outside the alphabet.
+#include <array>
+#include <cstring>
+
+#include "xal_dtm.h"
+#include "xal_log.h"
+#include "xal_registry.h"
+
+namespace {
+
+constexpr char xa_dtm_convtbl[] = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ@#";
+static_assert(sizeof xa_dtm_convtbl == 64 + 1);
+
+struct CharPair {
+  char chars[2];
+};
+
+// The two characters of every twelve-bit value.
+constexpr std::array<CharPair, 4096> pairs_of_twelve_bits() {
+  std::array<CharPair, 4096> table{};
+  for (size_t value = 0; value < table.size(); ++value) {
+    table[value] = {{xa_dtm_convtbl[value >> 6], xa_dtm_convtbl[value & 63]}};
+  }
+  return table;
+}
+constexpr std::array<CharPair, 4096> encode_pairs = pairs_of_twelve_bits();
+
+// The value of every character of the alphabet, -1 for the others.
+constexpr std::array<int8_t, 256> values_of_characters() {
+  std::array<int8_t, 256> table{};
+  for (int8_t &value : table) {
+    value = -1;
+  }
+  for (size_t value = 0; value < 64; ++value) {
+    table[static_cast<unsigned char>(xa_dtm_convtbl[value])] = static_cast<int8_t>(value);
+  }
+  return table;
+}
+constexpr std::array<int8_t, 256> decode_values = values_of_characters();
+
+char *put_pair(char *out, uint32_t twelve_bits) {
+  memcpy(out, encode_pairs[twelve_bits].chars, 2);
+  return out + 2;
+}
+
+char *put_text(char *out, const char *text, size_t length) {
+  memcpy(out, text, length);
+  return out + length;
+}
+
+// A number in lowercase hexadecimal without leading zeros.
+char *put_hex(char *out, uint32_t value) {
+  int32_t shift = 28;
+  while (shift > 0 && (value >> shift) == 0) {
+    shift -= 4;
+  }
+  for (; shift >= 0; shift -= 4) {
+    *out++ = "0123456789abcdef"[(value >> shift) & 15];
+  }
+  return out;
+}
+
+// Writes the name and returns its end.
+char *write_name(const XID &xid, const char *lrm_name, char *out) {
+  const int32_t gtrid = xid_clamped(xid.gtrid_length);
+  out = put_hex(out, static_cast<uint32_t>(xid.formatID));
+  *out++ = '_';
+  out += xa__dtm_encode(xid.data, gtrid, out);
+  *out++ = '_';
+  out += xa__dtm_encode(xid.data + gtrid, xid_clamped(xid.bqual_length), out);
+  out = put_text(out, "_:", 2);
+  out = put_text(out, lrm_name, strnlen(lrm_name, XAL_FIELD_SIZE - 1));
+  *out = '\0';
+  return out;
+}
+
+}  // namespace
+
+int32_t xa__dtm_encode(const void *bytes, int32_t count, char *out) {
+  const auto *from = static_cast<const unsigned char *>(bytes);
+  char *const start = out;
+  for (; count >= 3; count -= 3, from += 3) {
+    const uint32_t group = static_cast<uint32_t>(from[0]) << 16 | static_cast<uint32_t>(from[1]) << 8 | from[2];
+    out = put_pair(out, group >> 12);
+    out = put_pair(out, group & 0xFFF);
+  }
+  if (count == 1) {
+    out = put_pair(out, static_cast<uint32_t>(from[0]) << 4);
+  } else if (count == 2) {
+    const uint32_t group = static_cast<uint32_t>(from[0]) << 8 | from[1];
+    out = put_pair(out, group >> 4);
+    *out++ = xa_dtm_convtbl[(group << 2) & 63];
+  }
+  *out = '\0';
+  return static_cast<int32_t>(out - start);
+}
+
+char *xa__dtm_encode_xid(const XID *xid, const char *lrm_name, char *out) {
+  write_name(*xid, lrm_name, out);
+  return out;
+}
+
+const char *xa__dtm_branch_name(XA_CONNECTION *conn, const XID *xid, int32_t *length) {
+  const size_t size = xid_size(*xid);
+  if (conn->xc_name_length == 0 || memcmp(&conn->xc_named_xid, xid, size) != 0) {
+    memcpy(&conn->xc_named_xid, xid, size);
+    conn->xc_name_length =
+        static_cast<int32_t>(write_name(*xid, conn->xc_lrm->lrm_name, conn->xc_name) - conn->xc_name);
+  }
+  *length = conn->xc_name_length;
+  return conn->xc_name;
+}
+
+int32_t xa__dtm_decode(const char *text, char *out) {
+  char *const start = out;
+  uint32_t group = 0;
+  uint32_t filled = 0;  // bits in group that are not written yet
+  for (; *text != '\0'; ++text) {
+    const int8_t value = decode_values[static_cast<unsigned char>(*text)];
+    if (value < 0) {
+      LogLine("xa__dtm_decode", XALOG_WARNING, __LINE__)("Bad character in XID %c", *text);
+      return -1;
+    }
+    group = group << 6 | static_cast<uint32_t>(value);
+    filled += 6;
+    if (filled >= 8) {
+      filled -= 8;
+      *out++ = static_cast<char>(group >> filled);
+    }
+  }
+  return static_cast<int32_t>(out - start);
+}

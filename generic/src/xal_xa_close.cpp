@@ -1,0 +1,72 @@
+// xa_close: closes all connections of a resource manager in the calling thread identity and removes it.
+//
+// A connection that another thread is at work on is left alone, and so the resource manager stays: XAER_PROTO.
+#include "xal_dtm.h"
+#include "xal_personality.h"
+#include "xal_registry.h"
+#include "xal_verbs.h"
+
+namespace {
+
+constexpr int32_t validflags[] = {TMNOFLAGS, -1};
+
+// True when the server still has the branch of an associated or suspended connection attached.
+bool branch_is_live(XA_CONNECTION *conn) {
+  if (conn->xc_state != XCS_ASSOC && conn->xc_state != XCS_SUSPEND) {
+    return false;
+  }
+  return xa__dtm_status(conn, &conn->xc_xid) == XA_OK && conn->transtat == DTM_STATE_ATTACHED;
+}
+
+// Closes one held connection. False when it carries a live branch that must not be ended here; then it is released.
+// ended: the connection whose branch was ended last; when that did not help, it is closed with its branch.
+bool close_one(XA_CONNECTION *conn, int32_t rmid, const XA_CONNECTION **ended) {
+  if (conn != *ended && branch_is_live(conn)) {
+    if (!personality_has(XAPF_CLOSE_ENDS)) {
+      xc_release(conn);
+      return false;
+    }
+    const XID branch = conn->xc_xid;
+    *ended = conn;
+    xc_release(conn);
+    // Whatever came of it, the next round closes the connection.
+    static_cast<void>(xa_end(&branch, rmid, TMSUCCESS));
+    return true;
+  }
+  *ended = nullptr;
+  conn->xc_state = XCS_CLOSING;
+  xc_close(conn);
+  return true;
+}
+
+// Closes every connection; false when one carries a live branch that must not be ended.
+bool close_connections(int32_t rmid) {
+  const XA_CONNECTION *ended = nullptr;
+  XA_CONNECTION *conn = nullptr;
+  while (xc_get(rmid, nullptr, &conn, XCF_ANY) == XCRET_CONN) {
+    if (!close_one(conn, rmid, &ended)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+extern "C" int32_t xa_close(const char *info, int32_t rmid, int32_t flags) {
+  const VerbScope scope("xa_close", EntryLine::info(rmid, flags, info));
+  if (!flags_accepted(validflags, flags)) {
+    return scope.traced(XAER_INVAL);
+  }
+  if (!close_connections(rmid)) {
+    return scope.reported(XAER_PROTO);
+  }
+  switch (xal_freelrm(rmid)) {
+    case 1:
+      return scope.traced(XA_OK);
+    case XAER_NOTA:
+      return scope.reported(XAER_PROTO);
+    default:
+      return scope.reported(XAER_RMERR);
+  }
+}

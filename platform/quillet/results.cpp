@@ -1,0 +1,306 @@
+/*
+ * results.cpp - reading a reply: its results in server order, their columns, binding and fetching.
+ *
+ * ct_results goes on to the next result whatever has been read of the current one; unread rows are thrown away. After
+ * the end of the data a fetch says so again until the next ct_results.
+ */
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+
+#include "handles.h"
+#include "operation.h"
+
+namespace {
+
+using quillet::Binding;
+using quillet::CommandLock;
+using quillet::operation;
+using quillet::PendingReply;
+using quillet::Phase;
+using quillet::Reason;
+
+constexpr int32_t integer_size = 4;
+
+int32_t type_of(zdb::ResultKind kind) {
+  switch (kind) {
+    case zdb::ResultKind::rows:
+      return CS_ROW_RESULT;
+    case zdb::ResultKind::status:
+      return CS_STATUS_RESULT;
+    case zdb::ResultKind::parameter:
+      return CS_PARAM_RESULT;
+    case zdb::ResultKind::succeeded:
+      return CS_CMD_SUCCEED;
+    case zdb::ResultKind::failed:
+      return CS_CMD_FAIL;
+    case zdb::ResultKind::done:
+      break;
+  }
+  return CS_CMD_DONE;
+}
+
+/* The current result when it has columns, else null. */
+const zdb::Result *fetchable(const qlt_command &command) {
+  if (!command.reply.current || command.reply.results.front().columns.empty()) {
+    return nullptr;
+  }
+  return &command.reply.results.front();
+}
+
+int32_t no_rows(const CommandLock &locked, const char *caller) {
+  return locked.fail(Reason::no_rows, std::string(caller) + ": the current result has no columns to read");
+}
+
+/* The result's column, counted from 1, or null. */
+const zdb::Column *column_of(const zdb::Result &result, int32_t column) {
+  if (column < 1 || static_cast<std::size_t>(column) > result.columns.size()) {
+    return nullptr;
+  }
+  return &result.columns[static_cast<std::size_t>(column) - 1];
+}
+
+/* What was read of the session's end is lost: nothing more comes on this command. */
+int32_t break_off(const CommandLock &locked) {
+  locked.connection().broken = true;
+  quillet::reset_command(*locked);
+  return locked.fail(Reason::connection_dead, "ct_results: the session has broken off; close the connection forced");
+}
+
+void deliver_server_messages(const CommandLock &locked) {
+  qlt_connection &connection = locked.connection();
+  for (const zdb::Message &message : locked->reply.messages) {
+    connection.outbox.emplace_back(quillet::server_message(message, connection.server));
+  }
+  locked->reply.messages.clear();
+}
+
+std::string as_text(const zdb::Value &value) {
+  if (const auto *number = std::get_if<int32_t>(&value)) {
+    return std::to_string(*number);
+  }
+  const auto *text = std::get_if<std::string>(&value);
+  return text == nullptr ? std::string() : *text;
+}
+
+/* None when a text is not a number that fits. */
+std::optional<int32_t> as_integer(const zdb::Value &value) {
+  if (const auto *number = std::get_if<int32_t>(&value)) {
+    return *number;
+  }
+  const auto *text = std::get_if<std::string>(&value);
+  int32_t number = 0;
+  if (text != nullptr) {
+    const char *end = text->data() + text->size();
+    const auto [rest, error] = std::from_chars(text->data(), end, number);
+    if (error != std::errc() || rest != end) {
+      return std::nullopt;
+    }
+  }
+  return number;
+}
+
+/* Writes a text to its place and returns how many bytes of it there was room for. */
+std::size_t place_text(const std::string &text, const QLT_FORMAT &format, char *place) {
+  const bool ends_with_zero = format.fmt_format == QLT_FMT_NULLTERM;
+  const std::size_t room = static_cast<std::size_t>(format.fmt_maxlen) - (ends_with_zero ? 1 : 0);
+  const std::size_t size = std::min(room, text.size());
+  std::memcpy(place, text.data(), size);
+  if (ends_with_zero) {
+    place[size] = '\0';
+  }
+  return size;
+}
+
+/* Puts one value into row r of its binding; false when it did not fit or could not be converted. */
+bool store(const zdb::Value &value, const Binding &binding, int32_t row) {
+  const QLT_FORMAT &format = binding.format;
+  char *place = binding.buffer + static_cast<std::ptrdiff_t>(row) * format.fmt_maxlen;
+  const bool is_null = std::holds_alternative<std::monostate>(value);
+  bool whole = true;
+  int32_t length = integer_size;
+  if (format.fmt_datatype == QLT_CHAR_TYPE) {
+    const std::string text = as_text(value);
+    const std::size_t size = place_text(text, format, place);
+    whole = size == text.size();
+    length = static_cast<int32_t>(size);
+  } else {
+    const auto number = as_integer(value);
+    whole = number.has_value();
+    const int32_t stored = number.value_or(0);
+    std::memcpy(place, &stored, sizeof stored);
+  }
+  if (binding.lengths != nullptr) {
+    binding.lengths[row] = is_null ? 0 : length;
+  }
+  if (binding.indicators != nullptr) {
+    binding.indicators[row] = is_null ? QLT_IND_NULL : 0;
+  }
+  return whole;
+}
+
+/* Rows delivered by one fetch: the count of the bindings, 1 without any. */
+int32_t rows_per_fetch(const PendingReply &reply) {
+  for (const auto &binding : reply.bindings) {
+    if (binding) {
+      return binding->format.fmt_count;
+    }
+  }
+  return 1;
+}
+
+bool store_row(const std::vector<zdb::Value> &values, const PendingReply &reply, int32_t row) {
+  bool whole = true;
+  for (std::size_t column = 0; column < values.size(); ++column) {
+    if (reply.bindings[column]) {
+      whole = store(values[column], *reply.bindings[column], row) && whole;
+    }
+  }
+  return whole;
+}
+
+bool is_bindable(const QLT_FORMAT &format) {
+  const bool is_char = format.fmt_datatype == QLT_CHAR_TYPE;
+  if (format.fmt_count < 1 || (!is_char && format.fmt_datatype != QLT_INT_TYPE)) {
+    return false;
+  }
+  if (!is_char) {
+    return format.fmt_format == QLT_FMT_NONE && format.fmt_maxlen >= integer_size;
+  }
+  return (format.fmt_format == QLT_FMT_NONE || format.fmt_format == QLT_FMT_NULLTERM) && format.fmt_maxlen >= 1;
+}
+
+}  // namespace
+
+int32_t ct_results(QLT_COMMAND *command, int32_t *type) {
+  return operation("ct_results", [&]() -> int32_t {
+    const auto locked = quillet::lock_command(command);
+    if (!locked || type == nullptr) {
+      return CS_FAIL;
+    }
+    if (locked->phase != Phase::sent) {
+      return locked.fail(Reason::no_results, "ct_results: nothing has been sent on this command");
+    }
+    qlt_connection &connection = locked.connection();
+    if (locked->reply.cut_off || connection.broken || !connection.session->alive()) {
+      return break_off(locked);
+    }
+    deliver_server_messages(locked);
+    PendingReply &reply = locked->reply;
+    quillet::pass_current_result(*locked);
+    if (reply.results.empty()) {
+      quillet::reset_command(*locked);
+      return CS_END_RESULTS;
+    }
+    reply.current = true;
+    reply.bindings.resize(reply.results.front().columns.size());
+    *type = type_of(reply.results.front().kind);
+    return CS_SUCCEED;
+  });
+}
+
+int32_t ct_res_info(QLT_COMMAND *command, int32_t type, void *buffer, int32_t length, int32_t *outlen) {
+  return operation("ct_res_info", [&]() -> int32_t {
+    const auto locked = quillet::lock_command(command);
+    if (!locked) {
+      return CS_FAIL;
+    }
+    const zdb::Result *result = fetchable(*locked);
+    if (result == nullptr) {
+      return no_rows(locked, "ct_res_info");
+    }
+    if (type != QLT_NUM_COLUMNS) {
+      return locked.fail(Reason::bad_argument, "ct_res_info: only the number of columns is known");
+    }
+    return quillet::copy_integer(static_cast<int32_t>(result->columns.size()), buffer, length, outlen);
+  });
+}
+
+int32_t ct_describe(QLT_COMMAND *command, int32_t column, QLT_FORMAT *format) {
+  return operation("ct_describe", [&]() -> int32_t {
+    const auto locked = quillet::lock_command(command);
+    if (!locked) {
+      return CS_FAIL;
+    }
+    const zdb::Result *result = fetchable(*locked);
+    if (result == nullptr) {
+      return no_rows(locked, "ct_describe");
+    }
+    const zdb::Column *described = column_of(*result, column);
+    if (described == nullptr || format == nullptr) {
+      return locked.fail(Reason::bad_argument, "ct_describe: no such column, or no format to fill");
+    }
+    *format = {};
+    const std::size_t size = std::min(described->name.size(), sizeof format->fmt_name - 1);
+    std::memcpy(format->fmt_name, described->name.data(), size);
+    format->fmt_namelen = static_cast<int32_t>(size);
+    format->fmt_datatype = described->type == zdb::ColumnType::text ? QLT_CHAR_TYPE : QLT_INT_TYPE;
+    format->fmt_maxlen = described->max_length;
+    format->fmt_count = 1;
+    return CS_SUCCEED;
+  });
+}
+
+/* All columns that are bound must be bound for the same number of rows; a null buffer takes a binding away. */
+int32_t ct_bind(QLT_COMMAND *command, int32_t column, const QLT_FORMAT *format, void *buffer, int32_t *lengths,
+                int32_t *indicators) {
+  return operation("ct_bind", [&]() -> int32_t {
+    const auto locked = quillet::lock_command(command);
+    if (!locked) {
+      return CS_FAIL;
+    }
+    const zdb::Result *result = fetchable(*locked);
+    if (result == nullptr) {
+      return no_rows(locked, "ct_bind");
+    }
+    if (column_of(*result, column) == nullptr) {
+      return locked.fail(Reason::bad_bind, "ct_bind: no such column");
+    }
+    auto &binding = locked->reply.bindings[static_cast<std::size_t>(column) - 1];
+    binding.reset();
+    if (buffer == nullptr) {
+      return CS_SUCCEED;
+    }
+    const bool others_bound = std::any_of(locked->reply.bindings.begin(), locked->reply.bindings.end(),
+                                          [](auto &each) { return bool(each); });
+    if (format == nullptr || !is_bindable(*format) ||
+        (others_bound && format->fmt_count != rows_per_fetch(locked->reply))) {
+      return locked.fail(Reason::bad_bind, "ct_bind: the format cannot be bound");
+    }
+    binding = Binding{*format, static_cast<char *>(buffer), lengths, indicators};
+    return CS_SUCCEED;
+  });
+}
+
+/* A value that did not fit or could not be converted makes the fetch end at its row with CS_ROW_FAIL. */
+int32_t ct_fetch(QLT_COMMAND *command, int32_t type, int32_t offset, int32_t option, int32_t *rows) {
+  return operation("ct_fetch", [&]() -> int32_t {
+    const auto locked = quillet::lock_command(command);
+    if (!locked) {
+      return CS_FAIL;
+    }
+    int32_t ignored = 0;
+    int32_t &rows_read = rows == nullptr ? ignored : *rows;
+    rows_read = 0;
+    if (type != QLT_UNUSED || offset != QLT_UNUSED || option != QLT_UNUSED) {
+      return locked.fail(Reason::bad_argument, "ct_fetch: rows are only read one after the other");
+    }
+    const zdb::Result *result = fetchable(*locked);
+    if (result == nullptr) {
+      return no_rows(locked, "ct_fetch");
+    }
+    PendingReply &reply = locked->reply;
+    if (!reply.fetch_codes.empty()) {
+      const int32_t code = reply.fetch_codes.front();
+      reply.fetch_codes.pop_front();
+      return code;
+    }
+    const int32_t wanted = rows_per_fetch(reply);
+    while (rows_read < wanted && reply.next_row < result->rows.size()) {
+      if (!store_row(result->rows[reply.next_row++], reply, rows_read++)) {
+        return CS_ROW_FAIL;
+      }
+    }
+    return rows_read == 0 ? CS_END_DATA : CS_SUCCEED;
+  });
+}

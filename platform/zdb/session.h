@@ -1,0 +1,94 @@
+/*
+ * session.h - what a client sees of a database server: it opens a session by the server's name, sends requests and gets
+ * each one's whole reply back. The client library uses nothing else of a server, so a server of another kind (in its
+ * own process, with a store on disk) only has to offer this.
+ */
+#ifndef ZDB_SESSION_H
+#define ZDB_SESSION_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace zdb {
+
+/* A value of a parameter or column; monostate is null. */
+using Value = std::variant<std::monostate, int32_t, std::string>;
+
+enum class RequestKind {
+  language,          /* text: a query */
+  procedure,         /* text: the procedure's name */
+  cursor_open,       /* text: the cursor's name, as in the other cursor requests */
+  cursor_close,      /* the cursor stays allocated */
+  cursor_drop,       /* closes it if need be and deallocates it */
+  statement_prepare, /* text: the statement's name */
+  statement_drop
+};
+
+struct Parameter {
+  std::string name;
+  Value value;
+};
+
+struct Request {
+  RequestKind kind = RequestKind::language;
+  std::string text;
+  std::vector<Parameter> parameters;
+};
+
+enum class ColumnType { text, integer };
+
+struct Column {
+  std::string name;
+  ColumnType type = ColumnType::integer;
+  int32_t max_length = 4;
+};
+
+enum class ResultKind { rows, status, parameter, done, succeeded, failed };
+
+/* The first three kinds have columns and rows; a status and an output parameter are one row of one column. */
+struct Result {
+  ResultKind kind = ResultKind::done;
+  std::vector<Column> columns;
+  std::vector<std::vector<Value>> rows;
+};
+
+struct Message {
+  int32_t number = 0;
+  int32_t severity = 0;
+  std::string text;
+};
+
+struct Reply {
+  bool broken_off = false; /* the session ended before the reply came; the rest is empty */
+  std::vector<Message> messages;
+  std::vector<Result> results;
+  std::vector<int32_t> fetch_codes; /* what the client's first fetches on this reply are to answer, for tests */
+};
+
+struct Login {
+  std::string user;
+  std::string password;
+  std::string application;
+  bool failover = false;
+};
+
+/* A logged-in session; destroying it logs out. */
+class Session {
+ public:
+  Session() = default;
+  Session(const Session &) = delete;
+  Session &operator=(const Session &) = delete;
+  virtual ~Session() = default;
+  virtual Reply execute(const Request &request) = 0;
+  virtual bool alive() const = 0;
+};
+
+/* Null when the server is not there or refuses the login; refusal then says what to do about it. */
+std::unique_ptr<Session> open_session(const std::string &server, const Login &login, Message &refusal);
+
+}  // namespace zdb
+
+#endif /* ZDB_SESSION_H */

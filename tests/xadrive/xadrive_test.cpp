@@ -1,0 +1,178 @@
+/*
+ * xadrive_test.cpp - runs xadrive with scripts and checks what it prints and how it ends.
+ *
+ * The program is given the configuration file beside this test and a fresh log; its two output streams come back as
+ * one.
+ */
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+namespace {
+
+struct Playing {
+  int status = -1;
+  std::string output;
+};
+
+std::string scratch(const std::string &name) {
+  return testing::TempDir() + name + "." + std::to_string(getpid());
+}
+
+Playing run_command(const std::string &command) {
+  Playing run;
+  std::FILE *pipe = popen((command + " 2>&1").c_str(), "r");
+  if (pipe == nullptr) {
+    return run;
+  }
+  std::array<char, 4096> buffer{};
+  while (const size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
+    run.output.append(buffer.data(), got);
+  }
+  const int ended = pclose(pipe);
+  run.status = WIFEXITED(ended) ? WEXITSTATUS(ended) : -1;
+  return run;
+}
+
+Playing run_xadrive(const std::string &arguments) {
+  const std::string log = scratch("xadrive.log");
+  Playing run = run_command("XACONFIGFILE=" SCRIPTS "/xa_config XALOGFILE=" + log + " " XADRIVE " " + arguments);
+  std::filesystem::remove(log);
+  return run;
+}
+
+Playing run_script(const std::string &text) {
+  const std::string path = scratch("script");
+  std::ofstream(path) << text;
+  Playing run = run_xadrive(path);
+  std::filesystem::remove(path);
+  return run;
+}
+
+bool holds(const Playing &run, const std::string &text) {
+  return run.output.find(text) != std::string::npos;
+}
+
+}  // namespace
+
+TEST(Scripts, bad_lines_are_all_named_before_anything_runs) {
+  struct Row {
+    const char *line;
+    const char *message;
+  };
+  const Row rows[] = {
+      {"frob 1", "\"frob\" is no verb"},
+      {"open 1 -NL1", "put the string -NL1 in double quotes"},
+      {"open 1 \"abc", "no closing \""},
+      {"open 1 \"a\\qb\"", "\\q means nothing"},
+      {"start 1 TMJOIN", "TMJOIN is a flag"},
+      {"end 1 X1", "the line's form is: end RMID XID FLAGS"},
+      {"end 1 X1 TMFOO", "\"TMFOO\" is no flag word"},
+      {"start 2147483648 X1", "RMID must be a number"},
+      {"commit 1 X1 TMNOFLAGS extra", "\"extra\" is too much"},
+      {"commit 1 X1 => XA_FINE", "\"XA_FINE\" is no result"},
+      {"commit 1 X1 => XA_OK XA_OK", "one result is enough"},
+      {"echo", nullptr},
+      {"sleep 1 => XA_OK", "this line has no result"},
+      {"recover 1 10 TMSTARTRSCAN => 2 X1", "names 1 XIDs but counts 2"},
+      {"xid X1 1 01 02", "X1 exists already"},
+      {"xid Z 1 012 02", "\"012\" is no row of hexadecimal digit pairs"},
+      {"wait nobody", "names a thread that a line above uses"},
+      {"@ close 1", "thread's name directly after @"},
+      {"@main& close 1", "cannot run in the background"},
+      {"flavour abc", "\"abc\" is no flavour"},
+      {"open 1 \"-NL1\"", nullptr},
+      {"env A B", "before the first open"},
+      {"flavour tux", "before the first XA call"},
+  };
+  std::string text;
+  for (const Row &row : rows) {
+    text += std::string(row.line) + "\n";
+  }
+  const Playing run = run_script(text);
+  EXPECT_EQ(run.status, 2);
+  int number = 0;
+  for (const Row &row : rows) {
+    const std::string place = std::string(":").append(std::to_string(++number)).append(": ");
+    const size_t at = run.output.find(place);
+    const std::string message = at == std::string::npos ? "" : run.output.substr(at, run.output.find('\n', at) - at);
+    if (row.message == nullptr) {
+      EXPECT_EQ(message, "") << row.line;
+    } else {
+      EXPECT_NE(message.find(row.message), std::string::npos) << row.line << "\n" << message;
+    }
+  }
+  EXPECT_FALSE(holds(run, "=> XA")) << "nothing may have run\n" << run.output;
+}
+
+TEST(Usage, what_cannot_run_ends_with_2_and_says_why) {
+  struct Row {
+    std::string arguments;
+    const char *message;
+  };
+  const Row rows[] = {
+      {"", "give one script"},
+      {"--flavour abc " SCRIPTS "/branches.xas", "give mts, tux or txs"},
+      {SCRIPTS "/branches.xas", "no flavour"},
+      {SCRIPTS "/no_such_script", "cannot read"},
+      {"--lib-dir /nonexistent --flavour tux " SCRIPTS "/branches.xas", "/nonexistent/libtrvcommon.so"},
+  };
+  for (const Row &row : rows) {
+    const Playing run = run_xadrive(row.arguments);
+    EXPECT_EQ(run.status, 2) << row.arguments;
+    EXPECT_TRUE(holds(run, row.message)) << run.output;
+  }
+}
+
+TEST(Scripts, first_differing_result_ends_the_run) {
+  const Playing run = run_script("flavour tux\n\nclose 7 => XA_OK  # nothing was opened\necho never\n");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_TRUE(holds(run, "3: @main close 7 TMNOFLAGS => XAER_PROTO\n")) << run.output;
+  EXPECT_TRUE(holds(run, ":3: @main close 7 TMNOFLAGS: expected XA_OK, got XAER_PROTO\n")) << run.output;
+  EXPECT_FALSE(holds(run, "never")) << run.output;
+}
+
+TEST(Scripts, background_difference_is_found) {
+  const Playing run =
+      run_script("flavour tux\n@a& sleep 0.05\n@a& close 1 => XA_OK\n@a& echo never\nwait a\necho never\n");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_TRUE(holds(run, ":3: @a close 1 TMNOFLAGS: expected XA_OK, got XAER_PROTO\n")) << run.output;
+  EXPECT_FALSE(holds(run, "never")) << run.output;
+}
+
+TEST(Scripts, missing_xids_of_a_scan_are_a_difference) {
+  const Playing run = run_script(
+      "flavour tux\nserver bank1\nuser bank1 sa secret\nopen 1 \"-NL1 -Usa -Psecret -Sbank1\" => XA_OK\n"
+      "start 1 X1\nend 1 X1 TMSUCCESS\nprepare 1 X1 => XA_OK\nrecover 1 9 TMSTARTRSCAN => 1 X2\n");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_TRUE(holds(run, ":8: @main recover 1 9 TMSTARTRSCAN: expected 1 X2, got 1 X1\n")) << run.output;
+}
+
+class Flavours : public testing::TestWithParam<const char *> {};
+
+TEST_P(Flavours, branch_script_plays_as_expected) {
+  const Playing run = run_xadrive(std::string("--flavour ").append(GetParam()).append(" " SCRIPTS "/branches.xas"));
+  EXPECT_EQ(run.status, 0) << run.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Flavours, testing::Values("mts", "tux", "txs"),
+                         [](const auto &row) { return std::string(row.param); });
+
+TEST(Example, two_banks_plays_and_leaves_its_trace_log) {
+  const std::string log = scratch("two_banks.log");
+  const Playing run =
+      run_command("XACONFIGFILE=" EXAMPLES "/xa_config XALOGFILE=" + log + " " XADRIVE " " EXAMPLES "/two_banks.xas");
+  EXPECT_EQ(run.status, 0) << run.output;
+  EXPECT_TRUE(holds(run, "trace log: " + log + "\n")) << run.output;
+  std::ifstream file(log);
+  const std::string trace{std::istreambuf_iterator<char>(file), {}};
+  EXPECT_NE(trace.find("[xa_recover/"), std::string::npos) << "the log holds no trace of the scan";
+  std::filesystem::remove(log);
+}

@@ -1,0 +1,39 @@
+/*
+ * libraries.h - the libraries that a script needs, loaded as an application server would load them.
+ */
+#ifndef XADRIVE_LIBRARIES_H
+#define XADRIVE_LIBRARIES_H
+
+#include <filesystem>
+#include <string>
+
+#include "common_routines.h"
+#include "xadtm.h"
+#include "zdb_control.h"
+
+/* What is called in the libraries; they stay loaded for the life of the process. */
+struct Libraries {
+  const struct xa_switch_t *xa = nullptr; /* null when no flavour was asked for */
+  decltype(&::TrvXA_GetStatementNr) statement_number = nullptr;
+
+  decltype(&::zdb_create_server) create_server = nullptr;
+  decltype(&::zdb_add_user) add_user = nullptr;
+  decltype(&::zdb_set_dtm) set_dtm = nullptr;
+  decltype(&::zdb_force) force = nullptr;
+  decltype(&::zdb_branch_state) branch_state = nullptr;
+  decltype(&::zdb_break_sessions) break_sessions = nullptr;
+
+  decltype(&::intl_open) reader_open = nullptr;
+  decltype(&::intl_nextsection) reader_section = nullptr;
+  decltype(&::intl_nextentry) reader_entry = nullptr;
+  decltype(&::intl_nextvalue) reader_value = nullptr;
+  decltype(&::intl_close) reader_close = nullptr;
+};
+
+/* The folder lib beside the one that holds this program. */
+std::filesystem::path default_library_folder();
+
+/* Loads all of them, with the switch of the flavour (none when empty); throws std::runtime_error naming what failed. */
+Libraries load_libraries(const std::filesystem::path &folder, const std::string &flavour);
+
+#endif /* XADRIVE_LIBRARIES_H */

@@ -1,0 +1,71 @@
+/*
+ * log_place.cpp - finds out where the library writes its trace log, by the order in which the library itself looks.
+ */
+#include "log_place.h"
+
+#include <strings.h>
+
+#include <cstdlib>
+
+static std::string environment(const char *name) {
+  const char *value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+/* The first value of [all] logfile in an open configuration file; empty when there is none. */
+static std::string configured_log(const Libraries &libraries, INTL_READER &reader) {
+  int32_t status = 0;
+  const char *section = libraries.reader_section(&reader, &status);
+  while (section != nullptr && status == 0 && strcasecmp(section, "all") != 0) {
+    section = libraries.reader_section(&reader, &status);
+  }
+  if (section == nullptr || status != 0) {
+    return "";
+  }
+  while (const char *entry = libraries.reader_entry(&reader, &status)) {
+    if (strcasecmp(entry, "logfile") == 0) {
+      const char *value = libraries.reader_value(&reader, &status);
+      return value == nullptr ? "" : value;
+    }
+  }
+  return "";
+}
+
+static std::string log_of_config_file(const Libraries &libraries, const std::string &path) {
+  INTL_READER reader{};
+  if (path.empty() || libraries.reader_open(path.c_str(), &reader) != 1) {
+    return "";
+  }
+  std::string log = configured_log(libraries, reader);
+  (void)libraries.reader_close(&reader); /* nothing was written */
+  return log;
+}
+
+static std::string log_of_open_string(const std::string &open_string) {
+  size_t option = open_string.find("-L");
+  option = std::min(option, open_string.find("-l"));
+  if (option == std::string::npos) {
+    return "";
+  }
+  const std::string path = open_string.substr(option + 2);
+  return path.substr(0, path.find_first_of(" \t\n\v\f\r"));
+}
+
+static std::string default_log() {
+  const std::string tarvex = environment("TARVEX");
+  return tarvex.empty() ? "stderr" : tarvex + "/trv_xa_log";
+}
+
+std::string log_place(const Libraries &libraries, const std::string &open_string) {
+  std::string place = log_of_config_file(libraries, environment("XACONFIGFILE"));
+  if (place.empty()) {
+    place = log_of_open_string(open_string);
+  }
+  if (place.empty()) {
+    place = environment("XALOGFILE");
+  }
+  if (place.empty()) {
+    place = default_log();
+  }
+  return place == "stderr" ? "standard error" : place;
+}

@@ -1,0 +1,27 @@
+/*
+ * xa_names.h - the names that scripts use for XA result codes, flag words and branch states.
+ */
+#ifndef XADRIVE_XA_NAMES_H
+#define XADRIVE_XA_NAMES_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+/* A set of names for numbers. */
+enum class Vocabulary { xa_codes, branch_states, answers };
+
+std::optional<int32_t> number_of(Vocabulary vocabulary, std::string_view name);
+/* The number itself in decimal when it has no name. */
+std::string name_of(Vocabulary vocabulary, int32_t number);
+
+/* "TMJOIN|TMNOWAIT", or a number of up to eight hexadecimal digits after 0x; nothing when it is neither. */
+std::optional<int32_t> flags_of(std::string_view text);
+std::string flags_text(int32_t flags);
+bool is_flag_name(std::string_view name);
+
+/* A whole decimal number within 32 bits, or 0x and hexadecimal digits for its bits; nothing for anything else. */
+std::optional<int32_t> integer_of(std::string_view text);
+
+#endif /* XADRIVE_XA_NAMES_H */
