@@ -15,6 +15,9 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#ifdef __GNUC__
+#pragma GCC visibility push(default) /* the library is built hidden */
+#endif
 
 /* The switch records: name "TARVEX_XA_SERVER", flags TMNOFLAGS, version 0. Only one flavour works in a process. */
 extern const struct xa_switch_t tarvex_MTS_xa_switch;
@@ -122,6 +125,9 @@ const char *xadtm__getVdate(void);
 int32_t xacmn_validate_flags(int32_t verb, int32_t flags);
 int32_t xacmn_no_op(void);
 
+#ifdef __GNUC__
+#pragma GCC visibility pop
+#endif
 #ifdef __cplusplus
 } /* extern "C" */
 #endif

@@ -6,6 +6,7 @@
 
 #include "xal_personality.h"
 
+#pragma GCC visibility push(default)  // exported
 extern "C" {
 // One family per flavour, on the thread table that the flavour's start-up fetched. Mutex and event operations pass the
 // client library's code through; the creating ones return the handle, 0 on failure.
@@ -59,6 +60,7 @@ int32_t _trvtxs_signal_event(int32_t handle);
 int32_t _trvtxs_waitfor_event(int32_t handle);
 int32_t _trvtxs_reset_event(int32_t handle);
 }
+#pragma GCC visibility pop
 
 // Placeholder mutexes: every record and list carries a handle, -1, whose operations never block. What excludes threads
 // from one another is the serialisation mutex. Taking, releasing and deleting return 1, or 0 for a bad handle.
@@ -69,4 +71,5 @@ int32_t _trvxadummy_release_mutex(int32_t handle);
 int32_t _trvxadummy_delete_mutex(int32_t handle);
 
 // Sleeps for whole seconds. A pointer, so that tests can let the time pass without waiting.
-extern void (*xal_sleep)(uint32_t seconds);
+using SleepOperation = void (*)(uint32_t seconds);
+extern SleepOperation xal_sleep;

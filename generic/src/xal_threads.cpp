@@ -24,7 +24,7 @@ void sleep_whole_seconds(uint32_t seconds) {
 
 }  // namespace
 
-constinit void (*xal_sleep)(uint32_t seconds) = sleep_whole_seconds;
+constinit SleepOperation xal_sleep = sleep_whole_seconds;
 
 int32_t _trvxadummy_create_mutex() {
   return XAL_PLACEHOLDER;
