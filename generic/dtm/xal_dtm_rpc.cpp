@@ -2,8 +2,11 @@
 // rpcret, rpcstat and transtat of the connection. Also the reader of language commands that answer one value.
 //
 // The caller holds the serialisation mutex and the connection. Sending happens under the mutex; it is given up for each
-// call in which the client library may wait for the server, and held again whenever a result is handled.
+// call in which the client library may wait for the server, and held again whenever a result is handled. Every branch
+// verb comes through here several times, so its traces are asked for before a call is made to write them.
+#include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include "xal_dtm.h"
 #include "xal_log.h"
@@ -24,10 +27,10 @@ constexpr int32_t name_param_size = 255;
 constexpr int32_t forced_attach_options = 0x6000;
 constexpr int32_t not_received = -19999;  // how the trace shows a part of the reply that did not come
 
-// What an operation code sends.
+// What an operation code sends; the code is the row's place in the table.
 struct DtmOperation {
   int32_t code;
-  const char *procedure;  // null ends the table
+  const char *procedure;  // null: the code sends nothing
   int32_t options;        // "@flags"
   bool forces_attach;     // adds forced_attach_options under XAPF_FORCE_ATTACH
 };
@@ -35,30 +38,38 @@ struct DtmOperation {
 // clang-format off
 constexpr DtmOperation dtm_operations[] = {
     // code                 procedure            options  forces attach
+    {0,                     nullptr,             0,       false},
     {DTM_BEGIN,             xa_dtm_beginrpc,     0x10,    false},
     {DTM_ATTACH,            xa_dtm_attachrpc,    0,       false},
     {DTM_ATTACH_NOWAIT,     xa_dtm_attachrpc,    0x2,     false},
     {DTM_DETACH,            xa_dtm_detachrpc,    0,       false},
     {DTM_DETACH_NOWAIT,     xa_dtm_detachrpc,    0x4,     false},
     {DTM_STATUS,            xa_dtm_statusrpc,    0,       false},
+    {7,                     nullptr,             0,       false},
     {DTM_FORGET,            xa_dtm_forgetrpc,    0,       false},
     {DTM_PREPARE,           xa_dtm_preparerpc,   0,       true},
     {DTM_COMMIT,            xa_dtm_commitrpc,    0,       true},
     {DTM_COMMIT_ONEPHASE,   xa_dtm_commitrpc,    0x20,    true},
     {DTM_ROLLBACK,          xa_dtm_rollbackrpc,  0,       true},
     {DTM_ABORT,             xa_dtm_rollbackrpc,  0x100,   false},
-    {0,                     nullptr,             0,       false},
 };
 // clang-format on
-static_assert(dtm_operations[sizeof dtm_operations / sizeof dtm_operations[0] - 1].procedure == nullptr);
+constexpr int32_t operation_count = sizeof dtm_operations / sizeof dtm_operations[0];
 
-const DtmOperation *find_operation(int32_t code) {
-  for (const DtmOperation *row = dtm_operations; row->procedure != nullptr; ++row) {
-    if (row->code == code) {
-      return row;
+constexpr bool codes_are_places() {
+  for (int32_t place = 0; place < operation_count; ++place) {
+    if (dtm_operations[place].code != place) {
+      return false;
     }
   }
-  return nullptr;
+  return true;
+}
+static_assert(codes_are_places());
+
+// Null for a code that sends nothing.
+const DtmOperation *find_operation(int32_t code) {
+  const bool in_table = code >= 0 && code < operation_count && dtm_operations[code].procedure != nullptr;
+  return in_table ? &dtm_operations[code] : nullptr;
 }
 
 // The DTM mode of the active TM type; false when the type is not in the table.
@@ -72,29 +83,23 @@ bool find_mode(int32_t tm_type, int32_t *mode) {
   return false;
 }
 
-void describe_param(QLT_FORMAT &format, const char *name, size_t name_size, int32_t datatype, int32_t maxlen) {
-  memcpy(format.fmt_name, name, name_size);
+// The formats of the request's parameters never change, so they are built beforehand.
+constexpr QLT_FORMAT param_format(std::string_view name, int32_t datatype, int32_t maxlen) {
+  QLT_FORMAT format{};
+  std::copy(name.begin(), name.end(), format.fmt_name);
   format.fmt_namelen = QLT_NULLTERM;
   format.fmt_datatype = datatype;
-  format.fmt_format = QLT_FMT_NONE;
   format.fmt_maxlen = maxlen;
   format.fmt_status = QLT_INPUT_PARAM;
-  format.fmt_count = 0;
-  format.fmt_locale = nullptr;
+  return format;
 }
+constexpr QLT_FORMAT name_format = param_format("@name", QLT_CHAR_TYPE, name_param_size);
+constexpr QLT_FORMAT mode_format = param_format("@mode", QLT_INT_TYPE, QLT_UNUSED);
+constexpr QLT_FORMAT status_format = param_format("@status", QLT_INT_TYPE, QLT_UNUSED);
+constexpr QLT_FORMAT flags_format = param_format("@flags", QLT_INT_TYPE, QLT_UNUSED);
 
-template <size_t Size>
-int32_t integer_param(QLT_COMMAND *command, const char (&name)[Size], const int32_t &value) {
-  QLT_FORMAT format;
-  describe_param(format, name, Size, QLT_INT_TYPE, QLT_UNUSED);
+int32_t integer_param(QLT_COMMAND *command, const QLT_FORMAT &format, const int32_t &value) {
   return ct_param(command, &format, &value, sizeof value, QLT_UNUSED);
-}
-
-int32_t name_param(QLT_COMMAND *command, const char *branch, int32_t length) {
-  static constexpr char name[] = "@name";
-  QLT_FORMAT format;
-  describe_param(format, name, sizeof name, QLT_CHAR_TYPE, name_param_size);
-  return ct_param(command, &format, branch, length, QLT_UNUSED);
 }
 
 int32_t mode_param(const TraceScope &trace, QLT_COMMAND *command) {
@@ -104,7 +109,7 @@ int32_t mode_param(const TraceScope &trace, QLT_COMMAND *command) {
     trace.error()("Invalid TM Type %d", tm_type);
     return CS_FAIL;
   }
-  return integer_param(command, "@mode", mode);
+  return integer_param(command, mode_format, mode);
 }
 
 int32_t cancel_all(QLT_COMMAND *command) {
@@ -181,7 +186,9 @@ void handle_status(const TraceScope &trace, QLT_COMMAND *command, DtmReply &repl
     return;
   }
   reply.status.set(value);
-  trace.misc()("%s = %d", "CS_STATUS_RESULT", value);
+  if (tracing(XATR_MISC)) {
+    trace.misc()("%s = %d", "CS_STATUS_RESULT", value);
+  }
 }
 
 void handle_result(const TraceScope &trace, QLT_COMMAND *command, int32_t type, DtmReply &reply) {
@@ -193,10 +200,10 @@ void handle_result(const TraceScope &trace, QLT_COMMAND *command, int32_t type, 
       handle_status(trace, command, reply);
       break;
     case CS_CMD_DONE:
-      trace.misc()("CS_CMD_DONE");
-      break;
     case CS_CMD_SUCCEED:
-      trace.misc()("CS_CMD_SUCCEED");
+      if (tracing(XATR_MISC)) {
+        trace.misc()(type == CS_CMD_DONE ? "CS_CMD_DONE" : "CS_CMD_SUCCEED");
+      }
       break;
     case CS_CMD_FAIL:
       trace.warning()("CS_CMD_FAIL: Server command failed (improper configuration?)");
@@ -291,7 +298,7 @@ int32_t xa__dtm_rpc(XA_CONNECTION *conn, int32_t code, const XID *xid, int32_t s
   if (xid != nullptr) {
     int32_t length = 0;
     branch = xa__dtm_branch_name(conn, xid, &length);
-    ret = name_param(conn->xc_cmd, branch, length);
+    ret = ct_param(conn->xc_cmd, &name_format, branch, length, QLT_UNUSED);
     if (ret != CS_SUCCEED) {
       trace.error()("xa__dtm_rpc: ct_param failed");
       return trace.cs(ret);
@@ -303,14 +310,16 @@ int32_t xa__dtm_rpc(XA_CONNECTION *conn, int32_t code, const XID *xid, int32_t s
       return trace.cs(ret);
     }
   }
-  ret = integer_param(conn->xc_cmd, "@status", status);
+  ret = integer_param(conn->xc_cmd, status_format, status);
   if (ret == CS_SUCCEED) {
-    ret = integer_param(conn->xc_cmd, "@flags", options);
+    ret = integer_param(conn->xc_cmd, flags_format, options);
   }
   if (ret != CS_SUCCEED) {
     return trace.cs(ret);
   }
-  trace.event()("xid: %s sent with rpc: %s with flag: %d, status %d", branch, operation->procedure, options, status);
+  if (tracing(XATR_EVENT)) {
+    trace.event()("xid: %s sent with rpc: %s with flag: %d, status %d", branch, operation->procedure, options, status);
+  }
   if (ct_send(conn->xc_cmd) != CS_SUCCEED) {
     trace.error()("xa__dtm_rpc: ct_send failed");
     return trace.cs(CS_FAIL);
@@ -327,17 +336,21 @@ int32_t xa__dtm_process_results(XA_CONNECTION *conn) {
     if (reply.code != CS_SUCCEED) {
       break;
     }
-    trace.misc()("ctresult -> %d, type %d", reply.code, type);
+    if (tracing(XATR_MISC)) {
+      trace.misc()("ctresult -> %d, type %d", reply.code, type);
+    }
     handle_result(trace, conn->xc_cmd, type, reply);
   }
   if (reply.stop) {
     dtm_cancel_paused(conn->xc_cmd);
   }
   condense(reply, conn);
-  trace.misc()("ret=%d, rpcret=%d, stat=%d, err=%d", reply.code, reply.status.shown(), reply.xactstatus.shown(),
-               reply.rpcerror.shown());
   const int32_t ret = reply_code(reply, conn);
-  trace.misc()("rpcret=%d, rpcstat=%d, transtat=%d", conn->rpcret, conn->rpcstat, conn->transtat);
+  if (tracing(XATR_MISC)) {
+    trace.misc()("ret=%d, rpcret=%d, stat=%d, err=%d", reply.code, reply.status.shown(), reply.xactstatus.shown(),
+                 reply.rpcerror.shown());
+    trace.misc()("rpcret=%d, rpcstat=%d, transtat=%d", conn->rpcret, conn->rpcstat, conn->transtat);
+  }
   return trace.cs(ret);
 }
 

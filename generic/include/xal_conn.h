@@ -198,6 +198,7 @@ int32_t xc_set_values(XA_CONNECTION *conn, const XA_SETTING *list, uint32_t mask
 // ---- Fetching -------------------------------------------------------------------------------------------------------
 
 // A fetched result. The caller sets res_rows and frees the rest with xa__conn_free_results, whatever the fetch said.
+// The arrays share one heap block, which res_fmts begins, and each column's buffers another, which its res_data begins.
 struct XA_RESULTS {
   int32_t res_rows;
   int32_t res_rowsread;

@@ -170,8 +170,11 @@ void wait_for_holder() {
 }  // namespace
 
 bool xid_equal(const XID &left, const XID &right) {
+  if (left.formatID != right.formatID || left.formatID == -1) {
+    return false;
+  }
   const size_t size = xid_size(left);
-  return left.formatID != -1 && right.formatID != -1 && size == xid_size(right) && memcmp(&left, &right, size) == 0;
+  return size == xid_size(right) && memcmp(&left, &right, size) == 0;
 }
 
 void xc_hold(XA_CONNECTION *conn) {

@@ -2,8 +2,6 @@
 // discarding of whatever is left. Works on a command that has a result pending.
 //
 // The caller holds the serialisation mutex; only xa__conn_discard_results gives it up, since draining may block.
-#include <algorithm>
-
 #include "common_routines.h"
 #include "xal_conn.h"
 #include "xal_log.h"
@@ -11,50 +9,46 @@
 
 namespace {
 
-// Zeroed memory for count items; null when memory is short or the size makes no sense.
-template <typename Item>
-Item *allocate_items(int64_t count) {
-  if (count < 0 || count > INT32_MAX) {
-    return nullptr;
+// The four arrays of a descriptor lie in one block, which begins with the formats.
+struct ColumnArrays {
+  static constexpr size_t size_of(size_t columns) {
+    return columns * (sizeof(QLT_FORMAT) + sizeof(char *) + 2 * sizeof(int32_t *));
   }
-  const size_t size = std::max<size_t>(static_cast<size_t>(count) * sizeof(Item), 1);
-  auto *items = static_cast<Item *>(comn_malloc(size));
-  if (items != nullptr) {
-    memset(static_cast<void *>(items), 0, size);
-  }
-  return items;
-}
-
-template <typename Item>
-void free_item(Item *&item) {
-  if (item != nullptr) {
-    comn_free(item);
-    item = nullptr;
-  }
-}
-
-template <typename Item>
-void free_columns(Item **columns, int32_t count) {
-  for (int32_t i = 0; columns != nullptr && i < count; ++i) {
-    free_item(columns[i]);
-  }
-}
+};
+static_assert(sizeof(QLT_FORMAT) % alignof(char *) == 0);
 
 bool allocate_columns(XA_RESULTS &results) {
-  results.res_fmts = allocate_items<QLT_FORMAT>(results.res_ncols);
-  if (results.res_fmts == nullptr) {
+  const auto columns = static_cast<size_t>(results.res_ncols);
+  void *block = comn_malloc(ColumnArrays::size_of(columns));
+  if (block == nullptr) {
     return false;
   }
-  results.res_data = allocate_items<char *>(results.res_ncols);
-  if (results.res_data == nullptr) {
+  memset(block, 0, ColumnArrays::size_of(columns));
+  results.res_fmts = static_cast<QLT_FORMAT *>(block);
+  results.res_data = reinterpret_cast<char **>(results.res_fmts + columns);
+  results.res_lens = reinterpret_cast<int32_t **>(results.res_data + columns);
+  results.res_inds = results.res_lens + columns;
+  return true;
+}
+
+// Gives a column its data buffer, lengths and indicators, in one block that begins with the data; a null value leaves
+// its place in the data zero. False when memory is short, or the length is none that a column can have.
+bool allocate_column(XA_RESULTS &results, int32_t column, int32_t maxlen, int32_t rows) {
+  if (maxlen < 0) {
     return false;
   }
-  results.res_lens = allocate_items<int32_t *>(results.res_ncols);
-  if (results.res_lens == nullptr) {
+  const auto count = static_cast<size_t>(rows);
+  const size_t data_size = (static_cast<size_t>(maxlen) * count + sizeof(int32_t) - 1) & ~(sizeof(int32_t) - 1);
+  const size_t size = data_size + 2 * count * sizeof(int32_t);
+  auto *block = static_cast<char *>(comn_malloc(size));
+  if (block == nullptr) {
     return false;
   }
-  results.res_inds = allocate_items<int32_t *>(results.res_ncols);
-  return results.res_inds != nullptr;
+  memset(block, 0, size);
+  results.res_data[column] = block;
+  results.res_lens[column] = reinterpret_cast<int32_t *>(block + data_size);
+  results.res_inds[column] = results.res_lens[column] + count;
+  return true;
 }
 
 // Describes a column (counted from 0 here, from 1 by the client library) and binds it to buffers for rows rows.
@@ -66,11 +60,7 @@ int32_t bind_column(QLT_COMMAND *command, XA_RESULTS &results, int32_t column, i
   }
   format.fmt_name[sizeof format.fmt_name - 1] = '\0';
   format.fmt_count = rows;
-  results.res_data[column] = allocate_items<char>(static_cast<int64_t>(format.fmt_maxlen) * rows);
-  results.res_lens[column] = allocate_items<int32_t>(rows);
-  results.res_inds[column] = allocate_items<int32_t>(rows);
-  if (results.res_data[column] == nullptr || results.res_lens[column] == nullptr ||
-      results.res_inds[column] == nullptr) {
+  if (!allocate_column(results, column, format.fmt_maxlen, rows)) {
     return CS_MEM_ERROR;
   }
   return ct_bind(command, column + 1, &format, results.res_data[column], results.res_lens[column],
@@ -79,13 +69,13 @@ int32_t bind_column(QLT_COMMAND *command, XA_RESULTS &results, int32_t column, i
 
 // Binds every column; on a failure everything is freed and the counts stand as they did.
 int32_t bind_columns(QLT_COMMAND *command, XA_RESULTS &results, int32_t rows) {
-  for (int32_t column = 0; column < results.res_ncols; ++column) {
+  const int32_t count = results.res_ncols;
+  for (int32_t column = 0; column < count; ++column) {
     const int32_t bound = bind_column(command, results, column, rows);
     if (bound != CS_SUCCEED) {
-      const int32_t ncols = results.res_ncols;
       const int32_t rowsread = results.res_rowsread;
       xa__conn_free_results(&results);
-      results.res_ncols = ncols;
+      results.res_ncols = count;
       results.res_rowsread = rowsread;
       return bound;
     }
@@ -185,15 +175,17 @@ int32_t xa__conn_fetch_data(QLT_COMMAND *command, XA_RESULTS *results) {
 
 int32_t xa__conn_free_results(XA_RESULTS *results) {
   const TraceScope trace("xa__conn_free_results", TRACE_CONN);
-  free_columns(results->res_data, results->res_ncols);
-  free_columns(results->res_lens, results->res_ncols);
-  free_columns(results->res_inds, results->res_ncols);
-  results->res_ncols = 0;
-  results->res_rowsread = 0;
-  free_item(results->res_data);
-  free_item(results->res_fmts);
-  free_item(results->res_lens);
-  free_item(results->res_inds);
+  if (results->res_fmts != nullptr) {
+    for (int32_t column = 0; column < results->res_ncols; ++column) {
+      if (results->res_data[column] != nullptr) {
+        comn_free(results->res_data[column]);
+      }
+    }
+    comn_free(results->res_fmts);
+  }
+  XA_RESULTS emptied{};
+  emptied.res_rows = results->res_rows;
+  *results = emptied;
   return trace.cs(CS_SUCCEED);
 }
 
