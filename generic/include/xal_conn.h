@@ -120,6 +120,9 @@ int32_t xc_open(xa_lrminfo *lrm, XA_CONNECTION **out);
 void xc_hold(XA_CONNECTION *conn);
 void xc_release(XA_CONNECTION *conn);
 
+// Gives the serialisation mutex up for a moment, to let another thread get on with what the caller waits for.
+void xc_wait_briefly();
+
 // True while conn is still a record of rmid in the calling thread identity. To be asked, after a nested verb, before a
 // record that was released meanwhile is used again.
 bool xc_still_there(int32_t rmid, const XA_CONNECTION *conn);

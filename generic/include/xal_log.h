@@ -40,6 +40,10 @@ inline constexpr uint32_t XATR_QUILLET = 0x800;
 // The trace mask. Bits are only ever added, while xa_open reads its configuration.
 extern "C" std::atomic<uint32_t> xacmn_log_tracing;
 
+// Fetches the client library's thread identity for the log's lines; until then, and when there is none, they show
+// "N/A".
+void xal_log_identify_threads();
+
 // True when every given bit is set in the trace mask.
 inline bool tracing(uint32_t bits) {
   return (xacmn_log_tracing.load(std::memory_order_relaxed) & bits) == bits;

@@ -32,7 +32,11 @@ char *copy_text(const char *text, size_t length) {
 class HeapText {
  public:
   explicit HeapText(char *text) : text_(text) {}
-  ~HeapText() { comn_free(text_); }
+  ~HeapText() {
+    if (text_ != nullptr) {
+      comn_free(text_);
+    }
+  }
   HeapText(const HeapText &) = delete;
   HeapText &operator=(const HeapText &) = delete;
   const char *get() const { return text_; }
@@ -124,9 +128,8 @@ class Candidates {
 
 // False when the environment names no place at all.
 bool list_candidates(Candidates &candidates) {
-  char *explicit_path = xa_get_env("XACONFIGFILE");
-  if (explicit_path != nullptr) {
-    candidates.add(explicit_path);
+  if (com_getenv("XACONFIGFILE") != nullptr) {
+    candidates.add(xa_get_env("XACONFIGFILE"));  // the only place, even when memory is too short to look there
     return true;
   }
   const HeapText home(xa_get_env("TARVEX"));
@@ -300,9 +303,13 @@ int32_t xal_configure(const char *open_string, XA_SETTING *settings) {
     trace.error()("NULL open string");
     return trace.cs(0);
   }
-  const int32_t ret = logfile == 0 ? open_default_log(open_string) : 1;
-  if (ret != 1) {
-    return trace.cs(ret);
+  if (logfile == 0) {
+    const int32_t ret = open_default_log(open_string);
+    if (ret != 1) {
+      return trace.cs(ret);
+    }
+  } else {
+    xal_log_identify_threads();  // as opening the log by default does
   }
   if (traceflags == 0) {
     xacmn_log_flags_set(open_string);

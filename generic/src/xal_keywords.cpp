@@ -226,11 +226,12 @@ void store_row(XA_SETTING *row, const XA_KEYWORD &keyword, int32_t integer, char
   row->xs_label = keyword.kw_name;
 }
 
-int32_t store_string(const TraceScope &trace, XA_SETTING *row, const XA_KEYWORD &keyword, const char *value) {
+int32_t store_string(const TraceScope &trace, XA_SETTING *row, const XA_KEYWORD &keyword, const char *written,
+                     const char *value) {
   const size_t size = strlen(value) + 1;
   auto *copy = static_cast<char *>(comn_malloc(size));
   if (copy == nullptr) {
-    trace.error()("Unable to allocate memory for %s = %s, ignored", keyword.kw_name, value);
+    trace.error()("Unable to allocate memory for %s = %s, ignored", written, value);
     return 0;
   }
   memcpy(copy, value, size);
@@ -238,9 +239,9 @@ int32_t store_string(const TraceScope &trace, XA_SETTING *row, const XA_KEYWORD 
   return 1;
 }
 
-// Matches the value against the keyword's value table and stores the row.
+// Matches the value against the keyword's value table and stores the row. written: the keyword as the text spells it.
 int32_t store_value(const TraceScope &trace, const char *label, XA_SETTING *row, const XA_KEYWORD &keyword,
-                    const char *value) {
+                    const char *written, const char *value) {
   for (const XA_KEYVALUE *pair = keyword.kw_values; pair->kv_name != nullptr; ++pair) {
     if (com_unsignstricmp(value, pair->kv_name) == 0) {
       trace.verbose()("Found %s", pair->kv_name);
@@ -249,12 +250,12 @@ int32_t store_value(const TraceScope &trace, const char *label, XA_SETTING *row,
     }
     int32_t number = 0;
     if (is_digit(value[0]) && strcmp(pair->kv_name, allow_integer) == 0 && read_integer(value, &number)) {
-      trace.verbose()("Integer value %d for %s", number, keyword.kw_name);
+      trace.verbose()("Integer value %d for %s", number, written);
       store_row(row, keyword, number, nullptr);
       return 1;
     }
     if (strcmp(pair->kv_name, use_string) == 0) {
-      return store_string(trace, row, keyword, value);
+      return store_string(trace, row, keyword, written, value);
     }
   }
   trace.error()("Unknown value %s for %s: %s, ignored", value, label, keyword.kw_name);
@@ -291,7 +292,7 @@ int32_t xacmn_get_val(const XA_KEYWORD *table, const char *label, char *text, XA
     return trace.cs(0);
   }
   trace.verbose()("Found %s", keyword->kw_name);
-  return trace.cs(store_value(trace, label, row, *keyword, value));
+  return trace.cs(store_value(trace, label, row, *keyword, text, value));
 }
 
 void xacmn_clean_val(XA_SETTING *list, int32_t first) {

@@ -86,18 +86,6 @@ const char *thread_text(char *out) {
   return out;
 }
 
-void fetch_thread_table() {
-  identity_slot().store(nullptr, std::memory_order_release);
-  CS_CONTEXT *context = nullptr;
-  if (cs_ctx_global(QLT_VERSION, &context) != CS_SUCCEED) {
-    return;
-  }
-  QLT_THREAD_TABLE table{};
-  if (cs_config(context, CS_GET, QLT_PROP_THREAD_TABLE, &table, QLT_UNUSED, nullptr) == CS_SUCCEED) {
-    identity_slot().store(table.thread_identity, std::memory_order_release);
-  }
-}
-
 bool is_blank(char c) {
   return isspace(static_cast<unsigned char>(c)) != 0;
 }
@@ -127,6 +115,18 @@ bool log_path_option(const char *open_string, char *path) {
 }
 
 }  // namespace
+
+void xal_log_identify_threads() {
+  identity_slot().store(nullptr, std::memory_order_release);
+  CS_CONTEXT *context = nullptr;
+  if (cs_ctx_global(QLT_VERSION, &context) != CS_SUCCEED) {
+    return;
+  }
+  QLT_THREAD_TABLE table{};
+  if (cs_config(context, CS_GET, QLT_PROP_THREAD_TABLE, &table, QLT_UNUSED, nullptr) == CS_SUCCEED) {
+    identity_slot().store(table.thread_identity, std::memory_order_release);
+  }
+}
 
 void LogLine::operator()(const char *format, ...) const {
   if (!enabled_) {
@@ -191,7 +191,7 @@ int32_t xalog_open_file(const char *path) {
 }
 
 int32_t xalog_init(const char *open_string, const char *default_path) {
-  fetch_thread_table();
+  xal_log_identify_threads();
   char path[open_path_size];
   return xalog_open_file(log_path_option(open_string, path) ? path : default_path);
 }

@@ -64,13 +64,21 @@ int32_t select_personality(const TraceScope &trace, const char *info, const XA_P
   return XA_OK;
 }
 
+// Whether the resource manager is open. While another thread makes its first connection that is not decided yet, since
+// it is removed again when the connection fails; so that is waited for.
 bool already_open(int32_t rmid) {
-  const XA_LRMINFO *lrm = xal_getlrm(rmid);
-  if (lrm == nullptr) {
-    return false;
+  for (;;) {
+    const XA_LRMINFO *lrm = xal_getlrm(rmid);
+    if (lrm == nullptr) {
+      return false;
+    }
+    const bool undecided = lrm->lrm_opens > 0 && lrm->lrm_conns.xc_next == &lrm->lrm_conns;
+    _trvxadummy_release_mutex(lrm->lrm_mutex);
+    if (!undecided) {
+      return true;
+    }
+    xc_wait_briefly();
   }
-  _trvxadummy_release_mutex(lrm->lrm_mutex);
-  return true;
 }
 
 // Makes the first connection of a new resource manager, which is removed again when that fails.

@@ -55,10 +55,11 @@ void set_lrm_name(QLT_OBJECT_NAME &name, const XA_CONNECTION *conn) {
 // One step of the clean-up's walk over the cursor entries.
 enum class CursorStep { removed, none_left, failed };
 
-void clear_cursor_table(const TraceScope &trace, CS_CONTEXT *context, const QLT_OBJECT_NAME &cursor_key) {
+void clear_cursor_table(const TraceScope &trace, CS_CONTEXT *context, const QLT_OBJECT_NAME &cursor_key,
+                        QLT_OBJECT_DATA &cursor) {
   QLT_OBJECT_NAME table = cursor_key;
   table.obj_type = QLT_OBJ_MAPPING;
-  const int32_t ret = cs_objects(context, QLT_CLEAR, &table, nullptr);
+  const int32_t ret = cs_objects(context, QLT_CLEAR, &table, &cursor);
   if (ret != CS_SUCCEED) {
     trace.warning()("cs_objects clear of cursor table failed, rc=%i\n", ret);
   }
@@ -96,7 +97,7 @@ CursorStep remove_next_cursor(const TraceScope &trace, CS_CONTEXT *context, XA_C
   // A lookup that fails fills nothing, and is told by that.
   static_cast<void>(cs_objects(context, CS_GET, &name, &cursor));
   if (cursor.command == nullptr) {
-    clear_cursor_table(trace, context, name);
+    clear_cursor_table(trace, context, name, cursor);
     return CursorStep::none_left;
   }
   if (!read_cursor_name(trace, name, cursor)) {
@@ -108,7 +109,7 @@ CursorStep remove_next_cursor(const TraceScope &trace, CS_CONTEXT *context, XA_C
     xa__obj_cln_dynsql(context, conn, buffer, &name, &cursor);
   }
   name.think_exists = 1;
-  const int32_t ret = cs_objects(context, QLT_CLEAR, &name, nullptr);
+  const int32_t ret = cs_objects(context, QLT_CLEAR, &name, &cursor);
   if (ret != CS_SUCCEED) {
     // The lookup would meet the same entry for ever.
     trace.warning()("cs_objects clear cursor failed, rc=%i\n", ret);
@@ -190,6 +191,9 @@ int32_t xa__obj_cln_dynsql(CS_CONTEXT *context, XA_CONNECTION *conn, const void 
   const auto *bytes = static_cast<const char *>(cursor_data);
   int32_t length = 0;
   memcpy(&length, bytes + statement_length_at, sizeof length);
+  if (length == QLT_NULLTERM) {
+    length = static_cast<int32_t>(strnlen(bytes + statement_name_at, QLT_MAX_NAME));
+  }
 
   QLT_OBJECT_NAME name = make_key(0, QLT_OBJ_STATEMENT, cursor_name->thread, cursor_name->threadlen);
   set_lrm_name(name, conn);
@@ -200,7 +204,7 @@ int32_t xa__obj_cln_dynsql(CS_CONTEXT *context, XA_CONNECTION *conn, const void 
     // A statement that could not be dropped is reported; its entry goes all the same.
     static_cast<void>(xa__obj_dynsql_drop(conn, cursor_data, &name, &data));
     name.think_exists = 1;
-    const int32_t ret = cs_objects(context, QLT_CLEAR, &name, nullptr);
+    const int32_t ret = cs_objects(context, QLT_CLEAR, &name, &data);
     if (ret != CS_SUCCEED) {
       trace.warning()("cs_objects clear statement failed, rc=%i\n", ret);
     }
@@ -209,7 +213,7 @@ int32_t xa__obj_cln_dynsql(CS_CONTEXT *context, XA_CONNECTION *conn, const void 
   QLT_OBJECT_NAME mapping = make_key(1, QLT_OBJ_MAPPING, cursor_name->thread, cursor_name->threadlen);
   set_last_name(mapping, bytes + statement_name_at, length);
   set_first_name(mapping, cursor_name->first_name, cursor_name->fnlen);
-  const int32_t ret = cs_objects(context, QLT_CLEAR, &mapping, nullptr);
+  const int32_t ret = cs_objects(context, QLT_CLEAR, &mapping, &data);
   if (ret != CS_SUCCEED) {
     trace.warning()("cs_objects clear of dynamic statement mapping failed, rc=%i\n", ret);
   }
@@ -286,7 +290,7 @@ void log_data(const TraceScope &trace, const QLT_OBJECT_DATA &data) {
 }  // namespace
 
 void xc__obj_log(const char *title, const QLT_OBJECT_NAME *name, const QLT_OBJECT_DATA *data) {
-  const TraceScope trace("xc__obj_log", TRACE_MISC);
+  const TraceScope trace("xc__obj_log", {XATR_MISC | XATR_VERBOSE, XALOG_MISC});
   if (tracing(XATR_VERBOSE)) {
     trace.detail(0, XALOG_VERBOSE)("%s\n", title);
     if (name != nullptr) {

@@ -160,14 +160,13 @@ int32_t search(int32_t rmid, const XID *xid, XA_CONNECTION **out, uint32_t flags
   return settle(walk, lrm, out);
 }
 
-// Lets the holder of the connection looked for get on with its work.
-void wait_for_holder() {
+}  // namespace
+
+void xc_wait_briefly() {
   const SerialisePause pause;
   const timespec briefly{0, 1'000'000};
   nanosleep(&briefly, nullptr);
 }
-
-}  // namespace
 
 bool xid_equal(const XID &left, const XID &right) {
   if (left.formatID != right.formatID || left.formatID == -1) {
@@ -231,7 +230,7 @@ int32_t xc_get(int32_t rmid, const XID *xid, XA_CONNECTION **out, uint32_t flags
   *out = nullptr;
   int32_t result = search(rmid, xid, out, flags);
   while (result == look_again) {
-    wait_for_holder();
+    xc_wait_briefly();
     result = search(rmid, xid, out, flags);
   }
   if (trace.entered()) {

@@ -193,8 +193,10 @@ int32_t xc_reopen_conn(int32_t, XA_CONNECTION *conn, XA_CONNECTION **out) {
   *out = nullptr;
   // A withdrawal that fails is logged by the operation; the connection goes all the same.
   static_cast<void>(active_personality().cs_obj_clear(conn));
-  xc_hold(conn);  // the closing gives the caller's hold back; this one keeps the record meanwhile
-  xc_close(conn);
+  if (conn->xc_conn != nullptr) {
+    xc_hold(conn);  // the closing gives the caller's hold back; this one keeps the record meanwhile
+    xc_close(conn);
+  }
   const int32_t ret = xc_connect(conn);
   if (ret != XA_OK) {
     xc_release(conn);

@@ -188,16 +188,14 @@ void Library::send(QLT_COMMAND *command) {
   command->pending = true;
   command->reading = false;
   command->reply.clear();
-  for (const auto &[key, reply] : standing) {
-    const bool probe = key == "probe" && line.rfind("status ffffffff_00_00_", 0) == 0;
-    if (probe || line.rfind(key, 0) == 0) {
+  bool answered = false;
+  for (const auto &[key, reply] : standing) {  // sorted: of two keys that fit, the longer one comes last and wins
+    if (line.rfind(key, 0) == 0) {
       command->reply.assign(reply.begin(), reply.end());
-      if (probe || key != "status") {
-        return;
-      }
+      answered = true;
     }
   }
-  if (!command->reply.empty()) {
+  if (answered) {
     return;
   }
   if (replies.empty()) {
@@ -267,7 +265,7 @@ void Library::reset() {
   clean.next_mutex_ = next_mutex_;
   clean.live_connections_ = live_connections_;
   clean.live_commands_ = live_commands_;
-  clean.standing = {{"select value", {row(1)}}, {"probe", {status(-2)}}};
+  clean.standing = {{"select value", {row(1)}}, {"status ffffffff_00_00_", {status(-2)}}};
   *this = clean;
 }
 

@@ -97,7 +97,7 @@ class Library {
  public:
   // ---- The script ----
   std::deque<Reply> replies;              // one per ct_send, unless a standing answer fits
-  std::map<std::string, Reply> standing;  // by procedure or first words of a query; "probe": the readiness probe
+  std::map<std::string, Reply> standing;  // by how the line of take_requests begins; the longest fit wins
   std::optional<int32_t> connection_status;
   bool threads = true;         // false: an empty thread table
   std::string identity;        // what the thread-identity primitive gives

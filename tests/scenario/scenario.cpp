@@ -9,6 +9,7 @@
 #include "quillet_control.h"
 #include "xal_registry.h"
 
+namespace scenario {
 namespace {
 
 std::string call_text(const char *verb, int32_t rmid, const std::string &argument, int32_t flags) {
@@ -291,3 +292,5 @@ void run_case(const ScenarioCase &what) {
   // What stays is the registry's node of each thread identity that opened something, at most two here.
   EXPECT_LE(common_blocks_outstanding(), what.flavour == TXS ? 2 : 1);
 }
+
+}  // namespace scenario

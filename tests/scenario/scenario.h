@@ -14,6 +14,8 @@
 
 #include "world.h"
 
+namespace scenario {
+
 struct Action {
   std::string text;
   std::function<int32_t(World &)> act;
@@ -99,3 +101,5 @@ std::ostream &operator<<(std::ostream &out, const ScenarioCase &what);
 std::string case_name(const testing::TestParamInfo<ScenarioCase> &info);
 std::vector<ScenarioCase> cases_of(const std::vector<Scenario> &scenarios);
 void run_case(const ScenarioCase &what);
+
+}  // namespace scenario

@@ -1,0 +1,259 @@
+// The personality, records, log capture and closing checks behind the unit tests.
+#include "scene.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "common_control.h"
+#include "xal_config.h"
+#include "xal_log.h"
+#include "xal_threads.h"
+#include "xal_verbs.h"
+
+namespace fake {
+
+XID make_xid(int32_t format, const std::string &gtrid, const std::string &bqual) {
+  XID xid{};
+  xid.formatID = format;
+  xid.gtrid_length = static_cast<int32_t>(gtrid.size());
+  xid.bqual_length = static_cast<int32_t>(bqual.size());
+  memcpy(xid.data, (gtrid + bqual).data(), gtrid.size() + bqual.size());
+  return xid;
+}
+XID branch() {
+  return make_xid(0x1234, "\x01\x02\x03", "\x04\x05");
+}
+XID other_branch() {
+  return make_xid(2, "\x06");
+}
+
+std::string file_with(const std::string &content) {
+  std::string path = testing::TempDir() + "xadtm_XXXXXX";
+  const int file = mkstemp(path.data());
+  EXPECT_GE(file, 0);
+  close(file);
+  std::ofstream(path) << content;
+  return path;
+}
+
+// ---- The log --------------------------------------------------------------------------------------------------------
+
+std::string log_path() {
+  static const std::string path = [] {
+    std::string made = file_with("");
+    EXPECT_EQ(xalog_open_file(made.c_str()), 1);
+    return made;
+  }();
+  return path;
+}
+
+Lines take_log() {
+  static std::streamoff read_to = 0;
+  static const std::regex prefix("^\\S+ \\S+: 0x[0-9a-f]+,[^:]*: \\[(.*)/-?[0-9]+\\] ");
+  std::ifstream file(log_path());
+  file.seekg(read_to);
+  Lines lines;
+  for (std::string line; std::getline(file, line);) {
+    read_to += static_cast<std::streamoff>(line.size()) + 1;
+    lines.push_back(std::regex_replace(line, prefix, "[$1] "));
+  }
+  return lines;
+}
+
+// ---- The personality ------------------------------------------------------------------------------------------------
+
+static std::map<std::string, int32_t> operation_results;
+
+static int32_t record(const char *operation, const xa_connection *conn) {
+  library().note(std::string(operation).append("(").append(conn->xc_conn->name).append(")"));
+  const auto forced = operation_results.find(operation);
+  return forced != operation_results.end() ? forced->second : CS_SUCCEED;
+}
+
+static int32_t identity_of_scene(XA_THRDID *identity) {
+  const std::string &bytes = library().identity;
+  *identity = XA_THRDID{};
+  identity->tid_len = bytes.empty() ? QLT_UNUSED : static_cast<int32_t>(bytes.size());
+  memcpy(identity->tid_bytes, bytes.data(), bytes.size());
+  return library().identity_claim < 0 ? 0 : 1;
+}
+
+static void record_sleep(uint32_t seconds) {
+  library().note(text("sleep(%u)", seconds));
+}
+
+static int32_t succeed() {
+  return CS_SUCCEED;
+}
+static int32_t succeed_with(int32_t) {
+  return CS_SUCCEED;
+}
+
+static XA_PERSONALITY make_personality(int32_t tm_type, uint32_t tm_flags) {
+  XA_PERSONALITY made{};
+  made.tm_type = tm_type;
+  made.tm_flags = tm_flags;
+  made.get_thrdid = identity_of_scene;
+  made.unlock_global = succeed;
+  made.lock_global = succeed;
+  made.create_mutex = [] { return library().create_mutex(); };
+  made.delete_mutex = succeed_with;
+  made.release_mutex = [](int32_t handle) { return library().release_mutex(handle); };
+  made.take_mutex = [](int32_t handle) { return library().take_mutex(handle); };
+  made.cs_obj_insert = [](xa_connection *conn) { return record("cs_obj_insert", conn); };
+  made.cs_obj_clear = [](xa_connection *conn) { return record("cs_obj_clear", conn); };
+  made.xa_conn_init = [](xa_connection *conn) { return record("xa_conn_init", conn); };
+  made.xa_conn_free = [](xa_connection *conn) { return record("xa_conn_free", conn); };
+  return made;
+}
+
+// ---- Scene ----------------------------------------------------------------------------------------------------------
+
+Scene::Scene() {
+  take_log();
+  xal_sleep = record_sleep;
+  _xa_txs_serialize.store(library().create_mutex());
+  library().take_mutex(_xa_txs_serialize.load());
+  memcpy(lrm.lrm_name, "L1", 3);
+  memcpy(lrm.lrm_server, "bank", 5);
+  memcpy(lrm.lrm_user, "sa", 3);
+  memcpy(lrm.lrm_password, "pw", 3);
+  lrm.lrm_mutex = XAL_PLACEHOLDER;
+  blocks_at_start = common_blocks_outstanding();
+  fresh();
+}
+
+void Scene::fresh() {
+  if (conn.xc_cmd != nullptr) {
+    library().drop(conn.xc_cmd);
+  }
+  if (conn.xc_conn != nullptr) {
+    library().drop(conn.xc_conn);
+  }
+  library().reset();
+  operation_results.clear();
+  common_fail_allocation(0, 0);
+  xacmn_log_tracing.store(0);
+  take_log();
+  behave_as(XATM_TUX, 0);
+  xl_context = &library().context;
+  conn = XA_CONNECTION{};
+  conn.xc_lrm = &lrm;
+  conn.xc_mutex = XAL_PLACEHOLDER;
+  conn.xc_xid.formatID = -1;
+  conn.xc_conn = library().new_connection();
+  conn.xc_cmd = library().new_command(conn.xc_conn);
+}
+
+Scene::~Scene() {
+  EXPECT_TRUE(library().serialised()) << "the serialisation mutex was given up for good";
+  EXPECT_EQ(common_blocks_outstanding(), blocks_at_start) << "memory was not given back";
+  common_fail_allocation(0, 0);
+  common_fail_reader(0, 0);
+  if (conn.xc_cmd != nullptr) {
+    library().drop(conn.xc_cmd);
+  }
+  if (conn.xc_conn != nullptr) {
+    library().drop(conn.xc_conn);
+  }
+  EXPECT_EQ(library().live_connections(), 0) << "connection handles were leaked";
+  EXPECT_EQ(library().live_commands(), 0) << "command handles were leaked";
+  library().release_mutex(_xa_txs_serialize.load());
+  _xa_txs_serialize.store(0);
+  trvxal_tm_personality.store(&trvxal_nil_personality);
+  xa_config_file[0] = '\0';
+}
+
+XA_PERSONALITY &Scene::behave_as(int32_t tm_type, uint32_t tm_flags) {
+  personality = make_personality(tm_type, tm_flags);
+  trvxal_tm_personality.store(&personality);
+  return personality;
+}
+
+void Scene::fail_operation(const std::string &operation, int32_t code) {
+  operation_results[operation] = code;
+}
+
+// ---- OpenScene ------------------------------------------------------------------------------------------------------
+
+OpenScene::OpenScene() {
+  // The record of the thread identity stays for the life of the process.
+  behave_as(XATM_TUX, XAPF_CFG_OPTIONAL);
+  EXPECT_NE(xal_addlrm(99, open_string), nullptr);
+  EXPECT_EQ(xal_freelrm(99), 1);
+  blocks_at_start = common_blocks_outstanding();
+  reopen();
+}
+
+OpenScene::~OpenScene() {
+  close_everything();
+}
+
+void OpenScene::close_everything() {
+  common_fail_allocation(0, 0);
+  while (XA_CONNECTION *left = connection()) {
+    library().fail_call(0);
+    left->xc_state = XCS_UNUSED;
+    left->xc_holds = 0;
+    XA_CONNECTION *got = nullptr;
+    ASSERT_EQ(xc_get(1, nullptr, &got, XCF_ANY), XCRET_CONN);
+    xc_close(got);
+    xc_get(1, nullptr, &got, 0);
+  }
+  xal_freelrm(1);
+  xal_freelrm(2);
+}
+
+void OpenScene::reopen(int32_t tm_type, uint32_t tm_flags) {
+  close_everything();
+  fresh();
+  library().drop(conn.xc_cmd);
+  library().drop(conn.xc_conn);
+  conn = XA_CONNECTION{};
+  library().reset();
+  behave_as(tm_type, tm_flags | XAPF_CFG_OPTIONAL);
+  XA_LRMINFO *record = xal_addlrm(1, open_string);
+  ASSERT_NE(record, nullptr);
+  open_connection();
+  library().take_calls();
+  library().take_requests();
+  take_log();
+}
+
+XA_CONNECTION *OpenScene::open_connection(int32_t state) {
+  XA_LRMINFO *record = xal_getlrm(1);
+  XA_CONNECTION *opened = nullptr;
+  EXPECT_EQ(xc_open(record, &opened), XA_OK);
+  opened->xc_state = state;
+  xc_release(opened);
+  return opened;
+}
+
+XA_CONNECTION *OpenScene::connection(size_t index) {
+  XA_LRMINFO *record = xal_getlrm(1);
+  if (record == nullptr) {
+    return nullptr;
+  }
+  XC_LINKS *at = record->lrm_conns.xc_next;
+  for (; index > 0 && at != &record->lrm_conns; --index) {
+    at = at->xc_next;
+  }
+  return at != &record->lrm_conns ? static_cast<XA_CONNECTION *>(at) : nullptr;
+}
+
+Lines OpenScene::connections() {
+  Lines lines;
+  for (size_t index = 0; const XA_CONNECTION *at = connection(index); ++index) {
+    const std::string handle = at->xc_conn != nullptr ? at->xc_conn->name : "none";
+    lines.push_back(text("%s %d %x%s", handle.c_str(), at->xc_state, static_cast<uint32_t>(at->xc_xid.formatID),
+                         at->xc_holds != 0 ? " held" : ""));
+  }
+  return lines;
+}
+
+}  // namespace fake
