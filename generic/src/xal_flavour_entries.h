@@ -68,6 +68,7 @@ class FlavourStart {
     pthread_mutex_lock(&_trv_xa_global_mutex);
   }
 
+  // A repeated start-up of the active flavour keeps the thread table and record that other threads may be using.
   static int32_t initialise(const TraceScope &trace) {
     CS_CONTEXT *context = nullptr;
     if (cs_ctx_global(QLT_VERSION, &context) != CS_SUCCEED) {
@@ -79,8 +80,10 @@ class FlavourStart {
       Flavour::report_no_threads(trace);
       return XAER_RMFAIL;
     }
-    store_thread_table(Flavour::threads(), table);
-    Flavour::choose_personality();
+    if (active_personality().tm_type != Flavour::personality().tm_type) {
+      Flavour::threads() = table;
+      Flavour::choose_personality();
+    }
     return create_mutexes(trace);
   }
 
@@ -121,28 +124,36 @@ int32_t flavour_open(const char *info, int32_t rmid, int32_t flags) {
   return trace.xa(opened);
 }
 
-// Holds the serialisation mutex through the personality that is active at its construction; not entered while none is.
+// Holds the serialisation mutex through the personality that is active at its construction. Not entered while none is,
+// nor when the first xa_open, under whose configuration the call waited for the mutex, failed meanwhile: the mutex that
+// was waited for may then be one that nobody else uses any more.
 class SerialisedCall {
  public:
   SerialisedCall() : personality_(active_personality()), mutex_(_xa_txs_serialize.load()) {
-    if (entered()) {
-      personality_.take_mutex(mutex_);
+    if (personality_.take_mutex == nullptr) {
+      return;
+    }
+    personality_.take_mutex(mutex_);
+    entered_ = &active_personality() == &personality_ && _xa_txs_serialize.load() == mutex_;
+    if (!entered_) {
+      personality_.release_mutex(mutex_);
     }
   }
   ~SerialisedCall() {
-    if (entered()) {
+    if (entered_) {
       personality_.release_mutex(mutex_);
     }
   }
   SerialisedCall(const SerialisedCall &) = delete;
   SerialisedCall &operator=(const SerialisedCall &) = delete;
 
-  bool entered() const { return personality_.take_mutex != nullptr; }
+  bool entered() const { return entered_; }
   const XA_PERSONALITY &personality() const { return personality_; }
 
  private:
   const XA_PERSONALITY &personality_;
   const int32_t mutex_;
+  bool entered_ = false;
 };
 
 template <typename Flavour, auto Verb>
@@ -167,12 +178,22 @@ int32_t flavour_branch_verb(const XID *xid, int32_t rmid, int32_t flags) {
 
 inline int32_t serialised_close(const char *info, int32_t rmid, int32_t flags) {
   const SerialisedCall call;
-  return call.entered() ? xa_close(info, rmid, flags) : XAER_PROTO;
+  if (!call.entered()) {
+    return XAER_PROTO;
+  }
+  const int32_t ret = xa_close(info, rmid, flags);
+  xc_assert_settled(rmid);
+  return ret;
 }
 
 inline int32_t serialised_recover(XID *xids, int32_t count, int32_t rmid, int32_t flags) {
   const SerialisedCall call;
-  return call.entered() ? xa_recover(xids, count, rmid, flags) : XAER_PROTO;
+  if (!call.entered()) {
+    return XAER_PROTO;
+  }
+  const int32_t ret = xa_recover(xids, count, rmid, flags);
+  xc_assert_settled(rmid);
+  return ret;
 }
 
 inline int32_t serialised_complete(int32_t *handle, int32_t *result, int32_t rmid, int32_t flags) {

@@ -27,7 +27,7 @@ struct FlavourObjects {
     XA_THRDID identity{};
     const KeyOutcome key = build_key(conn, name, identity);
     if (!key.go_on) {
-      return outcome(trace, key.code);
+      return trace.cs(key.code);
     }
     QLT_OBJECT_DATA data{};
     data.connection = conn->xc_conn;
@@ -42,7 +42,7 @@ struct FlavourObjects {
     XA_THRDID identity{};
     const KeyOutcome key = build_key(conn, name, identity);
     if (!key.go_on) {
-      return outcome(trace, key.code);
+      return trace.cs(key.code);
     }
     return outcome(trace, cs_objects(xl_context, QLT_CLEAR, &name, nullptr));
   }

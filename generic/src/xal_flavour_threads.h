@@ -98,23 +98,13 @@ struct FlavourThreads {
 
 // The identity of flavours that do not tell threads apart.
 inline int32_t shared_identity(XA_THRDID *identity) {
+  if (identity == nullptr) {
+    return 0;
+  }
   identity->tid_tag = 0;
   identity->tid_len = QLT_UNUSED;
   identity->tid_bytes[0] = 0;
   return 1;
-}
-
-// A thread table is fetched again when a start-up is repeated. Other threads may be using the flavour's copy, so it is
-// left alone unless it really changed.
-inline void store_thread_table(QLT_THREAD_TABLE &table, const QLT_THREAD_TABLE &fetched) {
-  const bool same = table.create_mutex == fetched.create_mutex && table.delete_mutex == fetched.delete_mutex &&
-                    table.take_mutex == fetched.take_mutex && table.release_mutex == fetched.release_mutex &&
-                    table.create_event == fetched.create_event && table.delete_event == fetched.delete_event &&
-                    table.signal_event == fetched.signal_event && table.reset_event == fetched.reset_event &&
-                    table.waitfor_event == fetched.waitfor_event && table.thread_identity == fetched.thread_identity;
-  if (!same) {
-    table = fetched;
-  }
 }
 
 // The exported thread and lock operations of a flavour; the identity differs and is written out in the switch file.

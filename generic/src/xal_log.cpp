@@ -114,6 +114,11 @@ bool log_path_option(const char *open_string, char *path) {
   return false;
 }
 
+int32_t skip_open(const TraceScope &trace, const char *path) {
+  trace.message()("skipped open of %s. log file already open", path != nullptr ? path : "<nil>");
+  return 1;
+}
+
 }  // namespace
 
 void xal_log_identify_threads() {
@@ -171,8 +176,7 @@ int32_t xalog_open_file(const char *path) {
   const TraceScope trace("xalog_open_file", TRACE_NONE);
   xasl_xalog_pid.store(getpid());
   if (log_fd.load(std::memory_order_acquire) != nullptr) {
-    trace.message()("skipped open of %s. log file already open", path != nullptr ? path : "<nil>");
-    return 1;
+    return skip_open(trace, path);
   }
   FILE *opened = nullptr;
   errno = EINVAL;
@@ -185,7 +189,13 @@ int32_t xalog_open_file(const char *path) {
     xal_display_nolog(text);
     return 0;
   }
-  log_fd.store(opened, std::memory_order_release);
+  FILE *none = nullptr;
+  if (!log_fd.compare_exchange_strong(none, opened, std::memory_order_acq_rel)) {
+    if (opened != stderr) {
+      fclose(opened);  // another thread's log was quicker
+    }
+    return skip_open(trace, path);
+  }
   trace.message()("%s started", xadtm__Vdate);
   return 1;
 }

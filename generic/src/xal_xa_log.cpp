@@ -259,8 +259,11 @@ const char *xacmn_log_dump_xaflags(int32_t flags) {
 
 char *xacmn_log_hex_sprintf(char *out, const void *bytes, int32_t count) {
   static constexpr char digits[] = "0123456789ABCDEF";
+  if (out == nullptr) {
+    return nullptr;
+  }
   const auto *from = static_cast<const unsigned char *>(bytes);
-  for (int32_t i = 0; i < count && i < longest_hex; ++i) {
+  for (int32_t i = 0; from != nullptr && i < count && i < longest_hex; ++i) {
     if (i > 0 && i % 4 == 0) {
       *out++ = '.';
     }

@@ -38,6 +38,31 @@ struct Mts {
 
 XAL_DEFINE_OBJECTS(trvmts, Mts)
 
+// Takes the next number from a held connection's counter; numbers start at 1.
+int32_t count_statement(const SerialisedCall &call, XA_CONNECTION *conn) {
+  auto *counter = static_cast<int32_t *>(conn->xc_tmdata);
+  if (call.personality().tm_type != XATM_MTS || counter == nullptr) {
+    return XAER_INVAL;
+  }
+  const int32_t number = *counter;
+  *counter = number < INT32_MAX ? number + 1 : 1;
+  return number;
+}
+
+int32_t next_statement(int32_t rmid) {
+  const SerialisedCall call;
+  if (!call.entered()) {
+    return XAER_PROTO;
+  }
+  XA_CONNECTION *conn = nullptr;
+  const int32_t found = xc_get(rmid, nullptr, &conn, XCF_ASSOC);
+  const int32_t number = found == XCRET_ASSOC ? count_statement(call, conn) : XAER_PROTO;
+  if (xc_handed_out(found)) {
+    xc_release(conn);
+  }
+  return number;
+}
+
 }  // namespace
 
 extern "C" {
@@ -53,27 +78,8 @@ constexpr xa_switch_t tarvex_MTS_xa_switch = XAL_SWITCH_RECORD(trv_mts);
 
 int32_t TrvXA_GetStatementNr(int32_t rmid) {
   const TraceScope trace("TrvXA_GetStatementNr", TRACE_XA);
-  const SerialisedCall call;
-  if (!call.entered()) {
-    return trace.xa(XAER_PROTO);
-  }
-  XA_CONNECTION *conn = nullptr;
-  const int32_t found = xc_get(rmid, nullptr, &conn, XCF_ASSOC);
-  if (found != XCRET_ASSOC) {
-    if (xc_handed_out(found)) {
-      xc_release(conn);
-    }
-    return trace.xa(XAER_PROTO);
-  }
-  auto *counter = static_cast<int32_t *>(conn->xc_tmdata);
-  if (call.personality().tm_type != XATM_MTS || counter == nullptr) {
-    xc_release(conn);
-    return trace.xa(XAER_INVAL);
-  }
-  const int32_t number = *counter;
-  *counter = number + 1;
-  xc_release(conn);
-  return trace.hex(number);
+  const int32_t number = next_statement(rmid);
+  return number > 0 ? trace.hex(number) : trace.xa(number);
 }
 
 }  // extern "C"

@@ -41,6 +41,9 @@ XAL_DEFINE_OBJECTS(trvtxs, Txs)
 extern "C" {
 
 int32_t _trvtxs_get_thrdid(XA_THRDID *identity) {
+  if (identity == nullptr) {
+    return 0;
+  }
   const auto operation = _xa__txs_threadfn.thread_identity;
   constexpr int32_t size = sizeof identity->tid_bytes;
   identity->tid_len = 0;
