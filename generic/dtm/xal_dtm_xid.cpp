@@ -6,6 +6,7 @@
 // decoding of a text with a character outside the alphabet.
 #include <array>
 #include <bit>
+#include <cstddef>
 #include <cstring>
 
 #include "xal_dtm.h"
@@ -116,6 +117,14 @@ char *write_name(const XID &xid, const char *lrm_name, char *out) {
   return out;
 }
 
+// True when the connection's name stands for this XID.
+bool is_named(const XA_CONNECTION &conn, const XID &xid) {
+  const XID &named = conn.xc_named_xid;
+  return conn.xc_name_length != 0 && named.formatID == xid.formatID && named.gtrid_length == xid.gtrid_length &&
+         named.bqual_length == xid.bqual_length &&
+         memcmp(named.data, xid.data, static_cast<size_t>(conn.xc_named_data)) == 0;
+}
+
 }  // namespace
 
 int32_t xa__dtm_encode(const void *bytes, int32_t count, char *out) {
@@ -146,9 +155,10 @@ char *xa__dtm_encode_xid(const XID *xid, const char *lrm_name, char *out) {
 }
 
 const char *xa__dtm_branch_name(XA_CONNECTION *conn, const XID *xid, int32_t *length) {
-  const size_t size = xid_size(*xid);
-  if (conn->xc_name_length == 0 || memcmp(&conn->xc_named_xid, xid, size) != 0) {
+  if (!is_named(*conn, *xid)) {
+    const size_t size = xid_size(*xid);
     memcpy(&conn->xc_named_xid, xid, size);
+    conn->xc_named_data = static_cast<int32_t>(size - offsetof(XID, data));
     conn->xc_name_length =
         static_cast<int32_t>(write_name(*xid, conn->xc_lrm->lrm_name, conn->xc_name) - conn->xc_name);
   }

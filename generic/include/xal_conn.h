@@ -41,8 +41,9 @@ struct xa_connection : XC_LINKS {
   // handed out again; a thread that looks for just this record waits for its release.
   int32_t xc_holds;
   const void *xc_holder;
-  // The branch name last encoded for a request on this connection, and the XID it stands for (formatID -1: none yet).
+  // The branch name last encoded for a request on this connection, and the XID it stands for (length 0: none yet).
   XID xc_named_xid;
+  int32_t xc_named_data;  // bytes of its data that count
   int32_t xc_name_length;
   char xc_name[XA_NAME_SIZE];
 };
@@ -126,6 +127,10 @@ void xc_wait_briefly();
 // True while conn is still a record of rmid in the calling thread identity. To be asked, after a nested verb, before a
 // record that was released meanwhile is used again.
 bool xc_still_there(int32_t rmid, const XA_CONNECTION *conn);
+
+// Makes the record the only one of its LRM that carries its branch: others that still keep its XID from a completed
+// request, while this one's was on no record yet, forget it.
+void xc_forget_branch(const XA_CONNECTION *conn);
 
 // Debug builds: no connection is held by the calling thread, and every connection of rmid is in a settled state.
 void xc_assert_settled(int32_t rmid);

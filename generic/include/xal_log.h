@@ -44,9 +44,10 @@ extern "C" std::atomic<uint32_t> xacmn_log_tracing;
 // "N/A".
 void xal_log_identify_threads();
 
-// True when every given bit is set in the trace mask.
+// True when every given bit is set in the trace mask. Code is laid out for the untraced case.
 inline bool tracing(uint32_t bits) {
-  return (xacmn_log_tracing.load(std::memory_order_relaxed) & bits) == bits;
+  const bool on = (xacmn_log_tracing.load(std::memory_order_relaxed) & bits) == bits;
+  return __builtin_expect(on ? 1 : 0, 0) != 0;
 }
 
 // One message still to be written: who writes it, from which source line, as which type. A disabled one writes nothing.
@@ -55,7 +56,7 @@ class LogLine {
   constexpr LogLine(const char *function, int32_t type, int32_t line, bool enabled = true)
       : function_(function), type_(type), line_(line), enabled_(enabled) {}
 
-  [[gnu::format(printf, 2, 3)]] void operator()(const char *format, ...) const;
+  [[gnu::format(printf, 2, 3), gnu::cold]] void operator()(const char *format, ...) const;
 
  private:
   const char *function_;
@@ -85,7 +86,7 @@ class TraceScope {
   TraceScope(const char *function, TraceCategory category, int32_t line = __builtin_LINE())
       : function_(function), type_(category.type), entered_(category.bits != 0 && tracing(category.bits)) {
     if (entered_) {
-      xalog_msg(function_, "Enter", line, type_);
+      write("Enter", line);
     }
   }
 
@@ -94,25 +95,25 @@ class TraceScope {
   // The result as an XA code, a client-library code or a hexadecimal value; each returns its argument.
   int32_t xa(int32_t code, int32_t line = __builtin_LINE()) const {
     if (entered_) {
-      returning(xacmn_log_xareturn(code), line);
+      write(xacmn_log_xareturn(code), line);
     }
     return code;
   }
   int32_t cs(int32_t code, int32_t line = __builtin_LINE()) const {
     if (entered_) {
-      returning(xacmn_log_csreturn(code), line);
+      write(xacmn_log_csreturn(code), line);
     }
     return code;
   }
   int32_t hex(int32_t value, int32_t line = __builtin_LINE()) const {
     if (entered_) {
-      returning(xacmn_log_hexreturn(value), line);
+      write(xacmn_log_hexreturn(value), line);
     }
     return value;
   }
   void nothing(int32_t line = __builtin_LINE()) const {
     if (entered_) {
-      returning("return: Void", line);
+      write("return: Void", line);
     }
   }
 
@@ -134,7 +135,7 @@ class TraceScope {
   }
 
  private:
-  void returning(const char *text, int32_t line) const { xalog_msg(function_, text, line, type_); }
+  [[gnu::cold]] void write(const char *text, int32_t line) const { xalog_msg(function_, text, line, type_); }
 
   const char *function_;
   int32_t type_;

@@ -54,6 +54,8 @@ extern CS_CONTEXT *xl_context;
 int32_t xl_init(const XA_SETTING *settings);
 // The record of rmid for the calling thread identity, its mutex taken, or null.
 XA_LRMINFO *xal_getlrm(int32_t rmid);
+// The same without its mutex and without a trace, for looks that are no lookups; null as well.
+XA_LRMINFO *xal_peeklrm(int32_t rmid);
 // As xal_getlrm, making the record when there is none. Null when it cannot be made, or is open with other values.
 XA_LRMINFO *xal_addlrm(int32_t rmid, const char *open_string);
 // Removes the record: 1 (also when rmid was not open), 0 when the identity never opened anything, XAER_NOTA when the

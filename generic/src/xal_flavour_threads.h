@@ -91,6 +91,9 @@ struct FlavourThreads {
     if (primitive != nullptr && !tracing(XATR_MISC)) {
       return primitive(handle);
     }
+    return operate_traced(name, primitive, handle);
+  }
+  [[gnu::noinline]] static int32_t operate_traced(const char *name, int32_t (*primitive)(int32_t), int32_t handle) {
     const TraceScope trace(name, TRACE_MISC);
     return trace.cs(primitive != nullptr ? primitive(handle) : CS_FAIL);
   }

@@ -63,6 +63,7 @@ void verb_close_rm(int32_t rmid) {
 void verb_set_branch(XA_CONNECTION *conn, const XID &xid) {
   conn->xc_xid = XID{};
   xid_copy(conn->xc_xid, xid);
+  xc_forget_branch(conn);
 }
 
 void verb_free(XA_CONNECTION *conn) {

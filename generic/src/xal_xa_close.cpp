@@ -33,7 +33,9 @@ bool close_one(XA_CONNECTION *conn, int32_t rmid, const XA_CONNECTION **ended) {
     static_cast<void>(xa_end(&branch, rmid, TMSUCCESS));
     return true;
   }
-  *ended = nullptr;
+  if (conn == *ended) {
+    *ended = nullptr;
+  }
   conn->xc_state = XCS_CLOSING;
   xc_close(conn);
   return true;

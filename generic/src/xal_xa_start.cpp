@@ -78,13 +78,18 @@ void note_refusal(StartCall &call, const XA_CONNECTION *conn, const XID &branch)
   call.refused_xid = branch;
 }
 
+// True when another thread has put its branch on the connection meanwhile.
+bool carries_another(const XA_CONNECTION *conn, const XID &branch) {
+  return conn->xc_state == XCS_ASSOC && !same_bytes(conn->xc_xid, branch);
+}
+
 // Ends the leftover association of a connection that is no longer held.
 VerbStep end_leftover(StartCall &call, XA_CONNECTION *conn, const XID &branch, int32_t noted) {
   const bool kindly = personality_has(XAPF_CLOSE_ENDS);
   const int32_t ended = xa_end(&branch, call.rmid, kindly ? TMSUCCESS : TMFAIL);
   if (ended != XA_OK) {
     note_refusal(call, conn, branch);
-    if (kindly && xc_still_there(call.rmid, conn)) {
+    if (kindly && xc_still_there(call.rmid, conn) && !carries_another(conn, branch)) {
       // The connection must not stay published; a failing withdrawal is logged by the operation.
       static_cast<void>(active_personality().cs_obj_clear(conn));
     }

@@ -25,15 +25,15 @@ int32_t bounded(int32_t length) {
   return length < 0 ? 0 : (length > QLT_MAX_NAME ? QLT_MAX_NAME : length);
 }
 
-QLT_OBJECT_NAME make_key(int32_t exists, int32_t type, const void *thread, int32_t threadlen) {
-  QLT_OBJECT_NAME name{};
+// Sets everything of a key but its names, whose lengths say what of them counts.
+void start_key(QLT_OBJECT_NAME &name, int32_t exists, int32_t type, const void *thread, int32_t threadlen) {
   name.think_exists = exists;
   name.obj_type = type;
   name.fnlen = QLT_WILDCARD;
+  name.scope = nullptr;
   name.scopelen = QLT_WILDCARD;
   name.thread = const_cast<void *>(thread);  // the client library only reads it
   name.threadlen = threadlen;
-  return name;
 }
 
 void set_last_name(QLT_OBJECT_NAME &name, const void *text, int32_t length) {
@@ -88,9 +88,10 @@ bool read_cursor_name(const TraceScope &trace, QLT_OBJECT_NAME &name, const QLT_
 CursorStep remove_next_cursor(const TraceScope &trace, CS_CONTEXT *context, XA_CONNECTION *conn,
                               const XA_THRDID &identity) {
   const void *thread = identity.tid_len > 0 ? identity.tid_bytes : nullptr;
-  QLT_OBJECT_NAME name = make_key(0, QLT_OBJ_CURSOR, thread, identity.tid_len);
+  QLT_OBJECT_NAME name;
+  start_key(name, 0, QLT_OBJ_CURSOR, thread, identity.tid_len);
   set_lrm_name(name, conn);
-  char buffer[cursor_data_size] = "";
+  char buffer[cursor_data_size];
   QLT_OBJECT_DATA cursor{};
   cursor.buffer = buffer;
   cursor.buflen = sizeof buffer;
@@ -195,7 +196,8 @@ int32_t xa__obj_cln_dynsql(CS_CONTEXT *context, XA_CONNECTION *conn, const void 
     length = static_cast<int32_t>(strnlen(bytes + statement_name_at, QLT_MAX_NAME));
   }
 
-  QLT_OBJECT_NAME name = make_key(0, QLT_OBJ_STATEMENT, cursor_name->thread, cursor_name->threadlen);
+  QLT_OBJECT_NAME name;
+  start_key(name, 0, QLT_OBJ_STATEMENT, cursor_name->thread, cursor_name->threadlen);
   set_lrm_name(name, conn);
   set_first_name(name, bytes + statement_name_at, length);
   QLT_OBJECT_DATA data{};
@@ -210,7 +212,8 @@ int32_t xa__obj_cln_dynsql(CS_CONTEXT *context, XA_CONNECTION *conn, const void 
     }
   }
 
-  QLT_OBJECT_NAME mapping = make_key(1, QLT_OBJ_MAPPING, cursor_name->thread, cursor_name->threadlen);
+  QLT_OBJECT_NAME mapping;
+  start_key(mapping, 1, QLT_OBJ_MAPPING, cursor_name->thread, cursor_name->threadlen);
   set_last_name(mapping, bytes + statement_name_at, length);
   set_first_name(mapping, cursor_name->first_name, cursor_name->fnlen);
   const int32_t ret = cs_objects(context, QLT_CLEAR, &mapping, &data);
@@ -249,6 +252,10 @@ bool shown(int32_t length) {
   return length > 0 || length == QLT_NULLTERM;
 }
 
+int32_t shown_characters(int32_t length) {
+  return length == QLT_NULLTERM ? QLT_MAX_NAME : bounded(length);
+}
+
 uint32_t low_word(const void *pointer) {
   return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(pointer));
 }
@@ -260,11 +267,11 @@ void log_name(const TraceScope &trace, const QLT_OBJECT_NAME &name) {
   line("object name.obj_type %d", name.obj_type);
   line("object name.lnlen %d", name.lnlen);
   if (shown(name.lnlen)) {
-    line("object name.last_name %.*s", QLT_MAX_NAME, name.last_name);
+    line("object name.last_name %.*s", shown_characters(name.lnlen), name.last_name);
   }
   line("object name.fnlen %d", name.fnlen);
   if (shown(name.fnlen)) {
-    line("object name.first_name %.*s", QLT_MAX_NAME, name.first_name);
+    line("object name.first_name %.*s", shown_characters(name.fnlen), name.first_name);
   }
   line("object name.scopelen %d", name.scopelen);
   if (shown(name.scopelen)) {

@@ -18,8 +18,7 @@ namespace {
 constexpr int32_t look_again = 0;  // another thread holds the connection looked for; no XCRET code, no XA error
 constexpr uint32_t by_state = XCF_ASSOC | XCF_SUSPEND | XCF_RECOVER;
 
-// A thread is told by the address of this variable.
-thread_local constinit char thread_token = 0;
+// A thread is told by the address of its count of holds.
 thread_local constinit int32_t holds_of_thread = 0;
 
 bool held(const XA_CONNECTION *conn) {
@@ -27,7 +26,7 @@ bool held(const XA_CONNECTION *conn) {
 }
 
 bool held_elsewhere(const XA_CONNECTION *conn) {
-  return held(conn) && conn->xc_holder != &thread_token;
+  return held(conn) && conn->xc_holder != &holds_of_thread;
 }
 
 // Unlinks a closed record and frees it; returns the links that followed it.
@@ -112,6 +111,17 @@ int32_t visit(Walk &walk, XA_LRMINFO *lrm, XA_CONNECTION *conn, XA_CONNECTION **
   return go_on;
 }
 
+// While a connection was made, another thread may have put the branch on one: a branch is carried by one only.
+bool matched_meanwhile(const Walk &walk, const XA_LRMINFO *lrm, const XA_CONNECTION *opened) {
+  for (const XC_LINKS *at = lrm->lrm_conns.xc_next; at != &lrm->lrm_conns; at = at->xc_next) {
+    const auto *conn = static_cast<const XA_CONNECTION *>(at);
+    if (conn != opened && is_match(walk, conn) && (!held(conn) || held_elsewhere(conn))) {
+      return true;
+    }
+  }
+  return false;
+}
+
 // What the end of the list leaves: a match, an unused connection, a new one, or none.
 int32_t settle(const Walk &walk, XA_LRMINFO *lrm, XA_CONNECTION **out) {
   if (walk.match != nullptr) {
@@ -126,6 +136,11 @@ int32_t settle(const Walk &walk, XA_LRMINFO *lrm, XA_CONNECTION **out) {
     if (ret != XA_OK) {
       _trvxadummy_release_mutex(lrm->lrm_mutex);
       return ret;
+    }
+    if (matched_meanwhile(walk, lrm, opened)) {
+      opened->xc_state = XCS_UNUSED;
+      xc_release(opened);
+      return look_again;
     }
     opened->xc_state = XCS_INUSE;
     *out = opened;
@@ -151,6 +166,7 @@ int32_t search(int32_t rmid, const XID *xid, XA_CONNECTION **out, uint32_t flags
     const int32_t result = visit(walk, lrm, conn, out);
     if (result == look_again) {
       _trvxadummy_release_mutex(lrm->lrm_mutex);
+      return result;
     }
     if (result != go_on) {
       return result;
@@ -178,7 +194,7 @@ bool xid_equal(const XID &left, const XID &right) {
 
 void xc_hold(XA_CONNECTION *conn) {
   ++conn->xc_holds;
-  conn->xc_holder = &thread_token;
+  conn->xc_holder = &holds_of_thread;
   ++holds_of_thread;
 }
 
@@ -192,25 +208,32 @@ void xc_release(XA_CONNECTION *conn) {
 }
 
 bool xc_still_there(int32_t rmid, const XA_CONNECTION *conn) {
-  XA_LRMINFO *lrm = xal_getlrm(rmid);
+  const XA_LRMINFO *lrm = xal_peeklrm(rmid);
   if (lrm == nullptr) {
     return false;
   }
-  bool found = false;
-  for (const XC_LINKS *at = lrm->lrm_conns.xc_next; at != &lrm->lrm_conns && !found; at = at->xc_next) {
-    found = at == conn && !held(conn);
+  for (const XC_LINKS *at = lrm->lrm_conns.xc_next; at != &lrm->lrm_conns; at = at->xc_next) {
+    if (at == conn) {
+      return !held(conn);
+    }
   }
-  _trvxadummy_release_mutex(lrm->lrm_mutex);
-  return found;
+  return false;
+}
+
+void xc_forget_branch(const XA_CONNECTION *conn) {
+  const XA_LRMINFO *lrm = conn->xc_lrm;
+  for (XC_LINKS *at = lrm->lrm_conns.xc_next; at != &lrm->lrm_conns; at = at->xc_next) {
+    auto *other = static_cast<XA_CONNECTION *>(at);
+    if (other != conn && other->xc_state == XCS_UNUSED && !held(other) && xid_equal(other->xc_xid, conn->xc_xid)) {
+      other->xc_xid.formatID = -1;
+    }
+  }
 }
 
 void xc_assert_settled([[maybe_unused]] int32_t rmid) {
 #ifndef NDEBUG
   assert(holds_of_thread == 0);
-  if (active_personality().get_thrdid == nullptr || tracing(XATR_RM)) {
-    return;  // the look must not show in a trace
-  }
-  XA_LRMINFO *lrm = xal_getlrm(rmid);
+  const XA_LRMINFO *lrm = xal_peeklrm(rmid);
   if (lrm == nullptr) {
     return;
   }
@@ -221,7 +244,6 @@ void xc_assert_settled([[maybe_unused]] int32_t rmid) {
            state == XCS_RECOVER);
     assert((state != XCS_ASSOC && state != XCS_SUSPEND) || conn->xc_conn != nullptr);
   }
-  _trvxadummy_release_mutex(lrm->lrm_mutex);
 #endif
 }
 

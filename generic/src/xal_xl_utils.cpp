@@ -69,6 +69,12 @@ RMID_LIST *find_rmid(THREAD_LIST *node, int32_t rmid) {
   return nullptr;
 }
 
+XA_LRMINFO *find_lrm(const XA_THRDID &identity, int32_t rmid) {
+  THREAD_LIST *node = find_thread(identity);
+  const RMID_LIST *entry = node != nullptr ? find_rmid(node, rmid) : nullptr;
+  return entry != nullptr ? entry->rl_lrminfo : nullptr;
+}
+
 // Holds the list's placeholder mutex.
 class ListScope {
  public:
@@ -285,6 +291,11 @@ int32_t xl_init(const XA_SETTING *settings) {
   return trace.cs(CS_SUCCEED);
 }
 
+XA_LRMINFO *xal_peeklrm(int32_t rmid) {
+  XA_THRDID identity;
+  return own_identity(identity) ? find_lrm(identity, rmid) : nullptr;
+}
+
 XA_LRMINFO *xal_getlrm(int32_t rmid) {
   const TraceScope trace("xal_getlrm", TRACE_RM);
   XA_THRDID identity;
@@ -292,13 +303,11 @@ XA_LRMINFO *xal_getlrm(int32_t rmid) {
     return nullptr;
   }
   const ListScope scope;
-  THREAD_LIST *node = find_thread(identity);
-  const RMID_LIST *entry = node != nullptr ? find_rmid(node, rmid) : nullptr;
-  if (entry == nullptr) {
-    return nullptr;
+  XA_LRMINFO *lrm = find_lrm(identity, rmid);
+  if (lrm != nullptr) {
+    _trvxadummy_take_mutex(lrm->lrm_mutex);
   }
-  _trvxadummy_take_mutex(entry->rl_lrminfo->lrm_mutex);
-  return entry->rl_lrminfo;
+  return lrm;
 }
 
 XA_LRMINFO *xal_addlrm(int32_t rmid, const char *open_string) {

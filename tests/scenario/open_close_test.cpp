@@ -8,8 +8,7 @@ namespace scenario {
 namespace {
 
 Action open_null() {
-  return {"open with a null string",
-          [](World &world) { return world.xa().xa_open_entry(nullptr, 1, TMNOFLAGS); }};
+  return {"open with a null string", [](World &world) { return world.xa().xa_open_entry(nullptr, 1, TMNOFLAGS); }};
 }
 
 Action open_asynchronously() {

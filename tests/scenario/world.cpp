@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -21,8 +24,11 @@ World *the_world = nullptr;
 thread_local bool held_at_gate = false;
 
 void note_sleep(uint32_t seconds) {
+  static std::mutex mutex;
+  std::unique_lock<std::mutex> lock(mutex);
   the_world->slept.push_back(seconds);
   const auto found = the_world->when_asleep.find(the_world->slept.size());
+  lock.unlock();
   if (found != the_world->when_asleep.end()) {
     found->second();
   }
@@ -211,6 +217,12 @@ int32_t World::forget(int32_t rmid, const std::string &branch, int32_t flags) co
   return xa().xa_forget_entry(&xid, rmid, flags);
 }
 
+int32_t World::prepared(int32_t rmid, const std::string &branch) const {
+  const int32_t started = start(rmid, branch);
+  const int32_t ended = started == XA_OK ? end(rmid, branch) : started;
+  return ended == XA_OK ? prepare(rmid, branch) : ended;
+}
+
 int32_t World::state(const std::string &branch, const char *lrm) {
   return zdb_branch_state(std::strcmp(lrm, "L2") == 0 ? "bank2" : bank, branch_name(branch, lrm).c_str());
 }
@@ -251,6 +263,21 @@ std::string branch_name(const std::string &label, const char *lrm) {
   char name[XA_NAME_SIZE];
   const XID xid = xid_of(label);
   return xa__dtm_encode_xid(&xid, lrm, name);
+}
+
+int32_t run_forked(const std::function<int32_t()> &work) {
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    const int32_t result = work();
+    std::fflush(nullptr);
+    _exit(testing::Test::HasFailure() ? 255 : result);
+  }
+  int status = 0;
+  if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status) || WEXITSTATUS(status) == 255) {
+    return child_failed;
+  }
+  return WEXITSTATUS(status);
 }
 
 void write_file(const std::string &path, const std::string &text) {

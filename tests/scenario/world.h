@@ -95,22 +95,25 @@ class World {
 
   // The branch's state on bank1, or on bank2 when it is named by LRM L2.
   static int32_t state(const std::string &branch, const char *lrm = "L1");
+  // Starts the branch, ends it and prepares it; the first code that is not XA_OK.
+  int32_t prepared(int32_t rmid, const std::string &branch) const;
+
   // Closes what is open in both threads; then nothing may be left, in the client library, on the servers or in memory.
   void expect_nothing_left();
   void expect_mutex_respected() const;
 
   unsigned flavour;
   Worker other;
-  std::vector<uint32_t> slept;                       // what the library slept, in seconds
+  std::vector<uint32_t> slept;                               // what the library slept, in seconds
   std::map<std::size_t, std::function<void()>> when_asleep;  // by the number of the sleep, from 1
   int32_t asleep_result = INT32_MIN;
-  std::vector<std::string> planted;                  // in-doubt branches, in the order that a scan tells them
-  std::size_t scanned = 0;                           // how many of them the present scan has told
+  std::vector<std::string> planted;  // in-doubt branches, in the order that a scan tells them
+  std::size_t scanned = 0;           // how many of them the present scan has told
   std::atomic<Gate *> gate{nullptr};
-  std::atomic<bool> watch{true};                     // see the file's head
+  std::atomic<bool> watch{true};  // see the file's head
   std::atomic<int32_t> held_while_waiting{0};
   std::atomic<int32_t> free_while_sending{0};
-  std::atomic<int32_t> inits{0};                     // calls of ct_init
+  std::atomic<int32_t> inits{0};  // calls of ct_init
 
   std::string config_path;
   std::string log_path;
@@ -123,6 +126,11 @@ class World {
 // begins with "-" an empty bqual.
 XID xid_of(const std::string &label);
 std::string branch_name(const std::string &label, const char *lrm = "L1");
+
+// Runs the work in a process of its own and gives its result, or child_failed when an expectation failed there or the
+// process died.
+inline constexpr int32_t child_failed = -1;
+int32_t run_forked(const std::function<int32_t()> &work);
 
 void write_file(const std::string &path, const std::string &text);
 std::string read_file(const std::string &path);

@@ -1,0 +1,419 @@
+// threads_test.cpp - several threads inside the library: identities of their own under TXS, one shared identity under
+// MTS and TUX, a thread held in the middle of a verb while another one comes, and first opens side by side.
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <memory>
+
+#include "common_control.h"
+#include "quillet_control.h"
+#include "world.h"
+#include "xal_personality.h"
+
+namespace {
+
+constexpr int crowd = 4;
+constexpr int rounds = 15;
+
+void in_crowd(const std::function<void(int)> &work) {
+  std::vector<std::thread> threads;
+  for (int number = 0; number < crowd; ++number) {
+    threads.emplace_back(work, number);
+  }
+  for (std::thread &thread : threads) {
+    thread.join();
+  }
+}
+
+std::string label_of(int thread, int round) {
+  std::string label("T");
+  return label.append(std::to_string(thread)).append(".").append(std::to_string(round));
+}
+
+// Lets other threads run for a while; whoever is not done then was held up.
+void give_way() {
+  for (int turn = 0; turn < 2000; ++turn) {
+    std::this_thread::yield();
+  }
+}
+
+std::string flavour_case(const testing::TestParamInfo<unsigned> &info) {
+  return flavour_name(info.param);
+}
+
+// ---- Identities of their own ---------------------------------------------------------------------------------------
+
+// A global transaction over both servers, committed or rolled back.
+void transact(const World &world, const std::string &branch, bool commits) {
+  for (const int32_t rmid : {1, 2}) {
+    EXPECT_EQ(world.start(rmid, branch), XA_OK);
+  }
+  for (const int32_t rmid : {1, 2}) {
+    EXPECT_EQ(world.end(rmid, branch), XA_OK);
+    EXPECT_EQ(world.prepare(rmid, branch), XA_OK);
+  }
+  for (const int32_t rmid : {1, 2}) {
+    EXPECT_EQ(commits ? world.commit(rmid, branch) : world.rollback(rmid, branch), XA_OK);
+  }
+}
+
+TEST(OwnIdentities, threads_run_whole_transactions_side_by_side) {
+  World world(TXS);
+  in_crowd([&](int thread) {
+    for (int session = 0; session < 3; ++session) {
+      EXPECT_EQ(world.open(1), XA_OK);
+      EXPECT_EQ(world.open(2), XA_OK);
+      for (int round = 0; round < rounds; ++round) {
+        transact(world, label_of(thread, round), round % 3 != 0);
+      }
+      EXPECT_EQ(world.close(1), XA_OK);
+      EXPECT_EQ(world.close(2), XA_OK);
+    }
+  });
+  EXPECT_EQ(zdb_branch_count("bank1"), 0);
+  EXPECT_EQ(zdb_branch_count("bank2"), 0);
+  world.expect_nothing_left();
+  world.expect_mutex_respected();
+  EXPECT_LE(common_blocks_outstanding(), crowd);
+}
+
+// ---- A shared identity ----------------------------------------------------------------------------------------------
+
+class SharedIdentity : public testing::TestWithParam<unsigned> {};
+
+// Start and end of a thread's branch, which the XA standard has the transaction manager keep apart from the others'.
+class Turns {
+ public:
+  int32_t start_and_end(const World &world, const std::string &branch) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const int32_t started = world.start(1, branch);
+    return started == XA_OK ? world.end(1, branch) : started;
+  }
+
+ private:
+  std::mutex mutex_;
+};
+
+TEST_P(SharedIdentity, threads_complete_their_branches_side_by_side) {
+  World world(GetParam());
+  ASSERT_EQ(world.open(1), XA_OK);
+  Turns turns;
+  std::atomic<int> working{crowd};
+  std::thread bystander([&] {
+    while (working > 0) {
+      XID xids[2];
+      EXPECT_GE(world.xa().xa_recover_entry(xids, 2, 1, TMSTARTRSCAN | TMENDRSCAN), 0);
+      EXPECT_EQ(world.open(2), XA_OK);
+      EXPECT_EQ(world.close(2), XA_OK);
+    }
+  });
+  in_crowd([&](int thread) {
+    for (int round = 0; round < rounds; ++round) {
+      const std::string branch = label_of(thread, round);
+      EXPECT_EQ(turns.start_and_end(world, branch), XA_OK);
+      EXPECT_EQ(world.prepare(1, branch), XA_OK);
+      EXPECT_EQ(round % 3 != 0 ? world.commit(1, branch) : world.rollback(1, branch), XA_OK);
+    }
+    --working;
+  });
+  bystander.join();
+  EXPECT_EQ(zdb_branch_count(bank), 0);
+  world.expect_nothing_left();
+  world.expect_mutex_respected();
+  EXPECT_LE(common_blocks_outstanding(), 1);
+}
+
+// What a thread believes of its branch must be what the server has, however often the resource manager is closed.
+void complete_while_it_may_close(const World &world, Turns &turns, const std::string &branch) {
+  turns.start_and_end(world, branch);
+  if (world.prepare(1, branch) != XA_OK) {
+    return;
+  }
+  EXPECT_EQ(World::state(branch), ZDB_PREPARED);
+  const int32_t committed = world.commit(1, branch);
+  if (committed == XA_OK) {
+    EXPECT_EQ(World::state(branch), ZDB_UNKNOWN);
+  } else {
+    EXPECT_EQ(committed, XAER_INVAL);  // not open at this moment
+    EXPECT_EQ(World::state(branch), ZDB_PREPARED);
+  }
+}
+
+TEST_P(SharedIdentity, close_comes_between_the_verbs_of_other_threads) {
+  World world(GetParam());
+  ASSERT_EQ(world.open(1), XA_OK);
+  Turns turns;
+  std::atomic<int> working{crowd};
+  std::thread closer([&] {
+    while (working > 0) {
+      const int32_t closed = world.close(1);
+      EXPECT_TRUE(closed == XA_OK || closed == XAER_PROTO) << closed;
+      EXPECT_EQ(world.open(1), XA_OK);
+    }
+  });
+  in_crowd([&](int thread) {
+    for (int round = 0; round < rounds; ++round) {
+      complete_while_it_may_close(world, turns, label_of(thread, round));
+    }
+    --working;
+  });
+  closer.join();
+  EXPECT_EQ(world.prepared(1, "Z"), XA_OK);
+  EXPECT_EQ(world.commit(1, "Z"), XA_OK);
+  world.expect_nothing_left();
+  world.expect_mutex_respected();
+  EXPECT_LE(common_blocks_outstanding(), 1);
+}
+
+// A verb that is held in the client library, and one of another thread for the same branch that has to wait for it.
+struct Meeting {
+  const char *name;
+  std::vector<std::function<int32_t(const World &)>> before;
+  std::function<int32_t(const World &)> held;
+  std::function<int32_t(const World &)> then;
+};
+
+const std::vector<Meeting> &meetings() {
+  static const std::vector<Meeting> all = {
+      {"start_then_end",
+       {},
+       [](const World &world) { return world.start(1, "A"); },
+       [](const World &world) { return world.end(1, "A"); }},
+      {"end_then_rollback",
+       {[](const World &world) { return world.start(1, "A"); }},
+       [](const World &world) { return world.end(1, "A"); },
+       [](const World &world) { return world.rollback(1, "A"); }},
+      {"prepare_then_commit",
+       {[](const World &world) { return world.start(1, "A"); }, [](const World &world) { return world.end(1, "A"); }},
+       [](const World &world) { return world.prepare(1, "A"); },
+       [](const World &world) { return world.commit(1, "A"); }},
+      {"prepare_then_rollback",
+       {[](const World &world) { return world.start(1, "A"); }, [](const World &world) { return world.end(1, "A"); }},
+       [](const World &world) { return world.prepare(1, "A"); },
+       [](const World &world) { return world.rollback(1, "A"); }},
+      {"recover_then_recover",
+       {[](const World &) { return zdb_plant_prepared(bank, branch_name("R").c_str()) - 1; }},
+       [](const World &world) {
+         XID xid;
+         return world.xa().xa_recover_entry(&xid, 1, 1, TMSTARTRSCAN) - 1;
+       },
+       [](const World &world) {
+         XID xid;
+         return world.xa().xa_recover_entry(&xid, 1, 1, TMNOFLAGS);
+       }},
+  };
+  return all;
+}
+
+struct MeetingCase {
+  const Meeting *meeting;
+  unsigned flavour;
+};
+
+std::vector<MeetingCase> meeting_cases() {
+  std::vector<MeetingCase> cases;
+  for (const Meeting &meeting : meetings()) {
+    cases.push_back({&meeting, MTS});
+    cases.push_back({&meeting, TUX});
+  }
+  return cases;
+}
+
+class HeldVerb : public testing::TestWithParam<MeetingCase> {
+ protected:
+  HeldVerb() : world(GetParam().flavour), gate("ct_results") {
+    EXPECT_EQ(world.open(1), XA_OK);
+    for (const auto &step : GetParam().meeting->before) {
+      EXPECT_EQ(step(world), XA_OK);
+    }
+    world.gate = &gate;
+    world.other.start([this] {
+      gate.hold_me();
+      return GetParam().meeting->held(world);
+    });
+    gate.wait_until_held();
+  }
+
+  World world;
+  Gate gate;
+};
+
+TEST_P(HeldVerb, close_meanwhile_is_refused_and_the_verb_finishes) {
+  EXPECT_EQ(world.close(1), XAER_PROTO);
+  EXPECT_EQ(world.close(1), XAER_PROTO);
+  EXPECT_FALSE(world.other.idle());
+  EXPECT_EQ(qlt_live_connections(), 1);
+  gate.open();
+  EXPECT_EQ(world.other.result(), XA_OK);
+  EXPECT_EQ(GetParam().meeting->then(world), XA_OK);
+  EXPECT_EQ(qlt_live_connections(), 1);
+  world.rollback(1, "A");
+  world.expect_nothing_left();
+}
+
+TEST_P(HeldVerb, next_verb_for_the_branch_waits_and_finds_the_connection) {
+  Worker next;
+  next.start([this] { return GetParam().meeting->then(world); });
+  // Verbs for other branches go on, on connections of their own.
+  EXPECT_EQ(world.prepared(1, "B"), XA_OK);
+  EXPECT_EQ(world.commit(1, "B"), XA_OK);
+  give_way();
+  EXPECT_FALSE(next.idle());
+  gate.open();
+  EXPECT_EQ(world.other.result(), XA_OK);
+  EXPECT_EQ(next.result(), XA_OK);
+  EXPECT_EQ(qlt_live_connections(), 2);
+  world.rollback(1, "A");
+  world.expect_nothing_left();
+  world.expect_mutex_respected();
+}
+
+INSTANTIATE_TEST_SUITE_P(, HeldVerb, testing::ValuesIn(meeting_cases()), [](const auto &info) {
+  return std::string(info.param.meeting->name).append("_").append(flavour_name(info.param.flavour));
+});
+
+TEST_P(SharedIdentity, two_closes_at_once_close_once) {
+  World world(GetParam());
+  ASSERT_EQ(world.open(1), XA_OK);
+  Gate gate("ct_close");
+  world.gate = &gate;
+  world.other.start([&] {
+    gate.hold_me();
+    return world.close(1);
+  });
+  gate.wait_until_held();
+  EXPECT_EQ(world.close(1), XAER_PROTO);
+  EXPECT_EQ(world.commit(2, "A"), XAER_INVAL);
+  gate.open();
+  EXPECT_EQ(world.other.result(), XA_OK);
+  EXPECT_EQ(world.start(1, "A"), XAER_INVAL);
+  world.expect_nothing_left();
+}
+
+INSTANTIATE_TEST_SUITE_P(, SharedIdentity, testing::Values(MTS, TUX), flavour_case);
+
+// ---- First opens ----------------------------------------------------------------------------------------------------
+
+class FirstOpen : public testing::TestWithParam<unsigned> {
+ protected:
+  FirstOpen() : world(GetParam()), gate("ct_connect") {
+    world.gate = &gate;
+    world.other.start([this] {
+      gate.hold_me();
+      return world.open(1);
+    });
+    gate.wait_until_held();
+    serialise = _xa_txs_serialize.load();
+  }
+
+  // The result of the work once the first open has gone on; it must not be done before.
+  int32_t beside_the_first(const std::function<int32_t()> &work) {
+    Worker second;
+    second.start(work);
+    give_way();
+    EXPECT_FALSE(second.idle());
+    gate.open();
+    return second.result();
+  }
+
+  World world;
+  Gate gate;
+  int32_t serialise = 0;
+};
+
+TEST_P(FirstOpen, second_open_waits_and_starts_nothing) {
+  EXPECT_EQ(beside_the_first([this] {
+              const int32_t opened = world.open(1);
+              EXPECT_EQ(zdb_session_count(bank), GetParam() == TXS ? 2 : 1);
+              EXPECT_EQ(world.close(1), XA_OK);
+              return opened;
+            }),
+            XA_OK);
+  EXPECT_EQ(world.other.result(), XA_OK);
+  EXPECT_EQ(world.inits, 1);
+  EXPECT_EQ(_xa_txs_serialize.load(), serialise);
+  world.expect_nothing_left();
+}
+
+TEST_P(FirstOpen, second_open_starts_again_when_the_first_fails) {
+  const ZDB_SCRIPT refusal{"language", 0, 1, ZDB_REPLY_DROP_BEFORE, 0, nullptr};
+  zdb_add_script(bank, &refusal);
+  EXPECT_EQ(beside_the_first([this] {
+              const int32_t opened = world.open(1);
+              EXPECT_EQ(world.prepared(1, "A"), XA_OK);
+              EXPECT_EQ(world.commit(1, "A"), XA_OK);
+              EXPECT_EQ(world.close(1), XA_OK);
+              return opened;
+            }),
+            XA_OK);
+  EXPECT_EQ(world.other.result(), XAER_INVAL);
+  EXPECT_EQ(_xa_txs_serialize.load(), serialise);
+  world.expect_nothing_left();
+}
+
+TEST_P(FirstOpen, other_flavours_wait_and_are_refused) {
+  const unsigned next = GetParam() == TXS ? MTS : GetParam() << 1;
+  EXPECT_EQ(beside_the_first([&] { return flavour_switch(next).xa_open_entry("-NL1 -Usa -Ppw -KK1", 1, TMNOFLAGS); }),
+            XAER_INVAL);
+  EXPECT_EQ(world.other.result(), XA_OK);
+  EXPECT_EQ(_xa_txs_serialize.load(), serialise);
+  EXPECT_EQ(world.inits, 1);
+  EXPECT_EQ(world.other.run([this] { return world.prepared(1, "A"); }), XA_OK);
+  EXPECT_EQ(world.other.run([this] { return world.commit(1, "A"); }), XA_OK);
+  world.expect_nothing_left();
+}
+
+TEST_P(FirstOpen, other_verbs_wait_for_it) {
+  const int32_t started = beside_the_first([this] { return world.start(1, "A"); });
+  EXPECT_EQ(started, GetParam() == TXS ? XAER_INVAL : XA_OK);
+  EXPECT_EQ(world.other.result(), XA_OK);
+  world.rollback(1, "A");
+  world.expect_nothing_left();
+}
+
+INSTANTIATE_TEST_SUITE_P(, FirstOpen, testing::Values(MTS, TUX, TXS), flavour_case);
+
+// Opens under all flavours at once, each in a thread of its own; 0 when exactly one flavour has won and works.
+int32_t race_of_flavours(int32_t failing_read) {
+  World world(MTS);
+  common_fail_reader(failing_read, 0);
+  std::atomic<unsigned> winners{0};
+  std::atomic<int> refused{0};
+  std::vector<std::unique_ptr<Worker>> workers;
+  for (const unsigned flavour : {MTS, TUX, TXS}) {
+    workers.push_back(std::make_unique<Worker>());
+    workers.back()->start([&, flavour] {
+      const xa_switch_t &xa = flavour_switch(flavour);
+      const int32_t opened = xa.xa_open_entry("-NL1 -Usa -Ppw -Sbank1 -KK1", 1, TMNOFLAGS);
+      if (opened != XA_OK) {
+        refused += opened == XAER_INVAL ? 1 : 0;
+        return opened;
+      }
+      winners += flavour;
+      const XID xid = xid_of("A");
+      EXPECT_EQ(xa.xa_start_entry(&xid, 1, TMNOFLAGS), XA_OK);
+      EXPECT_EQ(xa.xa_end_entry(&xid, 1, TMSUCCESS), XA_OK);
+      EXPECT_EQ(xa.xa_commit_entry(&xid, 1, TMONEPHASE), XA_OK);
+      return xa.xa_close_entry("", 1, TMNOFLAGS);
+    });
+  }
+  for (const auto &worker : workers) {
+    worker->result();
+  }
+  common_fail_reader(0, 0);
+  EXPECT_TRUE(winners == MTS || winners == TUX || winners == TXS) << winners;
+  EXPECT_EQ(refused, 2);
+  EXPECT_EQ(qlt_mutexes_held(), 0);
+  EXPECT_EQ(qlt_live_connections(), 0);
+  return 0;
+}
+
+TEST(FlavoursAtOnce, exactly_one_wins) {
+  for (int round = 0; round < rounds; ++round) {
+    EXPECT_EQ(run_forked([] { return race_of_flavours(0); }), 0);
+    // The one whose reading fails gives way to the next.
+    EXPECT_EQ(run_forked([] { return race_of_flavours(1); }), 0);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,189 @@
+// Fetching: one value, whole results, freeing and discarding.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "common_control.h"
+#include "scene.h"
+#include "xal_dtm.h"
+
+using namespace fake;
+
+namespace {
+
+class Fetch : public Scene {
+ protected:
+  // Sends a query and moves to its first result.
+  void issue(const Reply &reply) {
+    library().standing["query"] = reply;
+    ct_command(conn.xc_cmd, QLT_LANG_COMMAND, "query", QLT_NULLTERM, QLT_UNUSED);
+    ct_send(conn.xc_cmd);
+    int32_t type = 0;
+    dtm_results_paused(conn.xc_cmd, &type);
+    library().take_calls();
+  }
+  int32_t fetch_one(int32_t *value) {
+    return xa__conn_fetch_1c1r(conn.xc_cmd, QLT_INT_TYPE, QLT_FMT_NONE, value, sizeof *value);
+  }
+  XA_RESULTS results{};
+};
+
+TEST_F(Fetch, one_value_then_the_end) {
+  issue({row(5)});
+  int32_t value = 0;
+  EXPECT_EQ(fetch_one(&value), CS_SUCCEED);
+  EXPECT_EQ(value, 5);
+  EXPECT_EQ(library().take_calls(), (Lines{"ct_res_info(cmd1, 803)", "ct_describe(cmd1, 1)",
+                                           "ct_bind(cmd1, 1, type 8 format 0 max 4 count 1)", "ct_fetch(cmd1)"}));
+  EXPECT_EQ(fetch_one(&value), CS_END_DATA);
+  EXPECT_EQ(take_log(), Lines{});
+}
+
+TEST_F(Fetch, failing_steps_of_one_value) {
+  const struct {
+    const char *operation;
+    int32_t forced, code;
+    const char *message;
+  } rows[] = {
+      {"ct_res_info", CS_CANCELED, CS_CANCELED, "unable to obtain result information ([CS_CANCELED])"},
+      {"ct_describe", CS_FAIL, CS_FAIL, "unable to obtain data format ([CS_FAIL])"},
+      {"ct_bind", CS_MEM_ERROR, CS_MEM_ERROR, "unable to bind to get row ([CS_MEM_ERROR])"},
+      {"ct_fetch", CS_SUCCEED, CS_FAIL, "imp[roper number of rows 0"},
+      {"ct_fetch", CS_CANCELED, CS_CANCELED, nullptr},
+  };
+  for (const auto &one : rows) {
+    SCOPED_TRACE(one.operation);
+    fresh();
+    issue({row(5)});
+    library().fail(one.operation, 1, one.forced);
+    int32_t value = 0;
+    EXPECT_EQ(fetch_one(&value), one.code);
+    const std::string prefix = "[xa__conn_fetch_1c1r] Error: xa__conn_fetch_1c1r: ";
+    EXPECT_EQ(take_log(), one.message != nullptr ? Lines{prefix + one.message} : Lines{});
+  }
+}
+
+TEST_F(Fetch, two_columns_are_not_one_value) {
+  issue({table({{1, 2}})});
+  int32_t value = 7;
+  EXPECT_EQ(fetch_one(&value), CS_FAIL);
+  EXPECT_EQ(value, 7);
+  EXPECT_EQ(take_log(), Lines{"[xa__conn_fetch_1c1r] Error: xa__conn_fetch_1c1r: not one column (2)"});
+}
+
+TEST_F(Fetch, one_value_waits_out_a_busy_client_library) {
+  issue({row(5)});
+  library().fail("ct_fetch", 1, CS_BUSY);
+  library().fail("ct_fetch", 2, CS_PENDING);
+  library().fail("ct_fetch", 3, CS_ROW_FAIL);
+  int32_t value = 0;
+  EXPECT_EQ(fetch_one(&value), CS_SUCCEED);
+  EXPECT_EQ(value, 5);
+  EXPECT_EQ(library().take_calls({"ct_fetch"}).size(), 4U);
+}
+
+TEST_F(Fetch, whole_results_by_number_of_rows) {
+  const struct {
+    const char *name;
+    int32_t wanted;
+    std::vector<Value> values;
+    int32_t code, read;
+    bool cancelled;
+  } cases[] = {
+      {"no row", 2, {}, CS_END_DATA, 0, false},
+      {"one row", 2, {11}, CS_END_DATA, 1, false},
+      {"two rows", 2, {11, 12}, CS_END_DATA, 2, false},
+      {"three rows", 2, {11, 12, 13}, CS_SUCCEED, 2, true},
+      {"two rows, one wanted without a check", 0, {11, 12}, CS_SUCCEED, 1, false},
+      {"negative number of rows", -5, {11}, CS_SUCCEED, 1, false},
+  };
+  for (const auto &one : cases) {
+    SCOPED_TRACE(one.name);
+    fresh();
+    issue({rows(one.values)});
+    results.res_rows = one.wanted;
+    EXPECT_EQ(xa__conn_fetch_data(conn.xc_cmd, &results), one.code);
+    EXPECT_EQ(results.res_rowsread, one.read);
+    for (int32_t index = 0; index < one.read; ++index) {
+      int32_t value = 0;
+      memcpy(&value, results.res_data[0] + 4 * index, 4);
+      EXPECT_EQ(value, 11 + index);
+      EXPECT_EQ(results.res_lens[0][index], 4);
+    }
+    EXPECT_EQ(library().take_calls({"ct_cancel"}), one.cancelled ? Lines{"ct_cancel(null, cmd1, 6001)"} : Lines{});
+    EXPECT_EQ(xa__conn_free_results(&results), 1);
+    EXPECT_EQ(xa__conn_free_results(&results), 1) << "freeing twice is harmless";
+    EXPECT_EQ(results.res_rows, one.wanted);
+    EXPECT_EQ(results.res_ncols, 0);
+  }
+}
+
+TEST_F(Fetch, a_result_without_columns_fails) {
+  issue({marker(CS_STATUS_RESULT)});
+  results.res_rows = 2;
+  EXPECT_EQ(xa__conn_fetch_data(conn.xc_cmd, &results), CS_FAIL);
+  EXPECT_EQ(take_log(), Lines{"[xa__conn_fetch_data] Error: fetch_data: no cols!"});
+}
+
+TEST_F(Fetch, failing_steps_of_a_whole_result_leave_nothing_allocated) {
+  const struct {
+    const char *operation;
+    int32_t nth;
+    const char *message;
+    int32_t columns;
+  } cases[] = {{"ct_res_info", 1, "fetch_data: res_info failed", 0},
+               {"ct_describe", 1, nullptr, 2},
+               {"ct_describe", 2, nullptr, 2},
+               {"ct_bind", 1, nullptr, 2},
+               {"ct_bind", 2, nullptr, 2}};
+  for (const auto &one : cases) {
+    SCOPED_TRACE(text("%s %d", one.operation, one.nth));
+    fresh();
+    issue({table({{1, "two"}})});
+    library().fail(one.operation, one.nth, CS_BUSY);
+    results = XA_RESULTS{};
+    results.res_rows = 2;
+    EXPECT_EQ(xa__conn_fetch_data(conn.xc_cmd, &results), CS_BUSY);
+    EXPECT_EQ(common_blocks_outstanding(), blocks_at_start);
+    EXPECT_EQ(results.res_ncols, one.columns);
+    xa__conn_free_results(&results);
+    const std::string prefix = "[xa__conn_fetch_data] Error: ";
+    EXPECT_EQ(take_log(), one.message != nullptr ? Lines{prefix + one.message} : Lines{});
+  }
+}
+
+TEST_F(Fetch, every_failing_allocation_is_reported_and_leaks_nothing) {
+  int32_t code = CS_MEM_ERROR;
+  int32_t nth = 0;
+  while (code == CS_MEM_ERROR && nth < 100) {
+    fresh();
+    issue({table({{1, "two"}})});
+    common_fail_allocation(++nth, 0);
+    results.res_rows = 2;
+    code = xa__conn_fetch_data(conn.xc_cmd, &results);
+    printf("%d code %d allocs %d\n", nth, code, common_allocations_made());
+    xa__conn_free_results(&results);
+    ASSERT_EQ(common_blocks_outstanding(), blocks_at_start) << "allocation " << nth;
+  }
+  EXPECT_EQ(code, CS_END_DATA);
+  EXPECT_EQ(nth, 2 * (4 + 2 * 3) + 1) << "both fetches of two columns were swept";
+}
+
+TEST_F(Fetch, discarding_cancels_what_has_data_and_holds_no_mutex) {
+  library().standing["query"] = {status(1),       marker(CS_CMD_DONE),        row(2),
+                                 output("@x", 3), marker(QLT_COMPUTE_RESULT), marker(QLT_MSG_RESULT)};
+  ct_command(conn.xc_cmd, QLT_LANG_COMMAND, "query", QLT_NULLTERM, QLT_UNUSED);
+  ct_send(conn.xc_cmd);
+  library().take_calls();
+  EXPECT_EQ(xa__conn_discard_results(conn.xc_cmd), CS_END_RESULTS);
+  const std::string next = "ct_results(cmd1) [free]";
+  const std::string cancel = "ct_cancel(null, cmd1, 6000) [free]";
+  EXPECT_EQ(library().take_calls(), (Lines{next, cancel, next, next, cancel, next, cancel, next, cancel, next, next}));
+}
+
+TEST_F(Fetch, discarding_ends_with_the_code_that_broke_it_off) {
+  library().fail("ct_results", 1, CS_CANCELED);
+  EXPECT_EQ(xa__conn_discard_results(conn.xc_cmd), CS_CANCELED);
+}
+
+}  // namespace
