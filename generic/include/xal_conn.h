@@ -2,6 +2,7 @@
 // make, settle and close connections. All of them run under the serialisation mutex unless their comment says more.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -97,7 +98,8 @@ inline int32_t xid_clamped(int32_t length) {
 }
 // The bytes of an XID that count: header and data, each length clamped to 0 to 64.
 inline size_t xid_size(const XID &xid) {
-  return static_cast<size_t>(12 + xid_clamped(xid.gtrid_length) + xid_clamped(xid.bqual_length));
+  return offsetof(XID, data) + static_cast<size_t>(xid_clamped(xid.gtrid_length)) +
+         static_cast<size_t>(xid_clamped(xid.bqual_length));
 }
 // Copies the bytes that count; nothing else of the target is touched, nothing else of the source is read.
 inline void xid_copy(XID &to, const XID &from) {

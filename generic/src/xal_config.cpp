@@ -369,7 +369,7 @@ bool read_server(const TraceScope &trace, INTL_READER *reader, const LrmLookup &
     trace.error()("server invalid");
     return false;
   }
-  strcpy(lookup.server, value);
+  memcpy(lookup.server, value, strlen(value) + 1);
   trace.progress()("found server name  %s", value);
   return true;
 }

@@ -45,7 +45,7 @@ bool close_one(XA_CONNECTION *conn, int32_t rmid, const XA_CONNECTION **ended) {
 bool close_connections(int32_t rmid) {
   const XA_CONNECTION *ended = nullptr;
   XA_CONNECTION *conn = nullptr;
-  while (xc_get(rmid, nullptr, &conn, XCF_ANY) == XCRET_CONN) {
+  while (xc_get(rmid, nullptr, &conn, XCF_ANY) == XCRET_CONN && conn != nullptr) {
     if (!close_one(conn, rmid, &ended)) {
       return false;
     }

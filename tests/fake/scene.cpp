@@ -43,9 +43,16 @@ std::string file_with(const std::string &content) {
 
 // ---- The log --------------------------------------------------------------------------------------------------------
 
+static bool opened_log = false;
+
+bool log_is_open() {
+  return opened_log;
+}
+
 std::string log_path() {
   static const std::string path = [] {
     std::string made = file_with("");
+    opened_log = true;
     EXPECT_EQ(xalog_open_file(made.c_str()), 1);
     return made;
   }();

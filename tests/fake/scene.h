@@ -24,6 +24,7 @@ std::string file_with(const std::string &);  // the path of a fresh temporary fi
 // call in a process opens the log.
 Lines take_log();
 std::string log_path();
+bool log_is_open();
 
 // A fixture: fake library, personality and one connection, the serialisation mutex held.
 class Scene : public testing::Test {

@@ -1,5 +1,6 @@
 // recovery_test.cpp - scans for the branches in doubt: their batches, the rows that are none of ours, and how a scan
 // ends. The recover action itself compares the XIDs with those planted, in order.
+#include "quillet.h"
 #include "scenario.h"
 
 namespace scenario {
@@ -60,7 +61,8 @@ const std::vector<Scenario> scenarios = {
     malformed("1234_" + long_field(200) + "_10k_:L1"), malformed("1234_0g83_10k_:L1" + long_field(40))}},
   {"scan_whose_end_is_not_confirmed", {
     {open(1), XA_OK}, {plant(3), 3},
-    {script(scan_call, ZDB_REPLY_SCAN_STATUS, 1), 1}, {recover(1, 10, TMSTARTRSCAN), XAER_RMERR},
+    {script(scan_call, ZDB_REPLY_SCAN_STATUS, 1, 0, 2), 1},
+    {recover(1, 10, TMSTARTRSCAN), XAER_RMERR},  // also when repeated on a new connection
     {logged("some XIDs could not be returned (databsee still being recovered)"), 1},
     {recover(1, 3, TMNOFLAGS), XAER_PROTO},
     {script(scan_call, ZDB_REPLY_SCAN_STATUS, -1), 1}, {recover(1, 2, TMSTARTRSCAN), 2},
@@ -73,7 +75,9 @@ const std::vector<Scenario> scenarios = {
     {script(scan_call, ZDB_REPLY_DROP_BEFORE, 0, 0, 2), 1}, {recover(1, 10, whole), XAER_RMFAIL},
     {recover(1, 10, whole), XAER_RMFAIL}, {open(1), XA_OK}, {recover(1, 10, whole), 3}}},
   {"rows_that_cannot_be_fetched", {
-    {open(1), XA_OK}, {plant(3), 3}, {script(scan_call, ZDB_REPLY_FETCH_CODE, -203, 0, 2), 1},
+    {open(1), XA_OK}, {plant(3), 3},
+    {script(scan_call, ZDB_REPLY_FETCH_CODE, CS_ROW_FAIL), 1},
+    {recover(1, 10, whole), 3}, {script(scan_call, ZDB_REPLY_FETCH_CODE, CS_CANCELED, 0, 2), 1},
     {recover(1, 10, TMSTARTRSCAN), XAER_RMERR}, {recover(1, 10, TMNOFLAGS), XAER_PROTO},
     {recover(1, 10, whole), 3}, {sessions(), 1}}},
   {"scan_without_rows", {

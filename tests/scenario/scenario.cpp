@@ -226,8 +226,7 @@ Action seconds_slept() {
 }
 
 Action logged(const std::string &text) {
-  return {"logged: " + text,
-          [=](World &world) { return read_file(world.log_path).find(text) != std::string::npos ? 1 : 0; }};
+  return {"logged: " + text, [=](World &world) { return world.logged(text) ? 1 : 0; }};
 }
 
 Action other(Action action) {

@@ -4,6 +4,7 @@
 
 #include <initializer_list>
 #include <memory>
+#include <ostream>
 
 #include "common_control.h"
 #include "quillet_control.h"
@@ -209,6 +210,10 @@ struct MeetingCase {
   const Meeting *meeting;
   unsigned flavour;
 };
+
+std::ostream &operator<<(std::ostream &out, const MeetingCase &what) {
+  return out << what.meeting->name << ", " << flavour_name(what.flavour);
+}
 
 std::vector<MeetingCase> meeting_cases() {
   std::vector<MeetingCase> cases;

@@ -180,6 +180,7 @@ World::~World() {
 
 std::string World::open_string(int32_t rmid) const {
   std::string text = rmid == 2 ? "-NL2 -Usa -Ppw" : "-NL1 -Usa -Ppw";
+  text.append(server_option);
   return flavour == MTS ? text.append(" -KK1") : text;
 }
 
@@ -221,6 +222,12 @@ int32_t World::prepared(int32_t rmid, const std::string &branch) const {
   const int32_t started = start(rmid, branch);
   const int32_t ended = started == XA_OK ? end(rmid, branch) : started;
   return ended == XA_OK ? prepare(rmid, branch) : ended;
+}
+
+bool World::logged(const std::string &text) const {
+  std::ostringstream log;
+  log << std::ifstream(log_path).rdbuf();
+  return log.str().find(text) != std::string::npos;
 }
 
 int32_t World::state(const std::string &branch, const char *lrm) {
@@ -282,10 +289,4 @@ int32_t run_forked(const std::function<int32_t()> &work) {
 
 void write_file(const std::string &path, const std::string &text) {
   std::ofstream(path) << text;
-}
-
-std::string read_file(const std::string &path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
 }

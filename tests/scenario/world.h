@@ -93,6 +93,7 @@ class World {
   int32_t rollback(int32_t rmid, const std::string &branch, int32_t flags = TMNOFLAGS) const;
   int32_t forget(int32_t rmid, const std::string &branch, int32_t flags = TMNOFLAGS) const;
 
+  bool logged(const std::string &text) const;
   // The branch's state on bank1, or on bank2 when it is named by LRM L2.
   static int32_t state(const std::string &branch, const char *lrm = "L1");
   // Starts the branch, ends it and prepares it; the first code that is not XA_OK.
@@ -115,6 +116,7 @@ class World {
   std::atomic<int32_t> free_while_sending{0};
   std::atomic<int32_t> inits{0};  // calls of ct_init
 
+  std::string server_option;  // added to the open strings
   std::string config_path;
   std::string log_path;
 
@@ -133,4 +135,3 @@ inline constexpr int32_t child_failed = -1;
 int32_t run_forked(const std::function<int32_t()> &work);
 
 void write_file(const std::string &path, const std::string &text);
-std::string read_file(const std::string &path);
