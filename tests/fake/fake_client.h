@@ -129,7 +129,7 @@ class Library {
   int32_t create_mutex();
   int32_t take_mutex(int32_t handle);
   int32_t release_mutex(int32_t handle);
-  bool serialised() const;  // the serialisation mutex is held
+  bool serialised() const;  // the serialisation mutex is held (without thread support there is none)
   bool taken(int32_t handle) const;
   int32_t mutexes_created() const { return next_mutex_; }
 

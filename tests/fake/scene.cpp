@@ -131,6 +131,7 @@ Scene::Scene() {
   memcpy(lrm.lrm_user, "sa", 3);
   memcpy(lrm.lrm_password, "pw", 3);
   lrm.lrm_mutex = XAL_PLACEHOLDER;
+  lrm.lrm_conns = {&lrm.lrm_conns, &lrm.lrm_conns};
   blocks_at_start = common_blocks_outstanding();
   fresh();
 }
@@ -239,6 +240,21 @@ XA_CONNECTION *OpenScene::open_connection(int32_t state) {
   opened->xc_state = state;
   xc_release(opened);
   return opened;
+}
+
+XA_CONNECTION *OpenScene::set(int32_t state, const XID &xid, size_t index) {
+  XA_CONNECTION *changed = connection(index);
+  changed->xc_state = state;
+  changed->xc_xid = xid;
+  return changed;
+}
+
+Lines OpenScene::sent() {
+  Lines lines = library().take_requests();
+  std::erase_if(lines, [](const std::string &line) {
+    return line.rfind("select value", 0) == 0 || line.rfind("status ffffffff_00_00_", 0) == 0;
+  });
+  return lines;
 }
 
 XA_CONNECTION *OpenScene::connection(size_t index) {

@@ -53,6 +53,10 @@ class OpenScene : public Scene {
   ~OpenScene() override;
 
   XA_CONNECTION *open_connection(int32_t state = XCS_UNUSED);
+  // Puts rmid 1's newest connection, or the one at the index, into a state and on a branch.
+  static XA_CONNECTION *set(int32_t state, const XID &xid, size_t index = 0);
+  // What was sent since the last time, but for the readiness checks of new connections.
+  static Lines sent();
   // The connections of rmid 1 as "con1 state xid", newest first.
   static Lines connections();
   static XA_CONNECTION *connection(size_t index = 0);

@@ -181,10 +181,10 @@ TEST_P(FaultSweep, leaves_nothing_behind) {
   RecordProperty("lives", nth);
 }
 
-INSTANTIATE_TEST_SUITE_P(, FaultSweep, testing::ValuesIn(sweep_cases()), [](const auto &info) {
-  return std::string(info.param.fault->name)
-      .append(info.param.and_all_later != 0 ? "_and_all_later_" : "_")
-      .append(flavour_name(info.param.flavour));
+INSTANTIATE_TEST_SUITE_P(, FaultSweep, testing::ValuesIn(sweep_cases()), [](const auto &row) {
+  return std::string(row.param.fault->name)
+      .append(row.param.and_all_later != 0 ? "_and_all_later_" : "_")
+      .append(flavour_name(row.param.flavour));
 });
 
 }  // namespace

@@ -273,8 +273,8 @@ TEST_P(HeldVerb, next_verb_for_the_branch_waits_and_finds_the_connection) {
   world.expect_mutex_respected();
 }
 
-INSTANTIATE_TEST_SUITE_P(, HeldVerb, testing::ValuesIn(meeting_cases()), [](const auto &info) {
-  return std::string(info.param.meeting->name).append("_").append(flavour_name(info.param.flavour));
+INSTANTIATE_TEST_SUITE_P(, HeldVerb, testing::ValuesIn(meeting_cases()), [](const auto &row) {
+  return std::string(row.param.meeting->name).append("_").append(flavour_name(row.param.flavour));
 });
 
 TEST_P(SharedIdentity, two_closes_at_once_close_once) {

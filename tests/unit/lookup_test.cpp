@@ -1,0 +1,309 @@
+// The connection lookup and the registry of open resource managers.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "common_control.h"
+#include "scene.h"
+#include "xal_config.h"
+#include "xal_log.h"
+#include "xal_threads.h"
+
+using namespace fake;
+
+namespace {
+
+struct Record {
+  int32_t state;
+  XID xid;
+};
+
+class Lookup : public OpenScene {
+ protected:
+  // Makes rmid 1's list, newest connection first.
+  void arrange(const std::vector<Record> &records) {
+    reopen();
+    for (size_t index = 1; index < records.size(); ++index) {
+      open_connection();
+    }
+    for (size_t index = 0; index < records.size(); ++index) {
+      XA_CONNECTION *at = set(records[index].state, records[index].xid, index);
+      if (at->xc_state == XCS_CLOSED) {
+        xc_hold(at);
+        xc_close(at);
+      }
+    }
+  }
+  XA_CONNECTION *got = nullptr;
+};
+
+XID none() {
+  return make_xid(-1, "");
+}
+
+TEST_F(Lookup, priorities) {
+  const XID x = branch();
+  const XID y = other_branch();
+  const struct {
+    const char *name;
+    std::vector<Record> records;
+    uint32_t flags;
+    XID xid;
+    int32_t result;
+    Lines after;  // con1 is the oldest, which stands last
+  } cases[] = {
+      {"an associated one wins over an earlier match",
+       {{XCS_UNUSED, x}, {XCS_ASSOC, y}},
+       0x1E,
+       x,
+       XCRET_ASSOC,
+       {"con2 0 1234", "con1 1 2 held"}},
+      {"a match wins over an earlier unused one",
+       {{XCS_UNUSED, none()}, {XCS_UNUSED, x}},
+       0x0E,
+       x,
+       XCRET_MATCH,
+       {"con2 0 ffffffff", "con1 0 1234 held"}},
+      {"a match without an associated one",
+       {{XCS_UNUSED, none()}, {XCS_SUSPEND, x}},
+       0x1E,
+       x,
+       XCRET_MATCH,
+       {"con2 0 ffffffff", "con1 3 1234 held"}},
+      {"the newest of two unused ones",
+       {{XCS_UNUSED, y}, {XCS_UNUSED, none()}},
+       0x0E,
+       x,
+       XCRET_CONN,
+       {"con2 -1 2 held", "con1 0 ffffffff"}},
+      {"busy ones are not unused",
+       {{XCS_PREPARING, y}, {XCS_UNUSED, none()}},
+       0x0C,
+       x,
+       XCRET_CONN,
+       {"con2 103 2", "con1 -1 ffffffff held"}},
+      {"a match in a busy state", {{XCS_ENDING, x}}, 0x02, x, XCRET_MATCH, {"con1 102 1234 held"}},
+      {"null XIDs match nothing", {{XCS_UNUSED, none()}}, 0x02, none(), XCRET_NOCONN, {"con1 0 ffffffff"}},
+      {"any state will do", {{XCS_PREPARING, y}}, 0x01, x, XCRET_CONN, {"con1 103 2 held"}},
+      {"a suspended one whatever its branch",
+       {{XCS_UNUSED, x}, {XCS_SUSPEND, y}},
+       0x20,
+       x,
+       XCRET_SUSPEND,
+       {"con2 0 1234", "con1 3 2 held"}},
+      {"the scan's one wins over an unused one",
+       {{XCS_UNUSED, none()}, {XCS_RECOVER, none()}},
+       0x4C,
+       x,
+       XCRET_RECOVER,
+       {"con2 0 ffffffff", "con1 108 ffffffff held"}},
+      {"a new one is in use", {{XCS_ASSOC, y}}, 0x0C, x, XCRET_CONN, {"con2 -1 ffffffff held", "con1 1 2"}},
+      {"closed ones are purged", {{XCS_CLOSED, x}, {XCS_CLOSED, y}}, 0x02, x, XCRET_NOCONN, {}},
+      {"closed ones behind the one found stay",
+       {{XCS_UNUSED, none()}, {XCS_CLOSED, y}},
+       0x04,
+       x,
+       XCRET_CONN,
+       {"con2 -1 ffffffff held", "none 2 2"}},
+      {"nothing wanted, nothing found", {{XCS_UNUSED, none()}}, 0, x, XCRET_NOCONN, {"con1 0 ffffffff"}},
+  };
+  for (const auto &one : cases) {
+    SCOPED_TRACE(one.name);
+    arrange(one.records);
+    EXPECT_EQ(xc_get(1, &one.xid, &got, one.flags), one.result);
+    EXPECT_EQ(got != nullptr, xc_handed_out(one.result));
+    EXPECT_EQ(connections(), one.after);
+    if (got != nullptr) {
+      xc_release(got);
+    }
+  }
+}
+
+TEST_F(Lookup, held_records_are_passed_over_and_stay) {
+  const XID x = branch();
+  arrange({{XCS_CLOSED, none()}, {XCS_UNUSED, none()}});
+  xc_hold(connection(0));
+  xc_hold(connection(1));
+  for (const uint32_t flags : {XCF_ANY, XCF_UNUSED, XCF_MATCH | XCF_UNUSED}) {
+    EXPECT_EQ(xc_get(1, &x, &got, flags), XCRET_NOCONN);
+  }
+  EXPECT_EQ(connections(), (Lines{"none 2 ffffffff held", "con1 0 ffffffff held"}));
+  xc_release(connection(1));
+  xc_release(connection(0));
+  EXPECT_EQ(xc_get(1, &x, &got, XCF_UNUSED), XCRET_CONN);
+  EXPECT_EQ(connections(), Lines{"con1 -1 ffffffff held"});
+  xc_release(got);
+}
+
+TEST_F(Lookup, what_cannot_be_opened_is_an_xa_code_and_no_record) {
+  set(XCS_ASSOC, other_branch());
+  library().standing["select value"] = {row(0)};
+  EXPECT_EQ(xc_get(1, nullptr, &got, XCF_OPEN), XAER_INVAL);
+  library().fail("ct_con_alloc");
+  EXPECT_EQ(xc_get(1, nullptr, &got, XCF_OPEN), XAER_RMERR);
+  take_log();
+  common_fail_allocation(1, 0);
+  EXPECT_EQ(xc_get(1, nullptr, &got, XCF_OPEN), XAER_RMERR);
+  EXPECT_EQ(take_log(), Lines{"[xc_open] Error: malloc() failed for the XA_CONNECTION!"});
+  EXPECT_EQ(got, nullptr);
+  EXPECT_EQ(connections(), Lines{"con1 1 2"});
+  EXPECT_EQ(xc_get(7, nullptr, &got, XCF_OPEN), XCRET_NOLRM);
+}
+
+TEST_F(Lookup, the_trace_shows_the_xid_asked_for) {
+  xacmn_log_tracing.store(XATR_RM);
+  xc_get(1, nullptr, &got, 0);
+  EXPECT_EQ(take_log(),
+            (Lines{"[xc_get] RM trace: Enter", "[xal_getlrm] RM trace: Enter",
+                   "[xc_get] RM trace: Return  retstat: 2101 ([XCRET_NOCONN -- No connection found])", "<nil>"}));
+}
+
+TEST_F(Lookup, a_reopened_record_keeps_place_and_branch) {
+  open_connection();
+  XA_CONNECTION *lost = set(XCS_ASSOC, branch(), 1);
+  xc_hold(lost);
+  library().take_calls();
+  EXPECT_EQ(xc_reopen_conn(1, lost, &got), XA_OK);
+  EXPECT_EQ(got, lost);
+  EXPECT_EQ(connections(), (Lines{"con2 0 ffffffff", "con3 -1 1234 held"}));
+  EXPECT_EQ(library().take_calls({"cs_obj_clear", "ct_close", "ct_connect"}),
+            (Lines{"cs_obj_clear(con1)", "cs_obj_clear(con1)", "ct_close(con1, normal) [free]",
+                   "ct_connect(con3, \"bank\")"}));
+  library().fail("ct_cmd_alloc");
+  EXPECT_EQ(xc_reopen_conn(1, lost, &got), XAER_RMERR);
+  EXPECT_EQ(got, nullptr);
+  EXPECT_EQ(connections(), (Lines{"con2 0 ffffffff", "none 2 1234"}));
+}
+
+// ---- The registry ---------------------------------------------------------------------------------------------------
+
+using Registry = OpenScene;
+using Context = Scene;
+
+TEST_F(Registry, a_second_open_with_other_values_is_refused) {
+  const std::string mismatch = "[xal_addlrm] Error: Mismatched LRM, opened: LRM L1, SERVER bank, USER sa, Key ";
+  const struct {
+    const char *open_string;
+    const char *shown;
+  } cases[] = {
+      {"-NL1 -Usa -Ppw -Sbank -Lother.log", nullptr},
+      {"-NL2 -Usa -Ppw -Sbank", "LRM L2, SERVER bank, USER sa, Key "},
+      {"-NL1 -Ujo -Ppw -Sbank", "LRM L1, SERVER bank, USER jo, Key "},
+      {"-NL1 -Usa -PPW -Sbank", "LRM L1, SERVER bank, USER sa, Key "},
+      {"-NL1 -Usa -Ppw", "LRM L1, SERVER , USER sa, Key "},
+  };
+  XA_LRMINFO *opened = xal_getlrm(1);
+  for (const auto &one : cases) {
+    SCOPED_TRACE(one.open_string);
+    EXPECT_EQ(xal_addlrm(1, one.open_string), one.shown == nullptr ? opened : nullptr);
+    EXPECT_EQ(take_log(),
+              one.shown == nullptr ? Lines{} : (Lines{mismatch, std::string("\t\t new: ").append(one.shown), ""}));
+  }
+  EXPECT_STREQ(opened->open_info, open_string);
+}
+
+TEST_F(Registry, the_configuration_names_the_server_that_the_open_string_leaves_out) {
+  strcpy(xa_config_file, file_with("[xa]\nlrm=L1\nserver=bank\n").c_str());
+  EXPECT_EQ(xal_addlrm(1, "-NL1 -Usa -Ppw"), xal_getlrm(1));
+  behave_as(XATM_TUX, 0);
+  EXPECT_EQ(xal_addlrm(2, "-NL7 -Sbank"), nullptr);
+  EXPECT_EQ(take_log(), Lines{"[xal_lrm_lookup] Error: lrm name L7 not found"});
+}
+
+TEST_F(Registry, identities_keep_their_own_records) {
+  const XA_LRMINFO *shared = xal_getlrm(1);
+  library().identity = "own";
+  EXPECT_EQ(xal_getlrm(1), nullptr);
+  EXPECT_EQ(xal_freelrm(1), 0);
+  EXPECT_EQ(take_log(), Lines{"[xal_freelrm] Error: No rmid open in thread"});
+  const XA_LRMINFO *own = xal_addlrm(1, open_string);
+  EXPECT_NE(own, nullptr);
+  EXPECT_NE(own, shared);
+  EXPECT_EQ(xal_freelrm(1), 1);
+  EXPECT_EQ(xal_freelrm(1), 1) << "the identity is known, the rmid is not open";
+  ++blocks_at_start;  // the record of the new identity stays
+  library().identity = "owN";
+  EXPECT_EQ(xal_freelrm(1), 0);
+  library().identity_claim = -1;
+  EXPECT_EQ(xal_getlrm(1), nullptr) << "no identity, no entries";
+  EXPECT_EQ(xal_addlrm(1, open_string), nullptr);
+  EXPECT_EQ(xal_freelrm(1), 0);
+  library().identity = "";
+  library().identity_claim = 0;
+  EXPECT_EQ(xal_getlrm(1), shared);
+}
+
+TEST_F(Registry, a_record_with_connections_stays) {
+  EXPECT_EQ(xal_freelrm(1), XAER_NOTA);
+  EXPECT_NE(xal_getlrm(1), nullptr);
+  XA_LRMINFO *empty = xal_addlrm(2, open_string);
+  empty->lrm_opens = 1;
+  EXPECT_EQ(xal_freelrm(2), XAER_NOTA) << "a connection is being made";
+  empty->lrm_opens = 0;
+  EXPECT_EQ(xal_freelrm(2), 1);
+  EXPECT_EQ(xal_getlrm(2), nullptr);
+}
+
+TEST_F(Registry, short_memory_is_reported_and_leaves_nothing) {
+  const char *messages[] = {"malloc() failed for RMID_LIST", "malloc() failed for XA_LRMINFO",
+                            "malloc() failed for the open_info"};
+  for (int32_t nth = 1; nth <= 3; ++nth) {
+    const int64_t before = common_blocks_outstanding();
+    common_fail_allocation(nth, 0);
+    EXPECT_EQ(xal_addlrm(2, open_string), nullptr);
+    EXPECT_EQ(common_blocks_outstanding(), before);
+    EXPECT_EQ(take_log(), Lines{std::string("[xal_addlrm] Error: ").append(messages[nth - 1])});
+  }
+  EXPECT_EQ(xal_getlrm(2), nullptr);
+}
+
+TEST_F(Context, is_set_up_in_order_or_not_at_all) {
+  const XA_SETTING settings[] = {
+      {9117, 60, nullptr, QLT_UNUSED, XS_USER | XS_PRECONN | XS_CTX | XS_PROP, "CS_TIMEOUT"},
+      {7345, 9, nullptr, 4, XS_FATAL | XS_USER | XS_PRECONN | XS_CTX | XS_DTINFO, "CS_DATES_LONG"},
+      {0, 0, nullptr, 0, XS_END, nullptr}};
+  const Lines all{"cs_ctx_global(1100)",
+                  "ct_init(1100)",
+                  "ct_config(GET, 9144)",
+                  "cs_diag(INIT)",
+                  "ct_config(SET, 9117, 60, -99999)",
+                  "cs_dt_info(SET, 7345, -99999, 9, 4)",
+                  "ct_config(SET, 9142, 0, -99999)"};
+  const struct {
+    const char *operation;
+    int32_t result;
+    size_t calls;
+    Lines log;
+  } cases[] = {
+      {"", 1, 7, {"[xl_init] Message: Quillet scripted 1.0"}},
+      {"cs_ctx_global", 0, 1, {"[xl_init] Error: Failed to get the global context!"}},
+      {"ct_init", 0, 2, {"[xl_init] Error: ct_init() failed!"}},
+      {"ct_config", 1, 7, {"[xl_init] Note: Unable to get Quillet version string"}},
+      {"cs_diag", 0, 4, {"[xl_init] Message: Quillet scripted 1.0", "[xl_init] Error: cs_diag(CS_INIT) failed!"}},
+      {"cs_dt_info",
+       0,
+       6,
+       {"[xl_init] Message: Quillet scripted 1.0", "[xc_set_values] Error: cs_dt_info(CS_SET, CS_DATES_LONG) failed!",
+        ""}},
+  };
+  for (const auto &one : cases) {
+    SCOPED_TRACE(one.operation);
+    library().reset();
+    library().fail(one.operation);
+    EXPECT_EQ(xl_init(settings), one.result);
+    EXPECT_EQ(library().take_calls(), Lines(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(one.calls)));
+    EXPECT_EQ(take_log(), one.log);
+  }
+}
+
+TEST_F(Registry, only_the_placeholder_is_a_good_handle) {
+  EXPECT_EQ(_trvxadummy_create_mutex(), -1);
+  EXPECT_EQ(_trvxadummy_take_mutex(-1), 1);
+  EXPECT_EQ(take_log(), Lines{});
+  EXPECT_EQ(_trvxadummy_release_mutex(0), 0);
+  EXPECT_EQ(_trvxadummy_delete_mutex(1), 0);
+  EXPECT_EQ(take_log(), (Lines{"[_trvxadummy_release_mutex] Error: Bad mutex ID",
+                               "[_trvxadummy_delete_mutex] Error: Bad mutex ID"}));
+}
+
+}  // namespace

@@ -1,0 +1,328 @@
+// The switch records, the flavours' start-up, their thread services and what they publish, on the real personalities.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "scene.h"
+#include "xadtm.h"
+#include "xal_config.h"
+#include "xal_log.h"
+#include "xal_threads.h"
+
+using namespace fake;
+
+namespace {
+
+// No flavour is active at first: these tests need a process each, as ctest runs them.
+class Switch : public testing::Test {
+ protected:
+  Switch() {
+    take_log();
+    library().reset();
+    setenv("XACONFIGFILE", file_with("[xa]\nlrm=L1\n").c_str(), 1);
+    if (trvxal_tm_personality.load()->tm_type != XATM_NONE || _xa_tux_init_state != XAST_NONE) {
+      ADD_FAILURE() << "run these tests in processes of their own: another test has started a flavour";
+    }
+  }
+  ~Switch() override {
+    EXPECT_FALSE(library().serialised()) << "a call kept the serialisation mutex";
+    EXPECT_EQ(library().live_connections(), 0);
+    EXPECT_EQ(library().live_commands(), 0);
+  }
+  const XID x = branch();
+};
+
+const xa_switch_t *const switches[] = {&tarvex_MTS_xa_switch, &tarvex_TUX_xa_switch, &tarvex_TXS_xa_switch};
+constexpr const char *mts_string = "-NL1 -Usa -Ppw -Sbank -Kkey";
+
+TEST_F(Switch, records_list_the_entries_in_the_standard_order) {
+  const void *const entries[3][10] = {
+#define ENTRIES(prefix)                                                                     \
+  {reinterpret_cast<void *>(prefix##_open),     reinterpret_cast<void *>(prefix##_close),   \
+   reinterpret_cast<void *>(prefix##_start),    reinterpret_cast<void *>(prefix##_end),     \
+   reinterpret_cast<void *>(prefix##_rollback), reinterpret_cast<void *>(prefix##_prepare), \
+   reinterpret_cast<void *>(prefix##_commit),   reinterpret_cast<void *>(prefix##_recover), \
+   reinterpret_cast<void *>(prefix##_forget),   reinterpret_cast<void *>(prefix##_complete)}
+      ENTRIES(trv_mts_xa), ENTRIES(trv_tux_xa), ENTRIES(trv_txs_xa)
+#undef ENTRIES
+  };
+  for (size_t flavour = 0; flavour < 3; ++flavour) {
+    const xa_switch_t &record = *switches[flavour];
+    EXPECT_EQ(std::string(record.name, sizeof record.name),
+              std::string("TARVEX_XA_SERVER").append(std::string(16, '\0')));
+    EXPECT_EQ(record.flags, TMNOFLAGS);
+    EXPECT_EQ(record.version, 0);
+    EXPECT_EQ(memcmp(&record.xa_open_entry, entries[flavour], sizeof entries[flavour]), 0);
+  }
+}
+
+TEST_F(Switch, without_a_flavour_every_call_is_out_of_place) {
+  for (const xa_switch_t *record : switches) {
+    XID xid{};
+    EXPECT_EQ(record->xa_close_entry("", 1, 0), XAER_PROTO);
+    EXPECT_EQ(record->xa_start_entry(&x, 1, 0), XAER_PROTO);
+    EXPECT_EQ(record->xa_end_entry(nullptr, 1, 0), XAER_PROTO);
+    EXPECT_EQ(record->xa_recover_entry(&xid, 1, 1, TMSTARTRSCAN), XAER_PROTO);
+    EXPECT_EQ(record->xa_complete_entry(nullptr, nullptr, 1, 0), XAER_PROTO);
+  }
+  EXPECT_EQ(TrvXA_GetStatementNr(1), XAER_PROTO);
+  EXPECT_EQ(library().take_calls(), Lines{});
+}
+
+TEST_F(Switch, start_up_failures_are_told_and_start_over) {
+  const char *context = "] Error: unable to get CS_CONTEXT";
+  const char *initial = "] Error: unable to creat initialization mutex";
+  const char *serial = "] Error: unable to creat serialization mutex";
+  const struct {
+    size_t flavour;
+    const char *operation;
+    int32_t nth;
+    std::string line;
+  } cases[] = {
+      {0, "cs_ctx_global", 1, std::string("[trv_mts_xa_open").append(context)},
+      {1, "cs_ctx_global", 1, std::string("[trv_tux_xa_open").append(context)},
+      {2, "cs_ctx_global", 1, std::string("[trv_txs_xa_open").append(context)},
+      {0, "cs_config", 1, "[trv_mts_xa_open] Error:  unable to get thread functions"},
+      {1, "cs_config", 1, "[trv_tux_xa_open] Error: unable to get thread functions"},
+      {2, "cs_config", 1, ""},
+      {0, "create_mutex", 1, std::string("[trv_mts_xa_open").append(initial)},
+      {1, "create_mutex", 1, std::string("[trv_tux_xa_open").append(initial)},
+      {2, "create_mutex", 2, std::string("[trv_txs_xa_open").append(serial)},
+  };
+  for (const auto &one : cases) {
+    SCOPED_TRACE(text("%zu %s %d", one.flavour, one.operation, one.nth));
+    library().fail(one.operation, one.nth);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(switches[one.flavour]->xa_open_entry(open_string, 1, 0), XAER_RMFAIL);
+    const std::string shown = testing::internal::GetCapturedStderr();
+    Lines log = take_log();
+    if (one.line.empty()) {
+      EXPECT_EQ(shown, "trv_txs_xa_open: unable to get thread functions\n") << "to standard error even with a log";
+      EXPECT_EQ(log, Lines{});
+    } else {
+      ASSERT_FALSE(log.empty());
+      EXPECT_EQ(log.back(), one.line);
+    }
+    EXPECT_EQ(trvxal_tm_personality.load()->tm_type, XATM_NONE);
+    EXPECT_EQ(_xa_mts_init_state, XAST_NONE);
+  }
+}
+
+TEST_F(Switch, a_first_open_that_fails_is_repeated_from_the_start) {
+  const xa_switch_t &tux = tarvex_TUX_xa_switch;
+  setenv("XACONFIGFILE", "/nonexistent", 1);
+  EXPECT_EQ(tux.xa_open_entry(open_string, 1, 0), XAER_INVAL);
+  EXPECT_EQ(_xa_tux_init_state, XAST_NONE);
+  EXPECT_EQ(trvxal_tm_personality.load()->tm_type, XATM_NONE);
+  EXPECT_EQ(tux.xa_open_entry(open_string, 1, TMASYNC), XAER_INVAL) << "installs nothing";
+  EXPECT_EQ(trvxal_tm_personality.load()->tm_type, XATM_NONE);
+  setenv("XACONFIGFILE", file_with("[xa]\nlrm=L1\n").c_str(), 1);
+  EXPECT_EQ(tux.xa_open_entry(nullptr, 1, 0), XAER_INVAL);
+  library().fail("ct_connect", 1, CS_BUSY);
+  EXPECT_EQ(tux.xa_open_entry(open_string, 1, 0), XAER_RMERR);
+  EXPECT_EQ(_xa_tux_init_state, XAST_NONE);
+  EXPECT_EQ(trvxal_tm_personality.load()->tm_type, XATM_TUX) << "installed by the successful configuration";
+  const int32_t serialise = _xa_txs_serialize.load();
+  EXPECT_EQ(tux.xa_open_entry(open_string, 1, 0), XA_OK);
+  EXPECT_EQ(_xa_tux_init_state, XAST_READY);
+  EXPECT_EQ(_xa_txs_serialize.load(), serialise) << "a flavour in use keeps its mutex";
+  EXPECT_EQ(tux.xa_close_entry("", 1, 0), XA_OK);
+}
+
+TEST_F(Switch, open_and_close_of_one_and_two_rmids) {
+  const xa_switch_t &tux = tarvex_TUX_xa_switch;
+  EXPECT_EQ(tux.xa_open_entry(open_string, 1, 0), XA_OK);
+  EXPECT_EQ(tux.xa_open_entry(open_string, 1, 0), XA_OK);
+  EXPECT_EQ(library().live_connections(), 1) << "the second open adds nothing";
+  EXPECT_EQ(tux.xa_open_entry("-NL1 -Ujo -Ppw -Sbank", 1, 0), XAER_RMERR);
+  EXPECT_EQ(tux.xa_open_entry("-NL9", 2, 0), XAER_RMERR) << "not configured";
+  EXPECT_EQ(tux.xa_open_entry(nullptr, 2, 0), XAER_INVAL);
+  library().standing["select value"] = {row(0)};
+  EXPECT_EQ(tux.xa_open_entry(open_string, 2, 0), XAER_INVAL) << "the readiness check's code";
+  library().standing["select value"] = {row(1)};
+  EXPECT_EQ(tux.xa_open_entry(open_string, 2, 0), XA_OK);
+  EXPECT_EQ(tux.xa_close_entry("", 1, 0), XA_OK);
+  EXPECT_EQ(tux.xa_close_entry("", 1, 0), XA_OK);
+  EXPECT_EQ(library().live_connections(), 1);
+  EXPECT_EQ(tux.xa_close_entry("", 2, 0), XA_OK);
+}
+
+TEST_F(Switch, a_second_flavour_is_refused_and_disturbs_nothing) {
+  EXPECT_EQ(tarvex_TXS_xa_switch.xa_open_entry(open_string, 1, 0), XAER_RMERR) << "a thread without identity";
+  library().identity = "me";
+  EXPECT_EQ(tarvex_TXS_xa_switch.xa_open_entry(open_string, 1, 0), XA_OK);
+  const int32_t serialise = _xa_txs_serialize.load();
+  take_log();
+  EXPECT_EQ(tarvex_MTS_xa_switch.xa_open_entry(mts_string, 1, 0), XAER_INVAL);
+  const Lines log = take_log();
+  EXPECT_EQ(Lines(log.begin(), log.begin() + 2),
+            (Lines{"[xa_open] Error: Only one type of Transaction Manager can be used",
+                   "[xa_open] Message: Previous TM type 2, new TM type 10"}));
+  EXPECT_EQ(_xa_txs_serialize.load(), serialise);
+  EXPECT_EQ(trvxal_tm_personality.load(), &trvxal_txs_personality);
+  EXPECT_EQ(_xa_mts_init_state, XAST_NONE);
+  library().standing["begin"] = {status(0)};
+  library().take_calls();
+  EXPECT_EQ(tarvex_TXS_xa_switch.xa_start_entry(&x, 1, 0), XA_OK);
+  EXPECT_EQ(library().take_calls({"cs_objects(SET"}),
+            Lines{"cs_objects(SET, 1, \"L1\", none, thread 6d65, exists 0, con1 cmd1)"});
+  EXPECT_EQ(TrvXA_GetStatementNr(1), XAER_INVAL) << "only MTS counts statements";
+  library().standing["detach"] = {status(1)};
+  EXPECT_EQ(tarvex_TXS_xa_switch.xa_end_entry(&x, 1, TMSUCCESS), XA_OK);
+  EXPECT_EQ(tarvex_TXS_xa_switch.xa_close_entry("", 1, 0), XA_OK);
+}
+
+TEST_F(Switch, mts_counts_statements_and_publishes_under_the_key) {
+  const xa_switch_t &mts = tarvex_MTS_xa_switch;
+  EXPECT_EQ(mts.xa_open_entry(mts_string, 1, 0), XA_OK);
+  EXPECT_EQ(TrvXA_GetStatementNr(1), XAER_PROTO);
+  EXPECT_EQ(TrvXA_GetStatementNr(9), XAER_PROTO);
+  library().standing = {{"begin", {status(0)}},
+                        {"detach", {status(1)}},
+                        {"select value", {row(1)}},
+                        {"status ffffffff_00_00_", {status(-2)}}};
+  library().take_calls();
+  EXPECT_EQ(mts.xa_start_entry(&x, 1, 0), XA_OK);
+  EXPECT_EQ(library().take_calls({"cs_objects"}),
+            Lines{"cs_objects(SET, 1, \"L1\", \"key\", thread none, exists 0, con1 cmd1)"});
+  for (int32_t number = 1; number <= 3; ++number) {
+    EXPECT_EQ(TrvXA_GetStatementNr(1), number);
+  }
+  EXPECT_EQ(mts.xa_end_entry(&x, 1, TMSUSPEND), XA_OK);
+  EXPECT_EQ(TrvXA_GetStatementNr(1), XAER_PROTO);
+  EXPECT_EQ(mts.xa_start_entry(&x, 1, TMRESUME), XA_OK);
+  EXPECT_EQ(TrvXA_GetStatementNr(1), 4);
+  EXPECT_EQ(mts.xa_end_entry(&x, 1, TMSUCCESS), XA_OK);
+  library().standing.erase("begin");
+  library().replies = {{status(-16777215)}, {status(0)}};
+  EXPECT_EQ(mts.xa_start_entry(&x, 1, 0), XA_OK);
+  EXPECT_EQ(TrvXA_GetStatementNr(1), 1) << "the connection was made anew";
+  EXPECT_EQ(mts.xa_end_entry(&x, 1, TMFAIL), XA_OK);
+  EXPECT_EQ(mts.xa_close_entry("", 1, 0), XA_OK);
+  EXPECT_TRUE(library().objects.empty());
+  EXPECT_EQ(mts.xa_open_entry("-NL1 -Sbank -KMSDTC", 1, 0), XA_OK);
+  library().replies = {{status(0)}};
+  library().take_calls();
+  EXPECT_EQ(mts.xa_start_entry(&x, 1, 0), XA_OK);
+  EXPECT_EQ(library().take_calls({"cs_objects"}), Lines{}) << "the coordinator's own key is not published";
+  EXPECT_EQ(mts.xa_end_entry(&x, 1, TMSUCCESS), XA_OK);
+  EXPECT_EQ(mts.xa_close_entry("", 1, 0), XA_OK);
+}
+
+TEST_F(Switch, mts_reads_no_further_than_an_xid_reaches) {
+  EXPECT_EQ(tarvex_MTS_xa_switch.xa_open_entry(mts_string, 1, 0), XA_OK);
+  library().standing["commit"] = {status(7)};
+  const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  auto *pages =
+      static_cast<char *>(mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  ASSERT_NE(pages, MAP_FAILED);
+  ASSERT_EQ(mprotect(pages + page, page, PROT_NONE), 0);
+  const struct {
+    int32_t gtrid, bqual;
+    size_t bytes;
+    std::string name;
+  } cases[] = {{3, 2, 5, "0g83_10k"},
+               {-1, -200, 0, "_"},
+               {200, -1, 64, std::string("0g8310k").append(std::string(79, '0')).append("_")}};
+  for (const auto &one : cases) {
+    char *end = pages + page - 12 - one.bytes;
+    const int32_t header[] = {0x1234, one.gtrid, one.bqual};
+    memcpy(end, header, sizeof header);
+    memset(end + 12, 0, one.bytes);
+    memcpy(end + 12, "\x01\x02\x03\x04\x05", std::min<size_t>(5, one.bytes));
+    library().take_requests();
+    EXPECT_EQ(tarvex_MTS_xa_switch.xa_commit_entry(reinterpret_cast<XID *>(end), 1, 0), XA_OK);
+    const std::string line = library().take_requests().at(0);
+    EXPECT_EQ(line.rfind("commit 1234_" + one.name.substr(0, 4), 0), 0U) << line;
+  }
+  munmap(pages, 2 * page);
+  EXPECT_EQ(tarvex_MTS_xa_switch.xa_close_entry("", 1, 0), XA_OK);
+}
+
+TEST_F(Switch, without_thread_support_tux_goes_on_and_the_others_refuse) {
+  library().threads = false;
+  for (const xa_switch_t *record : {&tarvex_MTS_xa_switch, &tarvex_TXS_xa_switch}) {
+    EXPECT_EQ(record->xa_open_entry(mts_string, 1, 0), XAER_RMFAIL);
+    EXPECT_NE(take_log().back().find("unable to creat initialization mutex"), std::string::npos);
+  }
+  EXPECT_EQ(tarvex_TUX_xa_switch.xa_open_entry(open_string, 1, 0), XA_OK);
+  EXPECT_EQ(trvxal_tm_personality.load(), &trvxal_tux_nonthreaded_personality);
+  library().standing["begin"] = {status(0)};
+  library().standing["detach"] = {status(1)};
+  EXPECT_EQ(tarvex_TUX_xa_switch.xa_start_entry(&x, 1, 0), XA_OK);
+  EXPECT_EQ(tarvex_TUX_xa_switch.xa_end_entry(&x, 1, TMSUCCESS), XA_OK);
+  EXPECT_EQ(tarvex_TUX_xa_switch.xa_close_entry("", 1, 0), XA_OK);
+  EXPECT_EQ(library().mutexes_created(), 0);
+  library().threads = true;
+  xacmn_log_tracing.store(XATR_MISC);
+  EXPECT_EQ(_trvtux_take_null_mutex(0), 1);
+  EXPECT_EQ(_trvtux_create_null_event(), 0);
+  EXPECT_EQ(take_log(),
+            (Lines{"[_trvtux_take_mutex] Misc trace: Enter",
+                   "[_trvtux_take_mutex] Misc trace: return, retstat: 1 ([CS_SUCCEED])",
+                   "[_trvtux_create_event] Misc trace: Enter", "[_trvtux_create_event] Misc trace: value: <nil>"}));
+  xacmn_log_tracing.store(0);
+}
+
+TEST_F(Switch, thread_services_pass_through_and_tell_threads_apart_under_txs) {
+  library().identity = "me";
+  EXPECT_EQ(tarvex_TXS_xa_switch.xa_open_entry(open_string, 1, 0), XA_OK);
+  library().take_calls();
+  _trvtxs_waitfor_event(5);
+  EXPECT_EQ(library().take_calls(), Lines{"waitfor_event(5, 1000) [free]"});
+  library().fail("create_mutex");
+  EXPECT_EQ(_trvtxs_create_event(), 0);
+  EXPECT_EQ(take_log().back(), "[_trvtxs_create_event] Error: unable to create event");
+  XA_THRDID identity{};
+  const struct {
+    std::string bytes;
+    int32_t claim, result, tag, length;
+  } cases[] = {{std::string("\x01\xfe"), 0, 1, 0xfe, 2},
+               {std::string(16, '\x07'), 0, 1, 7, 16},
+               {std::string(16, '\x07'), 17, 0, 0, 0},
+               {"", 0, 0, 0, 0}};
+  for (const auto &one : cases) {
+    library().identity = one.bytes;
+    library().identity_claim = one.claim;
+    EXPECT_EQ(_trvtxs_get_thrdid(&identity), one.result);
+    if (one.result == 1) {
+      EXPECT_EQ(identity.tid_tag, one.tag);
+      EXPECT_EQ(identity.tid_len, one.length);
+    }
+  }
+  EXPECT_EQ(_trvmts_get_thrdid(&identity), 1);
+  EXPECT_EQ(identity.tid_tag, 0);
+  EXPECT_EQ(identity.tid_len, -99999);
+  library().identity = "me";
+  library().identity_claim = 0;
+  take_log();
+  const struct {
+    const XA_PERSONALITY *personality;
+    const char *line;
+  } gets[] = {{&trvxal_mts_personality, "[_trvmts_cs_obj_get] Error: _trvmts_conn_get: not implemented"},
+              {&trvxal_tux_threaded_personality, "[_trvtux_cs_obj_ge] Error: _trvtux_conn_get: not implemented"},
+              {&trvxal_txs_personality, "[_trvtxs_cs_obj_get] Error: not implemented"}};
+  for (const auto &one : gets) {
+    EXPECT_EQ(one.personality->cs_obj_get(), 0);
+    EXPECT_EQ(take_log().at(0), one.line);
+  }
+  EXPECT_EQ(tarvex_TXS_xa_switch.xa_close_entry("", 1, 0), XA_OK);
+}
+
+TEST_F(Switch, a_publish_that_fails_is_an_error_in_the_log) {
+  EXPECT_EQ(tarvex_TUX_xa_switch.xa_open_entry(open_string, 1, 0), XA_OK);
+  library().standing["begin"] = {status(0)};
+  library().fail("cs_objects", 1, CS_MEM_ERROR);
+  take_log();
+  EXPECT_EQ(tarvex_TUX_xa_switch.xa_start_entry(&x, 1, 0), XAER_RMERR);
+  const Lines log = take_log();
+  EXPECT_EQ(Lines(log.begin(), log.begin() + 2),
+            (Lines{"[trvtux_cs_obj_insert] Error: return, retstat: -1 ([CS_MEM_ERROR])",
+                   "[xa_start] Error: Unable to record connection for retrieval (-1)"}));
+  EXPECT_EQ(tarvex_TUX_xa_switch.xa_close_entry("", 1, 0), XA_OK);
+}
+
+}  // namespace
