@@ -296,10 +296,10 @@ int32_t xa_dtm_recov_scan(XA_CONNECTION *conn) {
 
 int32_t xa_dtm_terminate_scan(XA_CONNECTION *conn) {
   const TraceScope trace("xa_dtm_terminate_scan", TRACE_MISC);
-  if (conn->xc_recov_cmd == nullptr) {
-    return trace.cs(CS_FAIL);
-  }
   ScanEnd end;
+  if (conn->xc_recov_cmd == nullptr) {
+    return trace.cs(scan_verdict(trace, end, CS_FAIL));  // it could not even be allocated
+  }
   int32_t type = 0;
   int32_t code = dtm_results_paused(conn->xc_recov_cmd, &type);
   while (code == CS_SUCCEED) {
@@ -326,7 +326,7 @@ int32_t xa__dtm_recover(XA_CONNECTION *conn, XID *xids, int32_t count, int32_t f
     const int32_t opened = open_scan(trace, conn);
     if (opened != CS_SUCCEED) {
       xa_dtm_terminate_scan(conn);
-      return trace.xa(opened == CS_END_RESULTS ? 0 : opened);
+      return opened == CS_END_RESULTS ? trace.hex(0) : trace.xa(opened);
     }
   } else if (conn->xc_recov_cmd == nullptr) {
     trace.error()("No recovery command established");
@@ -346,5 +346,5 @@ int32_t xa__dtm_recover(XA_CONNECTION *conn, XID *xids, int32_t count, int32_t f
       return trace.xa(XAER_RMERR);
     }
   }
-  return trace.xa(stored);
+  return trace.hex(stored);
 }

@@ -102,9 +102,8 @@ int32_t integer_param(QLT_COMMAND *command, const QLT_FORMAT &format, const int3
   return ct_param(command, &format, &value, sizeof value, QLT_UNUSED);
 }
 
-int32_t mode_param(const TraceScope &trace, QLT_COMMAND *command) {
+int32_t mode_param(const TraceScope &trace, QLT_COMMAND *command, int32_t &mode) {
   const int32_t tm_type = active_personality().tm_type;
-  int32_t mode = 0;
   if (!find_mode(tm_type, &mode)) {
     trace.error()("Invalid TM Type %d", tm_type);
     return CS_FAIL;
@@ -294,6 +293,7 @@ int32_t xa__dtm_rpc(XA_CONNECTION *conn, int32_t code, const XID *xid, int32_t s
     trace.error()("ct_command failed");
     return trace.cs(ret);
   }
+  int32_t mode = 0;  // stands until the request is sent, as all its parameters do
   const char *branch = "";
   if (xid != nullptr) {
     int32_t length = 0;
@@ -305,7 +305,7 @@ int32_t xa__dtm_rpc(XA_CONNECTION *conn, int32_t code, const XID *xid, int32_t s
     }
   }
   if (code == DTM_BEGIN) {
-    ret = mode_param(trace, conn->xc_cmd);
+    ret = mode_param(trace, conn->xc_cmd, mode);
     if (ret != CS_SUCCEED) {
       return trace.cs(ret);
     }

@@ -4,7 +4,6 @@
 // so that it can separate the fields. Names are compared with those already stored on servers: every character counts.
 // Both directions work by table, twelve bits at a time on the way out, and nothing here allocates or can fail but the
 // decoding of a text with a character outside the alphabet.
-#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstring>
@@ -23,30 +22,36 @@ struct CharPair {
 };
 
 // The two characters of every twelve-bit value.
-constexpr std::array<CharPair, 4096> pairs_of_twelve_bits() {
-  std::array<CharPair, 4096> table{};
-  for (size_t value = 0; value < table.size(); ++value) {
-    table[value] = {{xa_dtm_convtbl[value >> 6], xa_dtm_convtbl[value & 63]}};
+struct PairTable {
+  CharPair of[4096];
+};
+constexpr PairTable pairs_of_twelve_bits() {
+  PairTable table{};
+  for (size_t value = 0; value < sizeof table.of / sizeof table.of[0]; ++value) {
+    table.of[value] = {{xa_dtm_convtbl[value >> 6], xa_dtm_convtbl[value & 63]}};
   }
   return table;
 }
-constexpr std::array<CharPair, 4096> encode_pairs = pairs_of_twelve_bits();
+constexpr PairTable encode_pairs = pairs_of_twelve_bits();
 
 // The value of every character of the alphabet, -1 for the others.
-constexpr std::array<int8_t, 256> values_of_characters() {
-  std::array<int8_t, 256> table{};
-  for (int8_t &value : table) {
+struct ValueTable {
+  int8_t of[256];
+};
+constexpr ValueTable values_of_characters() {
+  ValueTable table{};
+  for (int8_t &value : table.of) {
     value = -1;
   }
   for (size_t value = 0; value < 64; ++value) {
-    table[static_cast<unsigned char>(xa_dtm_convtbl[value])] = static_cast<int8_t>(value);
+    table.of[static_cast<unsigned char>(xa_dtm_convtbl[value])] = static_cast<int8_t>(value);
   }
   return table;
 }
-constexpr std::array<int8_t, 256> decode_values = values_of_characters();
+constexpr ValueTable decode_values = values_of_characters();
 
 char *put_pair(char *out, uint32_t twelve_bits) {
-  memcpy(out, encode_pairs[twelve_bits].chars, 2);
+  memcpy(out, encode_pairs.of[twelve_bits].chars, 2);
   return out + 2;
 }
 
@@ -66,7 +71,7 @@ char *put_text(char *out, const char *text, size_t length) {
 }
 
 int8_t value_of(char c) {
-  return decode_values[static_cast<unsigned char>(c)];
+  return decode_values.of[static_cast<unsigned char>(c)];
 }
 
 // Packs the next four characters into twenty-four bits; false when there are no four of the alphabet. The text's end is

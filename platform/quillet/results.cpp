@@ -261,11 +261,12 @@ int32_t ct_bind(QLT_COMMAND *command, int32_t column, const QLT_FORMAT *format, 
     if (buffer == nullptr) {
       return CS_SUCCEED;
     }
-    const bool others_bound = std::any_of(locked->reply.bindings.begin(), locked->reply.bindings.end(),
-                                          [](auto &each) { return bool(each); });
-    if (format == nullptr || !is_bindable(*format) ||
-        (others_bound && format->fmt_count != rows_per_fetch(locked->reply))) {
+    if (format == nullptr || !is_bindable(*format)) {
       return locked.fail(Reason::bad_bind, "ct_bind: the format cannot be bound");
+    }
+    if (format->fmt_count != rows_per_fetch(locked->reply)) {
+      // All columns are fetched the same number of rows at a time: a new number begins a new set of bindings.
+      std::fill(locked->reply.bindings.begin(), locked->reply.bindings.end(), std::nullopt);
     }
     binding = Binding{*format, static_cast<char *>(buffer), lengths, indicators};
     return CS_SUCCEED;
