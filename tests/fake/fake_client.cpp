@@ -174,7 +174,7 @@ static std::string request_line(const QLT_COMMAND &command) {
   }
   for (const Parameter &parameter : command.parameters) {
     const bool named = parameter.name == "@name" || parameter.name == "@query_type";
-    line.append(named ? " " : " " + parameter.name.substr(1) + " ").append(parameter.value);
+    line.append(named ? " " : std::string(" ") + parameter.name.substr(1) + " ").append(parameter.value);
   }
   return line;
 }
@@ -484,7 +484,7 @@ static std::string callback_name(const void *callback) {
 int32_t ct_callback(CS_CONTEXT *, QLT_CONNECTION *connection, int32_t action, int32_t type, void *callback) {
   void *&slot = type == QLT_CLIENTMSG_CB ? connection->client_callback : connection->server_callback;
   std::string line = text("%s, %s, %d", connection->name.c_str(), fake::action_name(action), type);
-  line.append(action == CS_SET ? ", " + callback_name(callback) : "");
+  line.append(action == CS_SET ? std::string(", ") + callback_name(callback) : "");
   if (const auto forced = enter("ct_callback", Mutex::held, line)) {
     return *forced;
   }

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -32,12 +33,25 @@ XID other_branch() {
   return make_xid(2, "\x06");
 }
 
+// Removes the files of file_with, and what stands in their place, at the process's end.
+struct TemporaryFiles {
+  Lines paths;
+  ~TemporaryFiles() {
+    for (const std::string &path : paths) {
+      std::error_code ignored;
+      std::filesystem::remove_all(path, ignored);
+    }
+  }
+};
+
 std::string file_with(const std::string &content) {
-  std::string path = testing::TempDir() + "xadtm_XXXXXX";
+  static TemporaryFiles made;
+  std::string path = testing::TempDir().append("xadtm_XXXXXX");
   const int file = mkstemp(path.data());
   EXPECT_GE(file, 0);
   close(file);
   std::ofstream(path) << content;
+  made.paths.push_back(path);
   return path;
 }
 

@@ -288,6 +288,8 @@ void run_case(const ScenarioCase &what) {
   run_scenario(*what.scenario, world);
   world.expect_nothing_left();
   world.expect_mutex_respected();
+  // A dropped connection would take its commands along; the library drops them itself. Application code's come on top.
+  EXPECT_EQ(world.commands_made, world.watch ? 0 : -2);
   // What stays is the registry's node of each thread identity that opened something, at most two here.
   EXPECT_LE(common_blocks_outstanding(), what.flavour == TXS ? 2 : 1);
 }

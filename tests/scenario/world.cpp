@@ -42,6 +42,8 @@ int32_t watch_call(const char *operation, void *argument) {
     world.held_while_waiting += std::strcmp(operation, "ct_results") == 0 && held ? 1 : 0;
     world.free_while_sending += std::strcmp(operation, "ct_send") == 0 && !held ? 1 : 0;
   }
+  world.commands_made += std::strcmp(operation, "ct_cmd_alloc") == 0 ? 1 : 0;
+  world.commands_made -= std::strcmp(operation, "ct_cmd_drop") == 0 ? 1 : 0;
   world.inits += std::strcmp(operation, "ct_init") == 0 ? 1 : 0;
   if (Gate *gate = world.gate.load(); gate != nullptr) {
     gate->pass(operation);

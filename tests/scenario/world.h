@@ -116,6 +116,8 @@ class World {
   std::atomic<int32_t> free_while_sending{0};
   std::atomic<int32_t> inits{0};  // calls of ct_init
 
+  std::atomic<int32_t> commands_made{0};  // calls of ct_cmd_alloc less those of ct_cmd_drop
+
   std::string server_option;  // added to the open strings
   std::string config_path;
   std::string log_path;

@@ -296,7 +296,7 @@ TEST_F(Cursors, dumps_need_the_verbose_trace) {
         "object name.last_name L1", "object name.fnlen -9", "object name.first_name cur", "object name.scopelen -99",
         "object name.threadlen 2", "object name.thread AB01", "object data.actuallyexists 1",
         "object data.connection 0x0", "object data.command 0x0", "object data.buffer 0x0", "object data.buflen 152"}) {
-    expected.push_back("[xc__obj_log] Verbose trace: " + std::string(line));
+    expected.push_back(std::string("[xc__obj_log] Verbose trace: ") + std::string(line));
   }
   expected[0].pop_back();
   expected.insert(expected.begin() + 1, "");

@@ -34,6 +34,7 @@ TEST_F(OpenString, options_and_their_problems) {
     return Lines{warning + "invalid open string " + info, message + "flag -" + letter + " not recognized"};
   };
   constexpr int32_t key = XAPF_LOOKUP_KEY;
+  // clang-format off
   const struct {
     std::string info;
     int32_t tm_type;
@@ -52,32 +53,23 @@ TEST_F(OpenString, options_and_their_problems) {
       {"", 1, 0, XAER_INVAL, "||||", nameless("")},
       {"-Nfirst -Nsecond", 1, 0, XA_OK, "second||||", {}},
       {"-Na-b abc-Sserver", 1, 0, XA_OK, "a-b||||server", {}},
-      {"-N" + most, 1, 0, XA_OK, "mmmmmmmmmmmmmmmmmmmmmmmmmmmmmmm||||", {}},
-      {"-N" + most + "m -Usa",
-       1,
-       0,
-       XAER_INVAL,
-       "mmmmmmmmmmmmmmmmmmmmmmmmmmmmmmm||||",
-       {error + "LRM Name Too long, Truncated:", "\t" + most, ""}},
-      {"-Nx -P" + most + "m",
-       1,
-       0,
-       XAER_INVAL,
-       "x||mmmmmmmmmmmmmmmmmmmmmmmmmmmmmmm||",
+      {std::string("-N") + most, 1, 0, XA_OK, "mmmmmmmmmmmmmmmmmmmmmmmmmmmmmmm||||", {}},
+      {std::string("-N") + most + "m -Usa", 1, 0, XAER_INVAL, "mmmmmmmmmmmmmmmmmmmmmmmmmmmmmmm||||",
+       {error + "LRM Name Too long, Truncated:", std::string("\t") + most, ""}},
+      {std::string("-Nx -P") + most + "m", 1, 0, XAER_INVAL, "x||mmmmmmmmmmmmmmmmmmmmmmmmmmmmmmm||",
        {error + "Password Too long, Truncated.", ""}},
       {"-V11 -Nx", 1, 0, XA_OK, "x||||", {}},
-      {"-V12 -Nx", 1, 0, XAER_INVAL, "||||",
-       joined({{error + "Incorrect version identifier in open string -V12 -Nx"}, nameless("-V12 -Nx")})},
+      {"-V12 -Nx", 1, 0, XAER_INVAL, "||||", joined({{error + "Incorrect version identifier in open string -V12 -Nx"},
+       nameless("-V12 -Nx")})},
       {"-Nx -V11", 1, 0, XAER_INVAL, "x||||", {error + "Incorrect version identifier in open string -Nx -V11"}},
       {"-Nx -V", 1, 0, XAER_INVAL, "x||||", {error + "Incorrect version identifier in open string -Nx -V"}},
-      {"-C10 -Nx", 1, 0, XAER_INVAL, "||||",
-       joined({{error + "Incorrect open string -C10 -Nx",
-                message + "Maximum number of connections must be set in xa_config [all] section"},
-               nameless("-C10 -Nx")})},
+      {"-C10 -Nx", 1, 0, XAER_INVAL, "||||", joined({{error + "Incorrect open string -C10 -Nx",
+       message + "Maximum number of connections must be set in xa_config [all] section"}, nameless("-C10 -Nx")})},
       {"-Qfoo -Nx", 1, 0, XA_OK, "x||||", unknown("-Qfoo -Nx", "Q")},
       {"-Lmylog -Tall -Nx", 1, 0, XA_OK, "x||||", {}},
       {"-Nx -", 1, 0, XA_OK, "x||||", unknown("-Nx -", "")},
   };
+  // clang-format on
   for (const auto &one : cases) {
     SCOPED_TRACE(one.info);
     behave_as(one.tm_type, static_cast<uint32_t>(one.tm_flags));
@@ -254,6 +246,7 @@ TEST_F(Config, the_file_is_searched_in_order_and_remembered) {
 TEST_F(Config, the_all_section_is_read_entry_by_entry) {
   const std::string error = "[xal_read_all_section] Error: ";
   const std::string used = "[xal_configure] Message: Using config file ";
+  // clang-format off
   const struct {
     const char *name;
     std::string content;
@@ -263,30 +256,19 @@ TEST_F(Config, the_all_section_is_read_entry_by_entry) {
     std::vector<int32_t> codes;
   } cases[] = {
       {"no section", "", 1, {used + "PATH", ""}, 0x40, {0}},
-      {"other sections are skipped",
-       "[xa]\ntraceflags=xa\n[ALL]\nTraceFlags=misc\n[all]\ntraceflags=xl\n",
-       1,
-       {used + "PATH", ""},
-       0x10,
-       {0}},
+      {"other sections are skipped", "[xa]\ntraceflags=xa\n[ALL]\nTraceFlags=misc\n[all]\ntraceflags=xl\n", 1,
+       {used + "PATH", ""}, 0x10, {0}},
       {"settings", "[all]\nproperties=CS_MAX_CONNECT=25,CS_TIMEOUT=60\n", 1, {used + "PATH", ""}, 0x40, {9118, 9117}},
       {"date setting", "[all]\ncs_dt_info=CS_DATES_LONG\n", 1, {used + "PATH", ""}, 0x40, {7345}},
-      {"empty values",
-       "[all]\nlogfile=\ntraceflags=\ncs_dt_info=\n",
-       1,
+      {"empty values", "[all]\nlogfile=\ntraceflags=\ncs_dt_info=\n", 1,
        {error + "invalid logfile specification in PATH!", error + "invalid traceflag specification in PATH!",
-        error + "invalid cs_dt_info specification in PATH!", used + "PATH", ""},
-       0x40,
-       {0}},
-      {"refused entries do not stop the reading",
-       "[all]\nmaxoutconn=3\nnonsense=1\ntraceflags=xc\n",
-       1,
+       error + "invalid cs_dt_info specification in PATH!", used + "PATH", ""}, 0x40, {0}},
+      {"refused entries do not stop the reading", "[all]\nmaxoutconn=3\nnonsense=1\ntraceflags=xc\n", 1,
        {error + "Invalid maxoutconn entry in PATH, use properties=CS_MAX_CONNECT=<nr>",
-        error + "Invalid entry in [all] section of PATH", used + "PATH", ""},
-       0x4,
-       {0}},
+       error + "Invalid entry in [all] section of PATH", used + "PATH", ""}, 0x4, {0}},
       {"malformed", "[all]\nnot an entry\n", 0, {error + "[all] section not found in config file PATH"}, 0, {0}},
   };
+  // clang-format on
   for (const auto &one : cases) {
     SCOPED_TRACE(one.name);
     xacmn_log_tracing.store(0);
@@ -337,6 +319,7 @@ TEST_F(Config, an_lrm_gets_the_first_section_that_names_it) {
   const std::string settings_before =
       "[xa]\nproperties=CS_PACKETSIZE=1\noptions=CS_OPT_ROWCOUNT=1\n"
       "capabilities=CS_DATA_NOBIN=1\nlrm=L1\nserver=bank\n";
+  // clang-format off
   const struct {
     const char *name;
     std::string content;
@@ -347,33 +330,23 @@ TEST_F(Config, an_lrm_gets_the_first_section_that_names_it) {
   } cases[] = {
       {"settings before the name", settings_before, 0, 1, "bank|10|9107|5005", {}},
       {"first section wins", "[xa]\nDSN=L1\nserver=one\n[xa]\nlrm=L1\nserver=two\n", 0, 1, "one|0|0|0", {}},
-      {"another LRM's settings do not stay",
-       "[xa]\nlrm=L2\nserver=x\nproperties=CS_PACKETSIZE=1\n[xa]\nlrm=L1\n",
-       0,
-       1,
-       "|0|0|0",
-       {}},
+      {"another LRM's settings do not stay", "[xa]\nlrm=L2\nserver=x\nproperties=CS_PACKETSIZE=1\n[xa]\nlrm=L1\n", 0,
+       1, "|0|0|0", {}},
       {"names are case-sensitive", "[xa]\nlrm=l1\nserver=x\n", 0, 0, "|0|0|0", {error + "lrm name L1 not found"}},
       {"not found, optional", "[xa]\nlrm=l1\nserver=x\n", XAPF_CFG_OPTIONAL, 1, "|0|0|0", {}},
       {"other sections are skipped", "[all]\nlrm=L1\nserver=x\n", XAPF_CFG_OPTIONAL, 1, "|0|0|0", {}},
       {"odd entries are ignored", "[xa]\nxaserver=1\nnonsense=1\nlrm=L1\n", 0, 1, "|0|0|0", {}},
       {"no LRM value", "[xa]\nlrm=\nlrm=L1\n", 0, 0, "|0|0|0", {error + "lrm invalid"}},
-      {"LRM of 32 characters", "[xa]\nlrm=" + std::string(32, 'L') + "\n", 0, 0, "|0|0|0", {error + "lrm invalid"}},
-      {"server of 32 characters",
-       "[xa]\nlrm=L1\nserver=" + std::string(32, 's') + "\n",
-       0,
-       0,
-       "|0|0|0",
+      {"LRM of 32 characters", std::string("[xa]\nlrm=") + std::string(32, 'L') + "\n", 0, 0, "|0|0|0",
+       {error + "lrm invalid"}},
+      {"server of 32 characters", std::string("[xa]\nlrm=L1\nserver=") + std::string(32, 's') + "\n", 0, 0, "|0|0|0",
        {error + "server invalid"}},
-      {"limit in the wrong place",
-       "[xa]\nmaxoutconn=3\nlrm=L1\n",
-       0,
-       1,
-       "|0|0|0",
+      {"limit in the wrong place", "[xa]\nmaxoutconn=3\nlrm=L1\n", 0, 1, "|0|0|0",
        {error + "maxoutconn cannot be set in [xa] stanza",
-        "[xal_lrm_lookup] Message: Use propertiess=CS_MAX_CONNECT=<nr> in [all] stanza"}},
+       "[xal_lrm_lookup] Message: Use propertiess=CS_MAX_CONNECT=<nr> in [all] stanza"}},
       {"malformed", "[xa]\nlrm=L1\nnot an entry\n", 0, 0, "|0|0|0", {error + "No xa section in xa_config file"}},
   };
+  // clang-format on
   for (const auto &one : cases) {
     SCOPED_TRACE(one.name);
     int32_t result = -1;

@@ -26,6 +26,7 @@ TEST_F(Readiness, only_an_enabled_server_that_answers_the_probe_will_do) {
   const std::string role = error + "Connection not usable for DTM. Check that user has dtm_tm_role on server";
   const std::string who = "[xa__dtm_check] Note: Connection check for user sa on server bank";
   const std::string values = "[xa__dtm_check] Note: Connection check return values: ctlib return, retstat: ";
+  // clang-format off
   const struct {
     const char *name;
     Reply config;
@@ -36,52 +37,25 @@ TEST_F(Readiness, only_an_enabled_server_that_answers_the_probe_will_do) {
   } cases[] = {
       {"ready", {row(1)}, {status(-2)}, XA_OK, true, {}},
       {"switched off", {row(0)}, {}, XAER_RMERR, false, {disabled}},
-      {"no row result",
-       {marker(CS_CMD_DONE)},
-       {},
-       XAER_RMERR,
-       false,
+      {"no row result", {marker(CS_CMD_DONE)}, {}, XAER_RMERR, false,
        {error + "No results returned for DTM configuration status, pre 12.0 ZDB?"}},
       {"no row", {rows({})}, {}, XAER_RMERR, false, {error + "No rows for returned for DTM configuration status"}},
-      {"two row results",
-       {row(1), row(0)},
-       {status(-2)},
-       XA_OK,
-       true,
+      {"two row results", {row(1), row(0)}, {status(-2)}, XA_OK, true,
        {"[xa__dtm_check] Warning: Multiple results returned for DTM configuration status"}},
-      {"two rows, switched off",
-       {rows({0, 1})},
-       {},
-       XAER_RMERR,
-       false,
+      {"two rows, switched off", {rows({0, 1})}, {}, XAER_RMERR, false,
        {"[xa__dtm_check] Warning: Multiple rows returned for DTM configuration status", disabled}},
-      {"query refused",
-       {marker(CS_CMD_FAIL)},
-       {},
-       XAER_RMFAIL,
-       false,
+      {"query refused", {marker(CS_CMD_FAIL)}, {}, XAER_RMFAIL, false,
        {error + "Unable to determine DTM configuration status"}},
-      {"probe branch exists twice",
-       {row(1)},
-       {status(-3)},
-       XA_OK,
-       true,
+      {"probe branch exists twice", {row(1)}, {status(-3)}, XA_OK, true,
        {"[xa__dtm_check] Warning: Unexpected duplicate ID in connection check", who,
-        values + "1 ([CS_SUCCEED]), dtm= -1, rpc = 1, status = -3"}},
-      {"probe branch exists",
-       {row(1)},
-       {status(0)},
-       XAER_RMFAIL,
-       true,
+       values + "1 ([CS_SUCCEED]), dtm= -1, rpc = 1, status = -3"}},
+      {"probe branch exists", {row(1)}, {status(0)}, XAER_RMFAIL, true,
        {error + "Unexpected return value  retstat: 0 ([XA_OK]) when checking connection for usability", who,
-        values + "1 ([CS_SUCCEED]), dtm= 0, rpc = 0, status = 0"}},
-      {"no role",
-       {row(1)},
-       {output("@$rpcerror", 7)},
-       XAER_RMERR,
-       true,
-       {role, who, values + "0 ([CS_FAIL]), dtm= -1, rpc = -2, status = 7"}},
+       values + "1 ([CS_SUCCEED]), dtm= 0, rpc = 0, status = 0"}},
+      {"no role", {row(1)}, {output("@$rpcerror", 7)}, XAER_RMERR, true, {role, who,
+       values + "0 ([CS_FAIL]), dtm= -1, rpc = -2, status = 7"}},
   };
+  // clang-format on
   for (const auto &one : cases) {
     SCOPED_TRACE(one.name);
     fresh();
@@ -193,7 +167,8 @@ TEST_F(Callbacks, client_messages_are_taken_apart) {
   for (auto one : cases) {
     EXPECT_EQ(xaclientmsg_cb(nullptr, nullptr, &one.message), CS_SUCCEED);
     const std::string shown = one.shown != nullptr ? one.shown : std::string(1023, 'x');
-    EXPECT_EQ(take_log(), (Lines{"[xaclientmsg_cb] Message: Nr=13, Sev=12, L=10, O=11; Msg: " + shown, ""}))
+    EXPECT_EQ(take_log(),
+              (Lines{std::string("[xaclientmsg_cb] Message: Nr=13, Sev=12, L=10, O=11; Msg: ") + shown, ""}))
         << one.name;
   }
   QLT_CLIENT_MESSAGE informational = client_message(0, "hello");
@@ -364,6 +339,7 @@ TEST_F(Connect, every_step_that_fails_takes_back_what_was_made) {
   const std::string setting = "[xc_set_values] Error: ";
   const std::string refused = "[xc_connect] Error: Connect(bank) failed, rc=";
   const std::string login_name = "[xa__conn_connect] ";
+  // clang-format off
   const struct {
     const char *operation;
     int32_t nth, forced_code, result;
@@ -378,40 +354,25 @@ TEST_F(Connect, every_step_that_fails_takes_back_what_was_made) {
       {"ct_callback", 1, 0, XA_OK, {}, {}},
       {"cs_ctx_global", 1, -4, XAER_RMERR, dropped, {refused + "-4"}},
       {"ct_con_props", 5, 0, XA_OK, {}, {login_name + "Message: xa_conn_connect: failed to set application name"}},
-      {"ct_con_props",
-       6,
-       0,
-       XAER_RMERR,
-       dropped,
-       {login_name + "Error: xa_conn_connect: failed to set user name", "", refused + "0"}},
-      {"ct_con_props",
-       7,
-       -4,
-       XAER_RMERR,
-       dropped,
-       {login_name + "Error: xa_conn_connect: failed to set password", refused + "-4"}},
+      {"ct_con_props", 6, 0, XAER_RMERR, dropped, {login_name + "Error: xa_conn_connect: failed to set user name", "",
+       refused + "0"}},
+      {"ct_con_props", 7, -4, XAER_RMERR, dropped, {login_name + "Error: xa_conn_connect: failed to set password",
+       refused + "-4"}},
       {"ct_connect", 1, -4, XAER_RMERR, dropped, {refused + "-4"}},
       {"ct_connect", 1, 0, XA_OK, {}, {login_name + "Warning: Connected without failover to serv: bank, user: sa"}},
-      {"ct_con_props",
-       8,
-       0,
-       XA_OK,
-       {},
+      {"ct_con_props", 8, 0, XA_OK, {},
        {"[xc_connect] Error: unable to condition for abort, CT Library hangs may occur"}},
       {"ct_options", 1, 0, XA_OK, {}, {}},
       {"ct_options", 5, 0, XAER_RMERR, freed, {setting + "ct_options(CS_SET, CS_OPT_ISOLATION) failed!", ""}},
       {"ct_options", 7, 0, XAER_RMERR, freed, {setting + "ct_options(CS_SET, CS_OPT_CURCLOSEONXACT) failed!", ""}},
       {"ct_con_props", 9, 0, XA_OK, {}, {}},
       {"ct_cmd_alloc", 1, 0, XAER_RMERR, freed, {"[xc_connect] Error: ct_cmd_alloc() failed!"}},
-      {"ct_command",
-       1,
-       0,
-       XAER_INVAL,
-       all,
+      {"ct_command", 1, 0, XAER_INVAL, all,
        {"[xa__dtm_check] Error: ct_command returned return, retstat: 0 ([CS_FAIL]), Unable to determine DTM "
-        "configuration status"}},
+       "configuration status"}},
       {"ct_diag", 1, 0, XA_OK, {}, {}},
   };
+  // clang-format on
   for (const auto &one : cases) {
     SCOPED_TRACE(text("%s %d", one.operation, one.nth));
     start_over();

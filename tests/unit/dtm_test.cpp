@@ -67,47 +67,37 @@ class Dtm : public Scene {
 };
 
 TEST_F(Dtm, start) {
+  // clang-format off
   const std::vector<Case> cases = {
       {"new branch", false, TMNOFLAGS, {st(0)}, XA_OK, {begin}},
       {"nowait alone begins as well", false, TMNOWAIT, {st(0)}, XA_OK, {begin}},
       {"branch is known", false, TMNOFLAGS, {st(-3)}, XAER_DUPID, {begin}},
       {"join", false, TMJOIN, {st(2)}, XA_OK, {attach}},
       {"join without waiting is busy", false, TMJOIN | TMNOWAIT, {st(-4)}, XA_RETRY, {attach_nowait}},
-      {"join that waits is never busy",
-       false,
-       TMJOIN,
-       {st(-4)},
-       XAER_RMERR,
-       {attach},
+      {"join that waits is never busy", false, TMJOIN, {st(-4)}, XAER_RMERR, {attach},
        {"[xa__dtm_start] Error: Unexpected DTM BUSY indication"}},
       {"asynchronous bit is not looked at", false, TMASYNC | TMJOIN, {st(3)}, XA_OK, {attach}},
       {"resume", false, TMRESUME, {st(0)}, XA_OK, {attach}},
       {"resume without waiting", false, TMRESUME | TMNOWAIT, {st(4)}, XA_OK, {attach_nowait}},
-      {"join and resume",
-       false,
-       TMJOIN | TMRESUME,
-       {},
-       XAER_INVAL,
-       {},
+      {"join and resume", false, TMJOIN | TMRESUME, {}, XAER_INVAL, {},
        {"[xa__dtm_start] Error: Invalid flags 136314880"}},
       {"join of an aborted branch", false, TMJOIN, {st(6)}, XA_RBROLLBACK, {attach}},
   };
+  // clang-format on
   run(cases, [this](int32_t flags) { return xa__dtm_start(&conn, &xid, flags); });
 }
 
 TEST_F(Dtm, end) {
+  // clang-format off
   const std::vector<Case> cases = {
       {"success", false, TMSUCCESS, {st(1)}, XA_OK, {"detach 1234_0g83_10k_:L1 status 2 flags 0x0"}},
       {"fail is told like success", false, TMFAIL, {st(4)}, XA_OK, {"detach 1234_0g83_10k_:L1 status 2 flags 0x0"}},
       {"suspend", false, TMSUSPEND, {st(1)}, XA_OK, {"detach 1234_0g83_10k_:L1 status 3 flags 0x0"}},
-      {"suspend to migrate",
-       false,
-       TMSUSPEND | TMMIGRATE,
-       {st(4)},
-       XAER_PROTO,
+      {"suspend to migrate", false, TMSUSPEND | TMMIGRATE, {st(4)}, XAER_PROTO,
        {"detach 1234_0g83_10k_:L1 status 4 flags 0x0"}},
       {"no flags", false, TMNOFLAGS, {}, XAER_INVAL, {}, {"[xa__dtm_end] Error: Invalid flags 0"}},
   };
+  // clang-format on
   run(cases, [this](int32_t flags) { return xa__dtm_end(&conn, &xid, flags); });
 }
 
@@ -116,6 +106,7 @@ TEST_F(Dtm, prepare_polls_before_it_looks_for_heuristics) {
       "[xa__dtm_prepare] Error: internal state conflict XAER_PROTO vs. XAER_NOTA. Returning XAER_RMERR";
   const std::string heuristic = "[xa__dtm_prepare] Message: xa__dtm_prepare: Heuristic completion ocurred";
   const Lines three{attach_nowait, detach_nowait, prepare};
+  // clang-format off
   const std::vector<Case> cases = {
       {"attach, detach, prepare", false, 0, {st(2), st(1), st(2)}, XA_OK, three},
       {"outcome of the detach is not looked at", false, 0, {st(2), {broken(CS_FAIL)}, st(2)}, XA_OK, three},
@@ -126,45 +117,29 @@ TEST_F(Dtm, prepare_polls_before_it_looks_for_heuristics) {
       {"read only", false, 0, {st(2), st(2), st(-256)}, XA_RDONLY, three},
       {"forced", true, 0, {st(1)}, XA_OK, {prepare_forced}},
       {"forced, read only", true, 0, {st(-256)}, XA_RDONLY, {prepare_forced}},
-      {"busy, then gone, and committed",
-       true,
-       0,
-       {st(-9), st(-9), st(7), st(-2), state_row(committed)},
-       XA_HEURCOM,
-       {prepare_forced, ask, ask, ask, query},
-       {heuristic}},
+      {"busy, then gone, and committed", true, 0, {st(-9), st(-9), st(7), st(-2), state_row(committed)}, XA_HEURCOM,
+       {prepare_forced, ask, ask, ask, query}, {heuristic}},
       {"busy, then invalid", true, 0, {st(-9), st(-5)}, XAER_INVAL, {prepare_forced, ask}},
-      {"unknown, and rolled back",
-       true,
-       0,
-       {st(-2), state_row(rolled_back)},
-       XA_HEURRB,
-       {prepare_forced, query},
+      {"unknown, and rolled back", true, 0, {st(-2), state_row(rolled_back)}, XA_HEURRB, {prepare_forced, query},
        {heuristic}},
       {"unknown twice", true, 0, {st(-2), {rows({})}}, XAER_NOTA, {prepare_forced, query}},
       {"unknown, yet in the table", true, 0, {st(-2), state_row(7)}, XAER_RMERR, {prepare_forced, query}, {conflict}},
   };
+  // clang-format on
   run(cases, [this](int32_t) { return xa__dtm_prepare(&conn, &xid); });
 }
 
 TEST_F(Dtm, commit_looks_for_heuristics_before_it_polls) {
   const std::string conflict =
       "[xa__dtm_commit] Error: internal state conflict XAER_PROTO vs. XAER_NOTA. Returning XAER_RMERR";
+  // clang-format off
   const std::vector<Case> cases = {
       {"two phases", false, TMNOFLAGS, {st(7)}, XA_OK, {commit}},
-      {"two phases without waiting",
-       true,
-       TMNOWAIT,
-       {st(7)},
-       XA_OK,
+      {"two phases without waiting", true, TMNOWAIT, {st(7)}, XA_OK,
        {"commit 1234_0g83_10k_:L1 status 100 flags 0x6000"}},
       {"one phase", false, TMONEPHASE, {st(2), st(-4), st(0)}, XA_OK, {attach_nowait, detach_nowait, commit_once}},
-      {"one phase, read only",
-       false,
-       TMONEPHASE | TMNOWAIT,
-       {st(2), st(2), st(-256)},
-       XA_OK,
-       {attach_nowait, detach_nowait, commit_once}},
+      {"one phase, read only", false, TMONEPHASE | TMNOWAIT, {st(2), st(2), st(-256)}, XA_OK, {attach_nowait,
+       detach_nowait, commit_once}},
       {"one phase, busy at the attach", false, TMONEPHASE, {st(-9)}, XAER_RMFAIL, {attach_nowait}},
       {"one phase, attached elsewhere", false, TMONEPHASE, {st(-4)}, XAER_PROTO, {attach_nowait}},
       {"one phase forced", true, TMONEPHASE, {st(1)}, XA_OK, {commit_once_forced}},
@@ -173,51 +148,33 @@ TEST_F(Dtm, commit_looks_for_heuristics_before_it_polls) {
       {"busy, then gone: no second look", false, TMNOFLAGS, {st(-9), st(-9), st(-2)}, XAER_NOTA, {commit, ask, ask}},
       {"flags that do not fit", false, TMJOIN, {}, XAER_INVAL, {}, {"[xa__dtm_commit] Error: Invalid flags 2097152"}},
   };
+  // clang-format on
   run(cases, [this](int32_t flags) { return xa__dtm_commit(&conn, &xid, flags); });
 }
 
 TEST_F(Dtm, rollback_aborts_what_another_session_holds) {
   const std::string aborting = "[xa__dtm_rollback] Message: Performing asyncronous abort";
+  // clang-format off
   const std::vector<Case> cases = {
       {"attach to abort, then roll back", false, 0, {st(2), st(6)}, XA_OK, {attach_to_abort, rollback}},
       {"whatever the attach says", false, 0, {{output("@$rpcerror", 1)}, st(6)}, XA_OK, {attach_to_abort, rollback}},
       {"held elsewhere at the attach", false, 0, {st(-4), st(1)}, XA_OK, {attach_to_abort, abort_branch}, {aborting}},
-      {"held elsewhere at the rollback",
-       false,
-       0,
-       {st(2), st(-128), st(1)},
-       XA_OK,
-       {attach_to_abort, rollback, abort_branch},
-       {aborting}},
-      {"held elsewhere for ever",
-       false,
-       0,
-       {st(-4), st(-128)},
-       XAER_RMERR,
-       {attach_to_abort, abort_branch},
+      {"held elsewhere at the rollback", false, 0, {st(2), st(-128), st(1)}, XA_OK, {attach_to_abort, rollback,
+       abort_branch}, {aborting}},
+      {"held elsewhere for ever", false, 0, {st(-4), st(-128)}, XAER_RMERR, {attach_to_abort, abort_branch},
        {aborting}},
       {"forced", true, 0, {st(1)}, XA_OK, {rollback_forced}},
       {"forced and held elsewhere", true, 0, {st(-1), st(1)}, XA_OK, {rollback_forced, abort_branch}, {aborting}},
       {"busy at the attach: polled, not rolled back", false, 0, {st(-9), st(-2)}, XAER_NOTA, {attach_to_abort, ask}},
       {"busy, then gone: no second look", true, 0, {st(-9), st(-2)}, XAER_NOTA, {rollback_forced, ask}},
       {"unknown, and rolled back", true, 0, {st(-2), state_row(rolled_back)}, XA_HEURRB, {rollback_forced, query}},
-      {"abort of an unknown branch",
-       false,
-       0,
-       {st(-4), st(-2), {rows({})}},
-       XAER_NOTA,
-       {attach_to_abort, abort_branch, query},
-       {aborting}},
-      {"unknown, yet in the table",
-       true,
-       0,
-       {st(-2), state_row(7)},
-       XAER_RMERR,
-       {rollback_forced, query},
+      {"abort of an unknown branch", false, 0, {st(-4), st(-2), {rows({})}}, XAER_NOTA, {attach_to_abort, abort_branch,
+       query}, {aborting}},
+      {"unknown, yet in the table", true, 0, {st(-2), state_row(7)}, XAER_RMERR, {rollback_forced, query},
        {"[xa__dtm_rollback] Error: xa__dtm_rollback: internal state conflict XAER_PROTO vs. XAER_NOTA. Returning "
-        "XAER_RMERR",
-        ""}},
+       "XAER_RMERR", ""}},
   };
+  // clang-format on
   run(cases, [this](int32_t) { return xa__dtm_rollback(&conn, &xid); });
 }
 
@@ -234,6 +191,7 @@ TEST_F(Dtm, forget_asks_first) {
 
 TEST_F(Dtm, heuristic_check_reads_exactly_one_state) {
   const std::string error = "[xa_dtm_check_heur] Error: xa_dtm_check_heur: ";
+  // clang-format off
   const std::vector<Case> cases = {
       {"committed", false, 0, {{marker(CS_CMD_SUCCEED), row(committed), status(0)}}, XA_HEURCOM, {query}},
       {"rolled back", false, 0, {state_row(rolled_back)}, XA_HEURRB, {query}},
@@ -241,35 +199,16 @@ TEST_F(Dtm, heuristic_check_reads_exactly_one_state) {
       {"no row", false, 0, {{rows({}), marker(CS_CMD_DONE)}}, XAER_NOTA, {query}},
       {"no row result", false, 0, {{marker(CS_CMD_DONE)}}, XAER_NOTA, {query}},
       {"broken off before a row", false, 0, {{marker(CS_CMD_DONE), broken(CS_CANCELED)}}, XAER_RMFAIL, {query}},
-      {"two rows",
-       false,
-       0,
-       {{rows({committed, committed})}},
-       XAER_RMERR,
-       {query},
+      {"two rows", false, 0, {{rows({committed, committed})}}, XAER_RMERR, {query},
        {error + "improper end data [CS_SUCCEED]"}},
-      {"two columns",
-       false,
-       0,
-       {{table({{1, 2}})}},
-       XAER_RMERR,
-       {query},
+      {"two columns", false, 0, {{table({{1, 2}})}}, XAER_RMERR, {query},
        {"[xa__conn_fetch_1c1r] Error: xa__conn_fetch_1c1r: not one column (2)", error + "fetch failed [CS_FAIL]"}},
-      {"status result",
-       false,
-       0,
-       {{status(0), row(committed)}},
-       XAER_RMFAIL,
-       {query},
+      {"status result", false, 0, {{status(0), row(committed)}}, XAER_RMFAIL, {query},
        {error + "unexpected result type 4043"}},
-      {"command failed",
-       false,
-       0,
-       {{marker(CS_CMD_FAIL)}},
-       XAER_RMFAIL,
-       {query},
+      {"command failed", false, 0, {{marker(CS_CMD_FAIL)}}, XAER_RMFAIL, {query},
        {error + "unexpected result type 4048"}},
   };
+  // clang-format on
   run(cases, [this](int32_t) { return xa__dtm_check_heur(&conn, &xid); });
   for (const char *operation : {"ct_command", "ct_send"}) {
     fresh();

@@ -14,7 +14,7 @@ namespace {
 class Fetch : public Scene {
  protected:
   // Sends a query and moves to its first result.
-  void issue(const Reply &reply) {
+  void send_query(const Reply &reply) {
     library().standing["query"] = reply;
     ct_command(conn.xc_cmd, QLT_LANG_COMMAND, "query", QLT_NULLTERM, QLT_UNUSED);
     ct_send(conn.xc_cmd);
@@ -29,7 +29,7 @@ class Fetch : public Scene {
 };
 
 TEST_F(Fetch, one_value_then_the_end) {
-  issue({row(5)});
+  send_query({row(5)});
   int32_t value = 0;
   EXPECT_EQ(fetch_one(&value), CS_SUCCEED);
   EXPECT_EQ(value, 5);
@@ -54,7 +54,7 @@ TEST_F(Fetch, failing_steps_of_one_value) {
   for (const auto &one : rows) {
     SCOPED_TRACE(one.operation);
     fresh();
-    issue({row(5)});
+    send_query({row(5)});
     library().fail(one.operation, 1, one.forced);
     int32_t value = 0;
     EXPECT_EQ(fetch_one(&value), one.code);
@@ -64,7 +64,7 @@ TEST_F(Fetch, failing_steps_of_one_value) {
 }
 
 TEST_F(Fetch, two_columns_are_not_one_value) {
-  issue({table({{1, 2}})});
+  send_query({table({{1, 2}})});
   int32_t value = 7;
   EXPECT_EQ(fetch_one(&value), CS_FAIL);
   EXPECT_EQ(value, 7);
@@ -72,7 +72,7 @@ TEST_F(Fetch, two_columns_are_not_one_value) {
 }
 
 TEST_F(Fetch, one_value_waits_out_a_busy_client_library) {
-  issue({row(5)});
+  send_query({row(5)});
   library().fail("ct_fetch", 1, CS_BUSY);
   library().fail("ct_fetch", 2, CS_PENDING);
   library().fail("ct_fetch", 3, CS_ROW_FAIL);
@@ -100,7 +100,7 @@ TEST_F(Fetch, whole_results_by_number_of_rows) {
   for (const auto &one : cases) {
     SCOPED_TRACE(one.name);
     fresh();
-    issue({rows(one.values)});
+    send_query({rows(one.values)});
     results.res_rows = one.wanted;
     EXPECT_EQ(xa__conn_fetch_data(conn.xc_cmd, &results), one.code);
     EXPECT_EQ(results.res_rowsread, one.read);
@@ -119,7 +119,7 @@ TEST_F(Fetch, whole_results_by_number_of_rows) {
 }
 
 TEST_F(Fetch, a_result_without_columns_fails) {
-  issue({marker(CS_STATUS_RESULT)});
+  send_query({marker(CS_STATUS_RESULT)});
   results.res_rows = 2;
   EXPECT_EQ(xa__conn_fetch_data(conn.xc_cmd, &results), CS_FAIL);
   EXPECT_EQ(take_log(), Lines{"[xa__conn_fetch_data] Error: fetch_data: no cols!"});
@@ -139,7 +139,7 @@ TEST_F(Fetch, failing_steps_of_a_whole_result_leave_nothing_allocated) {
   for (const auto &one : cases) {
     SCOPED_TRACE(text("%s %d", one.operation, one.nth));
     fresh();
-    issue({table({{1, "two"}})});
+    send_query({table({{1, "two"}})});
     library().fail(one.operation, one.nth, CS_BUSY);
     results = XA_RESULTS{};
     results.res_rows = 2;
@@ -157,7 +157,7 @@ TEST_F(Fetch, every_failing_allocation_is_reported_and_leaks_nothing) {
   int32_t nth = 0;
   while (code == CS_MEM_ERROR && nth < 100) {
     fresh();
-    issue({table({{1, "two"}})});
+    send_query({table({{1, "two"}})});
     common_fail_allocation(++nth, 0);
     results.res_rows = 2;
     code = xa__conn_fetch_data(conn.xc_cmd, &results);

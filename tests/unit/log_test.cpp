@@ -83,7 +83,6 @@ TEST_F(Log, lines_have_the_fixed_layout) {
 
 TEST_F(Log, the_process_shown_is_the_one_that_opened) {
   const std::string path = file_with("");
-  std::string expected;
   const pid_t child = fork();
   if (child == 0) {
     xalog_open_file(path.c_str());
@@ -111,7 +110,8 @@ TEST_F(Log, the_first_log_stays) {
   EXPECT_EQ(content_of(second), "");
   const std::string log = content_of(first);
   EXPECT_EQ(log.rfind("kept\n", 0), 0U) << "the log is opened for appending";
-  EXPECT_NE(log.find("Message: skipped open of " + second + ". log file already open\n"), std::string::npos);
+  EXPECT_NE(log.find(std::string("Message: skipped open of ") + second + ". log file already open\n"),
+            std::string::npos);
 }
 
 TEST_F(Log, standard_error_can_be_the_log) {
@@ -128,14 +128,14 @@ TEST_F(Log, the_open_string_names_the_log_before_the_default) {
     std::string open_string;
     bool uses_named;
   } rows[] = {
-      {"-L with a path", "-NL1 -L" + named + " -Usa", true},
-      {"-l at the end", "-NL1 -l" + named, true},
-      {"ended by a tab", "-L" + named + "\t-L" + other, true},
-      {"-L and a blank", "-L " + named, false},
+      {"-L with a path", std::string("-NL1 -L") + named + " -Usa", true},
+      {"-l at the end", std::string("-NL1 -l") + named, true},
+      {"ended by a tab", std::string("-L") + named + "\t-L" + other, true},
+      {"-L and a blank", std::string("-L ") + named, false},
       {"-L as the last", "-NL1 -L", false},
       {"no -L", named, false},
-      {"the first -L counts, empty as it is", "-L -L" + named, false},
-      {"a path of 512 characters", "-L" + named + std::string(512 - named.size(), 'x'), false},
+      {"the first -L counts, empty as it is", std::string("-L -L") + named, false},
+      {"a path of 512 characters", std::string("-L") + named + std::string(512 - named.size(), 'x'), false},
   };
   for (const auto &row : rows) {
     const std::string fallback = file_with("");
@@ -169,7 +169,8 @@ TEST_F(Log, lines_carry_the_thread_identity) {
       library().fail(row.failing);
       return xalog_init("", path.c_str()) == 1;
     }));
-    EXPECT_NE(content_of(path).find("," + row.shown + ": [xalog_open_file/"), std::string::npos) << row.name;
+    EXPECT_NE(content_of(path).find(std::string(",") + row.shown + ": [xalog_open_file/"), std::string::npos)
+        << row.name;
   }
 }
 

@@ -44,6 +44,7 @@ XID none() {
 TEST_F(Lookup, priorities) {
   const XID x = branch();
   const XID y = other_branch();
+  // clang-format off
   const struct {
     const char *name;
     std::vector<Record> records;
@@ -52,61 +53,30 @@ TEST_F(Lookup, priorities) {
     int32_t result;
     Lines after;  // con1 is the oldest, which stands last
   } cases[] = {
-      {"an associated one wins over an earlier match",
-       {{XCS_UNUSED, x}, {XCS_ASSOC, y}},
-       0x1E,
-       x,
-       XCRET_ASSOC,
+      {"an associated one wins over an earlier match", {{XCS_UNUSED, x}, {XCS_ASSOC, y}}, 0x1E, x, XCRET_ASSOC,
        {"con2 0 1234", "con1 1 2 held"}},
-      {"a match wins over an earlier unused one",
-       {{XCS_UNUSED, none()}, {XCS_UNUSED, x}},
-       0x0E,
-       x,
-       XCRET_MATCH,
+      {"a match wins over an earlier unused one", {{XCS_UNUSED, none()}, {XCS_UNUSED, x}}, 0x0E, x, XCRET_MATCH,
        {"con2 0 ffffffff", "con1 0 1234 held"}},
-      {"a match without an associated one",
-       {{XCS_UNUSED, none()}, {XCS_SUSPEND, x}},
-       0x1E,
-       x,
-       XCRET_MATCH,
+      {"a match without an associated one", {{XCS_UNUSED, none()}, {XCS_SUSPEND, x}}, 0x1E, x, XCRET_MATCH,
        {"con2 0 ffffffff", "con1 3 1234 held"}},
-      {"the newest of two unused ones",
-       {{XCS_UNUSED, y}, {XCS_UNUSED, none()}},
-       0x0E,
-       x,
-       XCRET_CONN,
+      {"the newest of two unused ones", {{XCS_UNUSED, y}, {XCS_UNUSED, none()}}, 0x0E, x, XCRET_CONN,
        {"con2 -1 2 held", "con1 0 ffffffff"}},
-      {"busy ones are not unused",
-       {{XCS_PREPARING, y}, {XCS_UNUSED, none()}},
-       0x0C,
-       x,
-       XCRET_CONN,
-       {"con2 103 2", "con1 -1 ffffffff held"}},
+      {"busy ones are not unused", {{XCS_PREPARING, y}, {XCS_UNUSED, none()}}, 0x0C, x, XCRET_CONN, {"con2 103 2",
+       "con1 -1 ffffffff held"}},
       {"a match in a busy state", {{XCS_ENDING, x}}, 0x02, x, XCRET_MATCH, {"con1 102 1234 held"}},
       {"null XIDs match nothing", {{XCS_UNUSED, none()}}, 0x02, none(), XCRET_NOCONN, {"con1 0 ffffffff"}},
       {"any state will do", {{XCS_PREPARING, y}}, 0x01, x, XCRET_CONN, {"con1 103 2 held"}},
-      {"a suspended one whatever its branch",
-       {{XCS_UNUSED, x}, {XCS_SUSPEND, y}},
-       0x20,
-       x,
-       XCRET_SUSPEND,
+      {"a suspended one whatever its branch", {{XCS_UNUSED, x}, {XCS_SUSPEND, y}}, 0x20, x, XCRET_SUSPEND,
        {"con2 0 1234", "con1 3 2 held"}},
-      {"the scan's one wins over an unused one",
-       {{XCS_UNUSED, none()}, {XCS_RECOVER, none()}},
-       0x4C,
-       x,
-       XCRET_RECOVER,
+      {"the scan's one wins over an unused one", {{XCS_UNUSED, none()}, {XCS_RECOVER, none()}}, 0x4C, x, XCRET_RECOVER,
        {"con2 0 ffffffff", "con1 108 ffffffff held"}},
       {"a new one is in use", {{XCS_ASSOC, y}}, 0x0C, x, XCRET_CONN, {"con2 -1 ffffffff held", "con1 1 2"}},
       {"closed ones are purged", {{XCS_CLOSED, x}, {XCS_CLOSED, y}}, 0x02, x, XCRET_NOCONN, {}},
-      {"closed ones behind the one found stay",
-       {{XCS_UNUSED, none()}, {XCS_CLOSED, y}},
-       0x04,
-       x,
-       XCRET_CONN,
+      {"closed ones behind the one found stay", {{XCS_UNUSED, none()}, {XCS_CLOSED, y}}, 0x04, x, XCRET_CONN,
        {"con2 -1 ffffffff held", "none 2 2"}},
       {"nothing wanted, nothing found", {{XCS_UNUSED, none()}}, 0, x, XCRET_NOCONN, {"con1 0 ffffffff"}},
   };
+  // clang-format on
   for (const auto &one : cases) {
     SCOPED_TRACE(one.name);
     arrange(one.records);
@@ -269,6 +239,7 @@ TEST_F(Context, is_set_up_in_order_or_not_at_all) {
                   "ct_config(SET, 9117, 60, -99999)",
                   "cs_dt_info(SET, 7345, -99999, 9, 4)",
                   "ct_config(SET, 9142, 0, -99999)"};
+  // clang-format off
   const struct {
     const char *operation;
     int32_t result;
@@ -280,12 +251,10 @@ TEST_F(Context, is_set_up_in_order_or_not_at_all) {
       {"ct_init", 0, 2, {"[xl_init] Error: ct_init() failed!"}},
       {"ct_config", 1, 7, {"[xl_init] Note: Unable to get Quillet version string"}},
       {"cs_diag", 0, 4, {"[xl_init] Message: Quillet scripted 1.0", "[xl_init] Error: cs_diag(CS_INIT) failed!"}},
-      {"cs_dt_info",
-       0,
-       6,
-       {"[xl_init] Message: Quillet scripted 1.0", "[xc_set_values] Error: cs_dt_info(CS_SET, CS_DATES_LONG) failed!",
-        ""}},
+      {"cs_dt_info", 0, 6, {"[xl_init] Message: Quillet scripted 1.0",
+       "[xc_set_values] Error: cs_dt_info(CS_SET, CS_DATES_LONG) failed!", ""}},
   };
+  // clang-format on
   for (const auto &one : cases) {
     SCOPED_TRACE(one.operation);
     library().reset();

@@ -8,8 +8,8 @@ using namespace fake;
 
 namespace {
 
-constexpr int32_t OK = XA_OK, RETRY = XA_RETRY, RDONLY = XA_RDONLY, RB = XA_RBROLLBACK, OTHER = XA_RBOTHER;
-constexpr int32_t ERR = XAER_RMERR, NOTA = XAER_NOTA, INVAL = XAER_INVAL, PROTO = XAER_PROTO, FAIL = XAER_RMFAIL;
+constexpr int32_t OK = XA_OK, RTRY = XA_RETRY, RDO = XA_RDONLY, RB = XA_RBROLLBACK, OTH = XA_RBOTHER;
+constexpr int32_t ERR = XAER_RMERR, NOTA = XAER_NOTA, INV = XAER_INVAL, PRO = XAER_PROTO, FAIL = XAER_RMFAIL;
 
 // An RPC result with the fields that go with it.
 struct Outcome {
@@ -49,29 +49,43 @@ struct Row {
 
 // clang-format off
 const Row lists[] = {
-    // list                        0      3      6      101    255    -9     -256    -4     -128   -1     -2    -5     ff..    error  broken unsent with state
-    {"start_nf", dtm_start_nf_maps, {OK,   PROTO, RB,    NOTA,  RETRY, FAIL,  ERR,    PROTO, PROTO, ERR,   NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
-    {"start_jn", dtm_start_jn_maps, {PROTO, OK,   RB,    NOTA,  RETRY, FAIL,  ERR,    RETRY, PROTO, ERR,   NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
-    {"start_rs", dtm_start_rs_maps, {OK,   PROTO, RB,    NOTA,  RETRY, FAIL,  ERR,    RETRY, PROTO, ERR,   NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
-    {"end_succ", dtm_end_succ_maps, {PROTO, OK,   RB,    NOTA,  RETRY, FAIL,  ERR,    PROTO, PROTO, ERR,   NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
-    {"end_susp", dtm_end_susp_maps, {PROTO, PROTO, RB,   NOTA,  RETRY, FAIL,  ERR,    PROTO, PROTO, ERR,   NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
-    {"attprep",  dtm_attprep_maps,  {PROTO, OK,   RB,    NOTA,  RETRY, OK,    ERR,    RETRY, PROTO, ERR,   NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
-    {"prepare",  dtm_prepare_maps,  {OK,   OK,    OK,    OK,    OK,    RETRY, RDONLY, PROTO, PROTO, ERR,   NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
+    // 0     3     6     101   255   -9    -256  -4    -128  -1    -2    -5    -FF.. error broke unsnt state
+    {"start_nf", dtm_start_nf_maps,
+     {OK,   PRO,  RB,   NOTA, RTRY, FAIL, ERR,  PRO,  PRO,  ERR,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
+    {"start_jn", dtm_start_jn_maps,
+     {PRO,  OK,   RB,   NOTA, RTRY, FAIL, ERR,  RTRY, PRO,  ERR,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
+    {"start_rs", dtm_start_rs_maps,
+     {OK,   PRO,  RB,   NOTA, RTRY, FAIL, ERR,  RTRY, PRO,  ERR,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
+    {"end_succ", dtm_end_succ_maps,
+     {PRO,  OK,   RB,   NOTA, RTRY, FAIL, ERR,  PRO,  PRO,  ERR,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
+    {"end_susp", dtm_end_susp_maps,
+     {PRO,  PRO,  RB,   NOTA, RTRY, FAIL, ERR,  PRO,  PRO,  ERR,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
+    {"attprep", dtm_attprep_maps,
+     {PRO,  OK,   RB,   NOTA, RTRY, OK,   ERR,  RTRY, PRO,  ERR,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
+    {"prepare", dtm_prepare_maps,
+     {OK,   OK,   OK,   OK,   OK,   RTRY, RDO,  PRO,  PRO,  ERR,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
     {"prepare forced", dtm_prepare_frc_att_maps,
-                                    {OK,   OK,    OK,    OK,    OK,    RETRY, RDONLY, PROTO, PROTO, ERR,   NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
-    {"commit_nf", dtm_commit_nf_maps, {OK, OK,    OK,    OK,    OK,    RETRY, ERR,    PROTO, PROTO, ERR,   NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
-    {"commit_1p", dtm_commit_1p_maps, {OK, OK,    OK,    OK,    OK,    RETRY, OK,     PROTO, PROTO, ERR,   NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
+     {OK,   OK,   OK,   OK,   OK,   RTRY, RDO,  PRO,  PRO,  ERR,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
+    {"commit_nf", dtm_commit_nf_maps,
+     {OK,   OK,   OK,   OK,   OK,   RTRY, ERR,  PRO,  PRO,  ERR,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
+    {"commit_1p", dtm_commit_1p_maps,
+     {OK,   OK,   OK,   OK,   OK,   RTRY, OK,   PRO,  PRO,  ERR,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
     {"commit_1p forced", dtm_commit_1p_frc_att_maps,
-                                    {OK,   OK,    OK,    OK,    OK,    RETRY, OK,     PROTO, PROTO, ERR,   NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
+     {OK,   OK,   OK,   OK,   OK,   RTRY, OK,   PRO,  PRO,  ERR,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
     {"rollback_att", dtm_rollback_att_maps,
-                                    {OK,   OK,    OK,    OK,    OK,    RETRY, OK,     OTHER, OK,    OK,    OK,   OK,    OK,     OK,    OK,    OK,    OK}},
-    {"rollback", dtm_rollback_maps, {OK,   OK,    OK,    OK,    OK,    RETRY, ERR,    PROTO, OTHER, ERR,   NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
+     {OK,   OK,   OK,   OK,   OK,   RTRY, OK,   OTH,  OK,   OK,   OK,   OK,   OK,   OK,   OK,   OK,   OK}},
+    {"rollback", dtm_rollback_maps,
+     {OK,   OK,   OK,   OK,   OK,   RTRY, ERR,  PRO,  OTH,  ERR,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
     {"rollback forced", dtm_dtcrollback_maps,
-                                    {OK,   OK,    OK,    OK,    OK,    RETRY, ERR,    PROTO, PROTO, OTHER, NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
-    {"forget",   dtm_forget_maps,   {OK,   OK,    OK,    OK,    OK,    FAIL,  ERR,    PROTO, PROTO, ERR,   NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
-    {"status",   dtm_status_maps,   {OK,   OK,    OK,    OK,    OK,    FAIL,  ERR,    PROTO, PROTO, ERR,   NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
-    {"await",    dtm_await_maps,    {RETRY, RETRY, RETRY, RETRY, RETRY, RETRY, ERR,   ERR,   ERR,   ERR,   NOTA, INVAL, FAIL,   ERR,   ERR,   INVAL, ERR}},
-    {"check",    dtm_check_maps,    {OK,   OK,    OK,    OK,    OK,    ERR,   ERR,    ERR,   ERR,   ERR,   NOTA, ERR,   ERR,    ERR,   ERR,   ERR,   ERR}},
+     {OK,   OK,   OK,   OK,   OK,   RTRY, ERR,  PRO,  PRO,  OTH,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
+    {"forget", dtm_forget_maps,
+     {OK,   OK,   OK,   OK,   OK,   FAIL, ERR,  PRO,  PRO,  ERR,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
+    {"status", dtm_status_maps,
+     {OK,   OK,   OK,   OK,   OK,   FAIL, ERR,  PRO,  PRO,  ERR,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
+    {"await", dtm_await_maps,
+     {RTRY, RTRY, RTRY, RTRY, RTRY, RTRY, ERR,  ERR,  ERR,  ERR,  NOTA, INV,  FAIL, ERR,  ERR,  INV,  ERR}},
+    {"check", dtm_check_maps,
+     {OK,   OK,   OK,   OK,   OK,   ERR,  ERR,  ERR,  ERR,  ERR,  NOTA, ERR,  ERR,  ERR,  ERR,  ERR,  ERR}},
 };
 // clang-format on
 

@@ -103,6 +103,7 @@ TEST_F(Rpc, replies_condense_into_the_outcome_fields) {
 
 TEST_F(Rpc, odd_replies_are_reported_and_cancelled_without_the_mutex) {
   const Lines cancelled{"ct_cancel(null, cmd1, 6001) [free]"};
+  // clang-format off
   const struct {
     const char *name;
     Reply reply;
@@ -110,79 +111,27 @@ TEST_F(Rpc, odd_replies_are_reported_and_cancelled_without_the_mutex) {
     Lines cancels;
     Lines log;
   } rows[] = {
-      {"two statuses",
-       {status(1), status(-7), status(9)},
-       CS_END_DATA,
-       -4,
-       -7,
-       -1,
-       cancelled,
+      {"two statuses", {status(1), status(-7), status(9)}, CS_END_DATA, -4, -7, -1, cancelled,
        {"Message: duplicate status"}},
-      {"row result",
-       {status(1), row(4), status(2)},
-       CS_FAIL,
-       -4,
-       0,
-       1,
-       cancelled,
+      {"row result", {status(1), row(4), status(2)}, CS_FAIL, -4, 0, 1, cancelled,
        {"Error: Unexpected Quillet result 4040"}},
-      {"message result",
-       {marker(QLT_MSG_RESULT)},
-       CS_FAIL,
-       -4,
-       0,
-       -1,
-       cancelled,
+      {"message result", {marker(QLT_MSG_RESULT)}, CS_FAIL, -4, 0, -1, cancelled,
        {"Error: Unexpected Quillet result 4044"}},
-      {"command failed, status follows",
-       {marker(CS_CMD_FAIL), status(0)},
-       CS_SUCCEED,
-       0,
-       0,
-       0,
-       {},
+      {"command failed, status follows", {marker(CS_CMD_FAIL), status(0)}, CS_SUCCEED, 0, 0, 0, {},
        {"Warning: CS_CMD_FAIL: Server command failed (improper configuration?)"}},
-      {"parameter of another type",
-       {output("@xactstatus", "6"), status(0)},
-       CS_SUCCEED,
-       0,
-       0,
-       0,
-       {},
+      {"parameter of another type", {output("@xactstatus", "6"), status(0)}, CS_SUCCEED, 0, 0, 0, {},
        {"Warning: invalid return parameter type 0"}},
-      {"parameter of another name",
-       {output("@XactStatus", 6), status(0)},
-       CS_SUCCEED,
-       0,
-       0,
-       0,
-       {},
+      {"parameter of another name", {output("@XactStatus", 6), status(0)}, CS_SUCCEED, 0, 0, 0, {},
        {"Warning: invalid or duplicated return parameter name @XactStatus"}},
-      {"repeated parameter: the first counts",
-       {output("@xactstatus", 6), output("@xactstatus", 7), status(0)},
-       CS_SUCCEED,
-       1,
-       6,
-       0,
-       {},
-       {"Warning: invalid or duplicated return parameter name @xactstatus"}},
-      {"a parameter's second column is not looked at",
-       {{CS_SUCCEED, CS_PARAM_RESULT, {"@xactstatus", "@$rpcerror"}, {{6, 9}}}, status(0)},
-       CS_SUCCEED,
-       1,
-       6,
-       0,
-       {},
-       {}},
-      {"parameter of three rows",
-       {{CS_SUCCEED, CS_PARAM_RESULT, {"@xactstatus"}, {{6}, {6}, {6}}}, status(0)},
-       CS_FAIL,
-       -4,
-       0,
-       -1,
-       joined({{"ct_cancel(null, cmd1, 6001)"}, cancelled}),
+      {"repeated parameter: the first counts", {output("@xactstatus", 6), output("@xactstatus", 7), status(0)},
+       CS_SUCCEED, 1, 6, 0, {}, {"Warning: invalid or duplicated return parameter name @xactstatus"}},
+      {"a parameter's second column is not looked at", {{CS_SUCCEED, CS_PARAM_RESULT, {"@xactstatus", "@$rpcerror"},
+       {{6, 9}}}, status(0)}, CS_SUCCEED, 1, 6, 0, {}, {}},
+      {"parameter of three rows", {{CS_SUCCEED, CS_PARAM_RESULT, {"@xactstatus"}, {{6}, {6}, {6}}}, status(0)},
+       CS_FAIL, -4, 0, -1, joined({{"ct_cancel(null, cmd1, 6001)"}, cancelled}),
        {"Error: Failure obtaining CS_PARAM_RESULT"}},
   };
+  // clang-format on
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     fresh();
@@ -193,13 +142,14 @@ TEST_F(Rpc, odd_replies_are_reported_and_cancelled_without_the_mutex) {
     EXPECT_EQ(library().take_calls({"ct_cancel"}), row.cancels);
     Lines expected;
     for (const std::string &line : row.log) {
-      expected.push_back("[xa__dtm_process_results] " + line);
+      expected.push_back(std::string("[xa__dtm_process_results] ") + line);
     }
     EXPECT_EQ(take_log(), expected);
   }
 }
 
 TEST_F(Rpc, failing_steps_end_the_request) {
+  // clang-format off
   const struct {
     const char *operation;
     int32_t nth, forced, code;
@@ -212,13 +162,10 @@ TEST_F(Rpc, failing_steps_end_the_request) {
       {"ct_param", 3, CS_BUSY, CS_BUSY, {}, false},
       {"ct_param", 4, CS_BUSY, CS_BUSY, {}, false},
       {"ct_send", 1, CS_BUSY, CS_FAIL, {"[xa__dtm_rpc] Error: xa__dtm_rpc: ct_send failed"}, false},
-      {"ct_fetch",
-       1,
-       CS_ROW_FAIL,
-       CS_ROW_FAIL,
-       {"[xa__dtm_process_results] Warning: Failure obtaining CS_STATUS_RESULT"},
-       true},
+      {"ct_fetch", 1, CS_ROW_FAIL, CS_ROW_FAIL,
+       {"[xa__dtm_process_results] Warning: Failure obtaining CS_STATUS_RESULT"}, true},
   };
+  // clang-format on
   for (const auto &row : rows) {
     SCOPED_TRACE(text("%s %d", row.operation, row.nth));
     fresh();

@@ -117,6 +117,7 @@ TEST_F(Scan, a_new_start_ends_the_open_scan_first) {
 
 TEST_F(Scan, rows_are_branches_of_this_lrm_or_passed_over) {
   const std::string full(86, '0');
+  // clang-format off
   const struct {
     const char *name;
     std::string row;
@@ -129,24 +130,22 @@ TEST_F(Scan, rows_are_branches_of_this_lrm_or_passed_over) {
       {"trailing blanks", "1234_0g83_10k_:L1   ", 1, false},
       {"empty bqual", "1234_0g83__:L1", 1, false},
       {"formatID -1 of eight digits", "ffffffff_00_00_:L1", 1, false},
-      {"longest fields", "0_" + full + "_" + full + "_:L1", 1, false},
+      {"longest fields", std::string("0_") + full + "_" + full + "_:L1", 1, false},
       {"nine digits", "123456789_00_00_:L1", 0, true},
       {"no formatID", "_00_00_:L1", 0, true},
-      {"empty gtrid",
-       "1_"
-       "_00_:L1",
-       0, true},
+      {"empty gtrid", "1_" "_00_:L1", 0, true},
       {"gtrid that gives no byte", "1_0_00_:L1", 0, true},
-      {"gtrid of 65 bytes", "1_" + std::string(87, '0') + "_00_:L1", 0, true},
-      {"bqual of 66 bytes", "1_00_" + std::string(88, '0') + "_:L1", 0, true},
-      {"gtrid of 128 characters", "1_" + std::string(128, '0') + "_00_:L1", 0, true},
+      {"gtrid of 65 bytes", std::string("1_") + std::string(87, '0') + "_00_:L1", 0, true},
+      {"bqual of 66 bytes", std::string("1_00_") + std::string(88, '0') + "_:L1", 0, true},
+      {"gtrid of 128 characters", std::string("1_") + std::string(128, '0') + "_00_:L1", 0, true},
       {"character outside the alphabet", "1_0-_00_:L1", 0, true},
       {"no LRM", "1_00_00_:", 0, true},
-      {"LRM of 32 characters", "1_00_00_:" + std::string(32, 'L'), 0, true},
+      {"LRM of 32 characters", std::string("1_00_00_:") + std::string(32, 'L'), 0, true},
       {"no separator", "1_00_00_L1", 0, true},
       {"another transaction", "$dbcopy", 0, true},
       {"empty", "", 0, true},
   };
+  // clang-format on
   for (const auto &one : cases) {
     SCOPED_TRACE(one.name);
     restart();
@@ -174,6 +173,7 @@ TEST_F(Scan, fields_decode_side_by_side) {
 TEST_F(Scan, only_a_zero_status_confirms_the_end) {
   const std::string warning = "[xa_dtm_terminate_scan] Warning: ";
   const std::string unsure = warning + "Unable to determine if all XIDs could be returned";
+  // clang-format off
   const struct {
     const char *name;
     Reply reply;
@@ -181,30 +181,22 @@ TEST_F(Scan, only_a_zero_status_confirms_the_end) {
     Lines log;
   } cases[] = {
       {"zero", {rows({own}), status(0)}, 1, {}},
-      {"positive",
-       {rows({own}), status(1)},
-       XAER_RMERR,
+      {"positive", {rows({own}), status(1)}, XAER_RMERR,
        {warning + "some XIDs could not be returned (databsee still being recovered)", failed + "([CS_SUCCEED])"}},
       {"negative", {rows({own}), status(-1)}, XAER_RMERR, {unsure, failed + "([CS_FAIL])"}},
-      {"none",
-       {rows({own}), marker(CS_CMD_DONE)},
-       XAER_RMERR,
+      {"none", {rows({own}), marker(CS_CMD_DONE)}, XAER_RMERR,
        {warning + "No status result to confirm all XIDs were returned", failed + "([CS_FAIL])"}},
       {"broken off", {rows({own}), broken(CS_CANCELED)}, XAER_RMERR, {unsure, failed + "([CS_CANCELED])"}},
       {"broken off after zero", {rows({own}), status(0), broken(CS_FAIL)}, 1, {}},
-      {"two: the second counts",
-       {rows({own}), status(1), status(0)},
-       1,
+      {"two: the second counts", {rows({own}), status(1), status(0)}, 1,
        {"[xa_dtm_terminate_scan] Message: duplicate status"}},
-      {"more rows and a failed command",
-       {rows({own}), rows({own}), marker(CS_CMD_FAIL), marker(9), status(0)},
-       1,
-       {warning + "CS_ROW_RESULT", warning + "CS_CMD_FAIL", "[xa_dtm_terminate_scan] Error: Unexpected result type 9"}},
-      {"status in two columns of no rows",
-       {rows({own}), {CS_SUCCEED, CS_STATUS_RESULT, {""}, {}}},
-       XAER_RMERR,
+      {"more rows and a failed command", {rows({own}), rows({own}), marker(CS_CMD_FAIL), marker(9), status(0)}, 1,
+       {warning + "CS_ROW_RESULT", warning + "CS_CMD_FAIL",
+       "[xa_dtm_terminate_scan] Error: Unexpected result type 9"}},
+      {"status in two columns of no rows", {rows({own}), {CS_SUCCEED, CS_STATUS_RESULT, {""}, {}}}, XAER_RMERR,
        {warning + "Failure obtaining CS_STATUS_RESULT", unsure, failed + "([CS_FAIL])"}},
   };
+  // clang-format on
   for (const auto &one : cases) {
     SCOPED_TRACE(one.name);
     restart();

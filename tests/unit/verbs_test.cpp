@@ -24,6 +24,7 @@ const std::string ask_other = "status 2_1w__:L1 status 0 flags 0x0";
 const std::string detach_other = "detach 2_1w__:L1 status 2 flags 0x0";
 const std::string prepare = "prepare " + x_name + " status 7 flags 0x6000";
 const std::string commit = "commit " + x_name + " status 100 flags 0x6000";
+const std::string commit_once = std::string("commit ") + x_name + " status 100 flags 0x6020";
 const std::string attach_to_abort = "attach " + x_name + " status 6 flags 0x2";
 const std::string rollback = "rollback " + x_name + " status 101 flags 0x0";
 
@@ -159,6 +160,7 @@ struct Case {
 };
 
 TEST_F(Verbs, start_by_the_connection_that_holds_the_branch) {
+  // clang-format off
   const struct {
     uint32_t personality;
     Case one;
@@ -167,104 +169,35 @@ TEST_F(Verbs, start_by_the_connection_that_holds_the_branch) {
       {0, {"branch is known", XCS_UNUSED, none(), TMNOFLAGS, {st(-3)}, XAER_DUPID, {begin}, {"con1 0 ffffffff"}}},
       {0, {"completed here before", XCS_UNUSED, x, TMNOWAIT, {st(0)}, XA_OK, {begin}, {"con1 1 1234"}}},
       {0, {"join", XCS_UNUSED, none(), TMJOIN, {st(2)}, XA_OK, {join}, {"con1 1 1234"}}},
-      {0,
-       {"join that cannot wait",
-        XCS_UNUSED,
-        none(),
-        TMJOIN | TMNOWAIT,
-        {st(-4)},
-        XA_RETRY,
-        {join_nowait},
-        {"con1 0 ffffffff"}}},
-      {0,
-       {"join of a branch suspended for migration",
-        XCS_UNUSED,
-        none(),
-        TMJOIN,
-        {st(4), st(1), st(2)},
-        XA_OK,
-        {join, detach_migrate, join},
-        {"con1 1 1234"}}},
+      {0, {"join that cannot wait", XCS_UNUSED, none(), TMJOIN | TMNOWAIT, {st(-4)}, XA_RETRY, {join_nowait},
+       {"con1 0 ffffffff"}}},
+      {0, {"join of a branch suspended for migration", XCS_UNUSED, none(), TMJOIN, {st(4), st(1), st(2)}, XA_OK, {join,
+       detach_migrate, join}, {"con1 1 1234"}}},
       {0, {"resume", XCS_UNUSED, none(), TMRESUME, {st(4)}, XA_OK, {join}, {"con1 1 1234"}}},
-      {0,
-       {"resume of a branch that was not suspended",
-        XCS_UNUSED,
-        none(),
-        TMRESUME,
-        {st(2), st(1)},
-        XAER_PROTO,
-        {join, detach},
-        {"con1 0 ffffffff"}}},
+      {0, {"resume of a branch that was not suspended", XCS_UNUSED, none(), TMRESUME, {st(2), st(1)}, XAER_PROTO,
+       {join, detach}, {"con1 0 ffffffff"}}},
       {0, {"start of a branch suspended here", XCS_SUSPEND, x, TMNOFLAGS, {}, XAER_DUPID, {}, {"con1 3 1234"}}},
       {0, {"join of a branch suspended here", XCS_SUSPEND, x, TMJOIN, {}, XAER_PROTO, {}, {"con1 3 1234"}}},
       {0, {"resume of a branch suspended here", XCS_SUSPEND, x, TMRESUME, {}, XA_OK, {}, {"con1 1 1234"}}},
       {0, {"associated already", XCS_ASSOC, x, TMNOFLAGS, {st(1)}, XAER_DUPID, {detach}, {"con1 0 ffffffff"}}},
-      {0,
-       {"associated already, join",
-        XCS_ASSOC,
-        x,
-        TMJOIN | TMNOWAIT,
-        {st(1)},
-        XAER_PROTO,
-        {detach},
-        {"con1 0 ffffffff"}}},
-      {0,
-       {"another branch is live",
-        XCS_ASSOC,
-        y,
-        TMNOFLAGS,
-        {st(2), st(1)},
-        XAER_PROTO,
-        {ask_other, detach_other},
-        {"con1 0 ffffffff"}}},
-      {0,
-       {"another branch is gone",
-        XCS_ASSOC,
-        y,
-        TMNOFLAGS,
-        {st(-2), st(-2), st(0)},
-        XA_OK,
-        {ask_other, detach_other, begin},
-        {"con1 1 1234"}}},
-      {XAPF_CLOSE_ENDS,
-       {"associated already, ended kindly",
-        XCS_ASSOC,
-        x,
-        TMNOFLAGS,
-        {st(1), st(0)},
-        XA_OK,
-        {detach, begin},
-        {"con1 1 1234"}}},
-      {XAPF_CLOSE_ENDS,
-       {"another branch is live, ended kindly",
-        XCS_ASSOC,
-        y,
-        TMNOFLAGS,
-        {st(1), st(1), st(0)},
-        XA_OK,
-        {ask_other, detach_other, begin},
-        {"con1 1 1234"}}},
-      {0,
-       {"connection lost", XCS_UNUSED, none(), TMNOFLAGS, {st(lost), st(0)}, XA_OK, {begin, begin}, {"con2 1 1234"}}},
-      {0,
-       {"connection lost twice",
-        XCS_UNUSED,
-        none(),
-        TMNOFLAGS,
-        {st(-1), st(-1)},
-        XAER_RMERR,
-        {begin, begin},
-        {"con2 0 ffffffff"}}},
-      {0,
-       {"server lost twice closes the rmid",
-        XCS_UNUSED,
-        none(),
-        TMNOFLAGS,
-        {st(lost), st(lost)},
-        XAER_RMFAIL,
-        {begin, begin},
-        {}}},
+      {0, {"associated already, join", XCS_ASSOC, x, TMJOIN | TMNOWAIT, {st(1)}, XAER_PROTO, {detach},
+       {"con1 0 ffffffff"}}},
+      {0, {"another branch is live", XCS_ASSOC, y, TMNOFLAGS, {st(2), st(1)}, XAER_PROTO, {ask_other, detach_other},
+       {"con1 0 ffffffff"}}},
+      {0, {"another branch is gone", XCS_ASSOC, y, TMNOFLAGS, {st(-2), st(-2), st(0)}, XA_OK, {ask_other, detach_other,
+       begin}, {"con1 1 1234"}}},
+      {XAPF_CLOSE_ENDS, {"associated already, ended kindly", XCS_ASSOC, x, TMNOFLAGS, {st(1), st(0)}, XA_OK, {detach,
+       begin}, {"con1 1 1234"}}},
+      {XAPF_CLOSE_ENDS, {"another branch is live, ended kindly", XCS_ASSOC, y, TMNOFLAGS, {st(1), st(1), st(0)}, XA_OK,
+       {ask_other, detach_other, begin}, {"con1 1 1234"}}},
+      {0, {"connection lost", XCS_UNUSED, none(), TMNOFLAGS, {st(lost), st(0)}, XA_OK, {begin, begin},
+       {"con2 1 1234"}}},
+      {0, {"connection lost twice", XCS_UNUSED, none(), TMNOFLAGS, {st(-1), st(-1)}, XAER_RMERR, {begin, begin},
+       {"con2 0 ffffffff"}}},
+      {0, {"server lost twice closes the rmid", XCS_UNUSED, none(), TMNOFLAGS, {st(lost), st(lost)}, XAER_RMFAIL,
+       {begin, begin}, {}}},
   };
+  // clang-format on
   for (const auto &[flags, one] : cases) {
     SCOPED_TRACE(one.name);
     reopen(XATM_TUX, flags);
@@ -291,6 +224,7 @@ TEST_F(Verbs, join_waits_between_attempts_with_the_mutex) {
 }
 
 TEST_F(Verbs, join_does_not_wait_for_a_branch_suspended_here) {
+  // clang-format off
   const struct {
     const char *name;
     int32_t flags;
@@ -299,31 +233,16 @@ TEST_F(Verbs, join_does_not_wait_for_a_branch_suspended_here) {
     Lines requests;
     Lines after;
   } cases[] = {
-      {"other branch is live",
-       TMJOIN,
-       {st(1), st(-4)},
-       XAER_PROTO,
-       {ask_other, join_nowait},
+      {"other branch is live", TMJOIN, {st(1), st(-4)}, XAER_PROTO, {ask_other, join_nowait}, {"con2 0 ffffffff",
+       "con1 3 2"}},
+      {"other branch is live, joined", TMJOIN, {st(1), st(3)}, XA_OK, {ask_other, join_nowait}, {"con2 1 1234",
+       "con1 3 2"}},
+      {"caller does not wait either", TMJOIN | TMNOWAIT, {st(1), st(-4)}, XA_RETRY, {ask_other, join_nowait},
        {"con2 0 ffffffff", "con1 3 2"}},
-      {"other branch is live, joined",
-       TMJOIN,
-       {st(1), st(3)},
-       XA_OK,
-       {ask_other, join_nowait},
-       {"con2 1 1234", "con1 3 2"}},
-      {"caller does not wait either",
-       TMJOIN | TMNOWAIT,
-       {st(1), st(-4)},
-       XA_RETRY,
-       {ask_other, join_nowait},
-       {"con2 0 ffffffff", "con1 3 2"}},
-      {"other branch is gone",
-       TMJOIN,
-       {st(-2), st(-2), st(2)},
-       XA_OK,
-       {ask_other, detach_other, join},
-       {"con2 1 1234", "con1 0 ffffffff"}},
+      {"other branch is gone", TMJOIN, {st(-2), st(-2), st(2)}, XA_OK, {ask_other, detach_other, join}, {"con2 1 1234",
+       "con1 0 ffffffff"}},
   };
+  // clang-format on
   for (const auto &one : cases) {
     SCOPED_TRACE(one.name);
     reopen();
@@ -405,59 +324,32 @@ TEST_F(Verbs, a_start_whose_reopen_fails_loses_the_connection) {
 
 TEST_F(Verbs, end_by_the_connection_that_holds_the_branch) {
   const std::string suspend_migrate = detach_migrate;
+  // clang-format off
   const Case cases[] = {
       {"success", XCS_ASSOC, x, TMSUCCESS, {st(1)}, XA_OK, {detach}, {"con1 0 ffffffff"}},
       {"fail of a suspended branch", XCS_SUSPEND, x, TMFAIL, {st(4)}, XA_OK, {detach}, {"con1 0 ffffffff"}},
       {"branch is gone", XCS_ASSOC, x, TMSUCCESS, {st(-2)}, XA_OK, {detach}, {"con1 0 ffffffff"}},
       {"branch is aborted", XCS_ASSOC, x, TMSUCCESS, {st(6)}, XA_RBROLLBACK, {detach}, {"con1 0 ffffffff"}},
       {"suspend stays here", XCS_ASSOC, x, TMSUSPEND, {}, XA_OK, {}, {"con1 3 1234"}},
-      {"suspend for migration",
-       XCS_ASSOC,
-       x,
-       TMSUSPEND | TMMIGRATE,
-       {st(1)},
-       XA_OK,
-       {suspend_migrate},
+      {"suspend for migration", XCS_ASSOC, x, TMSUSPEND | TMMIGRATE, {st(1)}, XA_OK, {suspend_migrate},
        {"con1 0 ffffffff"}},
       {"suspend twice", XCS_SUSPEND, x, TMSUSPEND, {}, XAER_PROTO, {}, {"con1 3 1234"}},
       {"suspended, then for migration", XCS_SUSPEND, x, TMSUSPEND | TMMIGRATE, {}, XAER_PROTO, {}, {"con1 3 1234"}},
       {"busy", XCS_PREPARING, x, TMSUCCESS, {}, XAER_PROTO, {}, {"con1 103 1234"}},
       {"kept from a completion", XCS_UNUSED, x, TMSUCCESS, {}, XAER_PROTO, {}, {"con1 0 1234"}},
-      {"not here, known to the server", XCS_UNUSED, none(), TMSUCCESS, {st(1)}, XAER_PROTO, {ask}, {"con1 0 ffffffff"}},
-      {"not here, suspend, unknown", XCS_UNUSED, none(), TMSUSPEND, {st(-2)}, XAER_NOTA, {ask}, {"con1 0 ffffffff"}},
-      {"not here, server cannot say",
-       XCS_UNUSED,
-       none(),
-       TMFAIL,
-       {{broken(CS_FAIL)}},
-       XAER_RMFAIL,
-       {ask},
+      {"not here, known to the server", XCS_UNUSED, none(), TMSUCCESS, {st(1)}, XAER_PROTO, {ask},
        {"con1 0 ffffffff"}},
-      {"not here, suspend, server cannot say",
-       XCS_UNUSED,
-       none(),
-       TMSUSPEND,
-       {{broken(CS_FAIL)}},
-       XAER_RMFAIL,
-       {ask},
+      {"not here, suspend, unknown", XCS_UNUSED, none(), TMSUSPEND, {st(-2)}, XAER_NOTA, {ask}, {"con1 0 ffffffff"}},
+      {"not here, server cannot say", XCS_UNUSED, none(), TMFAIL, {{broken(CS_FAIL)}}, XAER_RMFAIL, {ask},
+       {"con1 0 ffffffff"}},
+      {"not here, suspend, server cannot say", XCS_UNUSED, none(), TMSUSPEND, {{broken(CS_FAIL)}}, XAER_RMFAIL, {ask},
        {}},
-      {"connection lost: rolled back",
-       XCS_ASSOC,
-       x,
-       TMSUCCESS,
-       {st(lost), st(2), st(1)},
-       XA_RBCOMMFAIL,
-       {detach, attach_to_abort, rollback},
-       {"con2 0 ffffffff"}},
-      {"connection lost: rollback fails too",
-       XCS_ASSOC,
-       x,
-       TMSUCCESS,
-       {st(-1), st(2), st(-3)},
-       XAER_DUPID,
-       {detach, attach_to_abort, rollback},
-       {"con2 0 ffffffff"}},
+      {"connection lost: rolled back", XCS_ASSOC, x, TMSUCCESS, {st(lost), st(2), st(1)}, XA_RBCOMMFAIL, {detach,
+       attach_to_abort, rollback}, {"con2 0 ffffffff"}},
+      {"connection lost: rollback fails too", XCS_ASSOC, x, TMSUCCESS, {st(-1), st(2), st(-3)}, XAER_DUPID, {detach,
+       attach_to_abort, rollback}, {"con2 0 ffffffff"}},
   };
+  // clang-format on
   for (const Case &one : cases) {
     SCOPED_TRACE(one.name);
     reopen();
@@ -497,6 +389,7 @@ TEST_F(Verbs, completion_by_the_connection_that_holds_the_branch) {
   const std::string query = "select state from master..systransactions where xactname = \"" + x_name + "\" ";
   const std::string forced_rollback = "rollback " + x_name + " status 101 flags 0x6000";
   using Verb = int32_t (*)(const XID *, int32_t, int32_t);
+  // clang-format off
   const struct {
     Verb verb;
     Case one;
@@ -504,29 +397,26 @@ TEST_F(Verbs, completion_by_the_connection_that_holds_the_branch) {
       {xa_prepare, {"associated", XCS_ASSOC, x, 0, {}, XAER_PROTO, {}, {"con1 1 1234"}}},
       {xa_commit, {"suspended", XCS_SUSPEND, x, 0, {}, XAER_PROTO, {}, {"con1 3 1234"}}},
       {xa_forget, {"associated", XCS_ASSOC, x, 0, {}, XAER_NOTA, {}, {"con1 1 1234"}}},
-      {xa_rollback, {"associated", XCS_ASSOC, x, 0, {st(1), st(2)}, XA_OK, {detach, forced_rollback}, {"con1 0 1234"}}},
+      {xa_rollback, {"associated", XCS_ASSOC, x, 0, {st(1), st(2)}, XA_OK, {detach, forced_rollback},
+       {"con1 0 1234"}}},
       {xa_prepare, {"unused connection", XCS_UNUSED, none(), 0, {st(2)}, XA_OK, {prepare}, {"con1 0 1234"}}},
       {xa_prepare, {"read only", XCS_UNUSED, y, 0, {st(-256)}, XA_RDONLY, {prepare}, {"con1 0 1234"}}},
       {xa_commit, {"attached, not to wait", XCS_UNUSED, x, TMNOWAIT, {st(1)}, XA_RETRY, {ask}, {"con1 0 1234"}}},
-      {xa_commit,
-       {"detached, not to wait", XCS_UNUSED, x, TMNOWAIT, {st(7), st(7)}, XA_OK, {ask, commit}, {"con1 0 1234"}}},
-      {xa_commit,
-       {"state does not matter when it may wait", XCS_UNUSED, x, TMNOFLAGS, {st(7)}, XA_OK, {commit}, {"con1 0 1234"}}},
-      {xa_commit,
-       {"heuristic", XCS_UNUSED, x, 0, {st(-2), {row(65548)}}, XA_HEURCOM, {commit, query}, {"con1 0 1234"}}},
+      {xa_commit, {"detached, not to wait", XCS_UNUSED, x, TMNOWAIT, {st(7), st(7)}, XA_OK, {ask, commit},
+       {"con1 0 1234"}}},
+      {xa_commit, {"one phase does not ask", XCS_UNUSED, x, TMONEPHASE | TMNOWAIT, {st(1)}, XA_OK, {commit_once},
+       {"con1 0 1234"}}},
+      {xa_commit, {"state does not matter when it may wait", XCS_UNUSED, x, TMNOFLAGS, {st(7)}, XA_OK, {commit},
+       {"con1 0 1234"}}},
+      {xa_commit, {"heuristic", XCS_UNUSED, x, 0, {st(-2), {row(65548)}}, XA_HEURCOM, {commit, query},
+       {"con1 0 1234"}}},
       {xa_commit, {"invalid for the server", XCS_UNUSED, x, 0, {st(-5)}, XAER_INVAL, {commit}, {"con1 0 1234"}}},
       {xa_commit, {"connection lost", XCS_UNUSED, x, 0, {st(lost), st(7)}, XA_OK, {commit, commit}, {"con2 0 1234"}}},
       {xa_commit, {"failed twice", XCS_UNUSED, x, 0, {st(-1), st(-1)}, XAER_RMFAIL, {commit, commit}, {}}},
-      {xa_forget,
-       {"heuristic",
-        XCS_UNUSED,
-        x,
-        0,
-        {{row(65549)}, st(0)},
-        XA_OK,
-        {query, "forget " + x_name + " status 102 flags 0x0"},
-        {"con1 0 1234"}}},
+      {xa_forget, {"heuristic", XCS_UNUSED, x, 0, {{row(65549)}, st(0)}, XA_OK, {query,
+       std::string("forget ") + x_name + " status 102 flags 0x0"}, {"con1 0 1234"}}},
   };
+  // clang-format on
   for (const auto &[verb, one] : cases) {
     SCOPED_TRACE(one.name);
     reopen(XATM_TUX, XAPF_FORCE_ATTACH);
@@ -637,6 +527,16 @@ TEST_F(Verbs, close_stops_at_the_first_live_branch) {
   EXPECT_EQ(xa_close("", 1, TMNOFLAGS), XAER_PROTO);
   EXPECT_EQ(connections().back(), "con1 1 1234");
   EXPECT_EQ(library().live_connections(), 1) << "the newer one was closed before";
+}
+
+TEST_F(Verbs, close_ends_although_a_live_branch_cannot_be_ended) {
+  reopen(XATM_MTS, XAPF_CLOSE_ENDS);
+  XID null = x;
+  null.formatID = -1;  // no lookup finds it again
+  set(XCS_ASSOC, null);
+  library().standing["status"] = {status(1)};
+  EXPECT_EQ(xa_close("", 1, TMNOFLAGS), XA_OK);
+  EXPECT_EQ(connections(), Lines{});
 }
 
 TEST_F(Verbs, close_leaves_a_connection_at_work_alone) {

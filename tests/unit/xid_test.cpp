@@ -56,7 +56,8 @@ TEST_F(Names, names_clamp_lengths_and_never_show_a_sign) {
       {"readiness probe", dtm_check_xid, "L", "ffffffff_00_00_:L"},
       {"smallest formatID", make_xid(INT32_MIN, "\x06"), "L", "80000000_1w__:L"},
       {"negative lengths", negative, "L1", "1234___:L1"},
-      {"lengths above 64", too_long, "L1", "0_" + std::string(86, '0') + "_" + std::string(86, '0') + "_:L1"},
+      {"lengths above 64", too_long, "L1",
+       std::string("0_") + std::string(86, '0') + "_" + std::string(86, '0') + "_:L1"},
   };
   for (const auto &row : rows) {
     EXPECT_EQ(name_of(row.xid, row.lrm_name), row.expected) << row.name;
