@@ -2,8 +2,8 @@
  * branch_rules.cpp - the table of the DTM procedures and its search.
  *
  * An operation is a procedure with its "@flags" and the state wanted in "@status". The non-negative answers are the
- * state that the branch had before. With the force bits the server attaches the branch itself, so that a migrated
- * branch can be completed without an attach first.
+ * state that the branch had before. The force bits spare the attach of a branch that was ended; one that was suspended
+ * with migration still has to be resumed and ended.
  */
 #include "branch_rules.h"
 
@@ -64,11 +64,11 @@ constexpr Rule rules[] = {
   {"$detachTrvDtmXact",   0,                  ZDB_MIGRATED,       {no2,    migrate, no4, keep,    keep,    keep,     keep,  no2}},
   {"$statusTrvDtmXact",   0,                  0,                  {no2,    keep,  keep,  keep,    keep,    keep,     keep,  no2}},
   {"$prepareTrvDtmXact",  0,                  ZDB_PREPARED,       {no2,    vote,  no4,   vote,    no4,     no2_drop, no4,   no2}},
-  {"$prepareTrvDtmXact",  forced,             ZDB_PREPARED,       {no2,    vote,  no4,   vote,    vote,    no2_drop, no4,   no2}},
+  {"$prepareTrvDtmXact",  forced,             ZDB_PREPARED,       {no2,    vote,  no4,   vote,    no4,     no2_drop, no4,   no2}},
   {"$commitTrvDtmXact",   0,                  wanted_committed,   {no2,    no4,   no4,   no4,     no4,     no4,      drop,  no2}},
   {"$commitTrvDtmXact",   forced,             wanted_committed,   {no2,    no4,   no4,   no4,     no4,     no4,      drop,  no2}},
   {"$commitTrvDtmXact",   one_phase,          wanted_committed,   {no2,    drop,  no4,   drop,    no4,     no4,      no4,   no2}},
-  {"$commitTrvDtmXact",   forced | one_phase, wanted_committed,   {no2,    drop,  no4,   drop,    drop,    no4,      no4,   no2}},
+  {"$commitTrvDtmXact",   forced | one_phase, wanted_committed,   {no2,    drop,  no4,   drop,    no4,     no4,      no4,   no2}},
   {"$rollbackTrvDtmXact", 0,                  wanted_rolled_back, {no2,    drop,  no128, drop,    drop,    drop,     drop,  no2}},
   {"$rollbackTrvDtmXact", forced,             wanted_rolled_back, {no2,    drop,  no1,   drop,    drop,    drop,     drop,  no2}},
   {"$rollbackTrvDtmXact", in_background,      wanted_rolled_back, {no2,    drop,  drop,  drop,    drop,    drop,     drop,  no2}},

@@ -173,7 +173,9 @@ TEST_P(FaultSweep, leaves_nothing_behind) {
   while (result != untouched && nth < too_many) {
     ++nth;
     result = run_forked([&] { return live_with(*what.fault, what.flavour, nth, what.and_all_later); });
-    failed.append(result == child_failed ? " " + std::to_string(nth) : "");
+    if (result == child_failed) {
+      failed.append(" ").append(std::to_string(nth));
+    }
   }
   EXPECT_EQ(failed, "") << "see above for each " << what.fault->name;
   EXPECT_EQ(result, untouched);

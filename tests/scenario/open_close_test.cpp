@@ -101,7 +101,10 @@ const std::vector<Scenario> scenarios = {
     {only(TUX | TXS, end(1, "A")), XA_OK}, {close(1), XA_OK}, {open(1), XA_OK}, {rollback(1, "A"), XA_OK},
     {rollback(1, "B"), XA_OK}}},
   {"close_while_the_server_has_forgotten_the_branch", {
-    {open(1), XA_OK}, {open(3), XA_OK}, {start(1, "A"), XA_OK}, {rollback(3, "A"), XA_OK}, {close(1), XA_OK}}},
+    {open(1), XA_OK}, {open(3), XA_OK}, {start(1, "A"), XA_OK}, {rollback(3, "A"), XA_OK}, {close(1), XA_OK},
+    // Nor is a branch in the way that the server knows but does not have attached.
+    {start(3, "B"), XA_OK}, {script("$statusTrvDtmXact", ZDB_REPLY_STATUS, 4), 1}, {close(3), XA_OK},
+    {state("B"), ZDB_ABORT_ONLY}, {open(1), XA_OK}, {rollback(1, "B"), XA_OK}}},
   {"close_in_another_thread", {
     {open(1), XA_OK}, {other(close(1)), {XA_OK, XA_OK, XAER_RMERR}}, {sessions(), {0, 0, 1}},
     {other(open(1)), XA_OK}, {sessions(), {1, 1, 2}}, {close(1), XA_OK}, {sessions(), {0, 0, 1}},

@@ -28,13 +28,15 @@ std::string long_field(std::size_t length) {
 const std::vector<Scenario> scenarios = {
   {"nothing_in_doubt", {
     {open(1), XA_OK}, {recover(1, 10, TMSTARTRSCAN), 0}, {recover(1, 10, whole), 0},
-    {recover(1, 10, TMNOFLAGS), XAER_PROTO}, {recover(1, 10, TMENDRSCAN), XAER_PROTO}, {sessions(), 1}}},
+    {recover(1, 10, TMNOFLAGS), XAER_PROTO}, {recover(1, 10, TMENDRSCAN), XAER_PROTO},
+    {start(1, "A"), XA_OK}, {rollback(1, "A"), XA_OK}, {sessions(), 1}}},
   {"batches", {
     {open(1), XA_OK}, {plant(25), 25},
     {recover(1, 10, TMSTARTRSCAN), 10}, {recover(1, 10, TMNOFLAGS), 10}, {recover(1, 10, TMNOFLAGS), 5},
     {recover(1, 10, TMNOFLAGS), XAER_PROTO},
     {recover(1, 25, TMSTARTRSCAN), 25}, {recover(1, 25, TMNOFLAGS), 0}, {recover(1, 26, TMSTARTRSCAN), 25},
-    {recover(1, 1, whole), 1}, {recover(1, 1, TMNOFLAGS), XAER_PROTO}, {sessions(), 1}}},
+    {recover(1, 1, whole), 1}, {recover(1, 1, TMNOFLAGS), XAER_PROTO},
+    {recover(1, 26, TMSTARTRSCAN), 25}, {start(1, "A"), XA_OK}, {rollback(1, "A"), XA_OK}, {sessions(), 1}}},
   {"last_batch_is_exactly_full", {
     {open(1), XA_OK}, {plant(20), 20}, {recover(1, 10, TMSTARTRSCAN), 10}, {recover(1, 10, TMNOFLAGS), 10},
     {recover(1, 10, TMNOFLAGS), 0}, {recover(1, 10, TMNOFLAGS), XAER_PROTO},
