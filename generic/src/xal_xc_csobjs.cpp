@@ -25,12 +25,11 @@ int32_t bounded(int32_t length) {
   return length < 0 ? 0 : (length > QLT_MAX_NAME ? QLT_MAX_NAME : length);
 }
 
-// Sets everything of a key but its names, whose lengths say what of them counts.
+// Sets everything of a cleared key but its names.
 void start_key(QLT_OBJECT_NAME &name, int32_t exists, int32_t type, const void *thread, int32_t threadlen) {
   name.think_exists = exists;
   name.obj_type = type;
   name.fnlen = QLT_WILDCARD;
-  name.scope = nullptr;
   name.scopelen = QLT_WILDCARD;
   name.thread = const_cast<void *>(thread);  // the client library only reads it
   name.threadlen = threadlen;
@@ -88,7 +87,7 @@ bool read_cursor_name(const TraceScope &trace, QLT_OBJECT_NAME &name, const QLT_
 CursorStep remove_next_cursor(const TraceScope &trace, CS_CONTEXT *context, XA_CONNECTION *conn,
                               const XA_THRDID &identity) {
   const void *thread = identity.tid_len > 0 ? identity.tid_bytes : nullptr;
-  QLT_OBJECT_NAME name;
+  QLT_OBJECT_NAME name{};
   start_key(name, 0, QLT_OBJ_CURSOR, thread, identity.tid_len);
   set_lrm_name(name, conn);
   char buffer[cursor_data_size];
@@ -196,7 +195,7 @@ int32_t xa__obj_cln_dynsql(CS_CONTEXT *context, XA_CONNECTION *conn, const void 
     length = static_cast<int32_t>(strnlen(bytes + statement_name_at, QLT_MAX_NAME));
   }
 
-  QLT_OBJECT_NAME name;
+  QLT_OBJECT_NAME name{};
   start_key(name, 0, QLT_OBJ_STATEMENT, cursor_name->thread, cursor_name->threadlen);
   set_lrm_name(name, conn);
   set_first_name(name, bytes + statement_name_at, length);
@@ -212,7 +211,7 @@ int32_t xa__obj_cln_dynsql(CS_CONTEXT *context, XA_CONNECTION *conn, const void 
     }
   }
 
-  QLT_OBJECT_NAME mapping;
+  QLT_OBJECT_NAME mapping{};
   start_key(mapping, 1, QLT_OBJ_MAPPING, cursor_name->thread, cursor_name->threadlen);
   set_last_name(mapping, bytes + statement_name_at, length);
   set_first_name(mapping, cursor_name->first_name, cursor_name->fnlen);

@@ -76,10 +76,11 @@ bool apply_row(const TraceScope &trace, XA_CONNECTION *conn, const XA_SETTING &r
   if (call.name == nullptr) {
     return true;
   }
-  trace_setting(trace, call, row);
   int32_t integer = row.xs_int;
   void *value = row.xs_str != nullptr ? static_cast<void *>(row.xs_str) : &integer;
-  if (call.apply(conn, row, value) == CS_SUCCEED) {
+  const int32_t ret = call.apply(conn, row, value);
+  trace_setting(trace, call, row);
+  if (ret == CS_SUCCEED) {
     return true;
   }
   const bool fatal = (row.xs_flags & XS_FATAL) != 0;

@@ -38,6 +38,24 @@ class StackBlocks {
   char *free_ = room_;
 };
 
+// Frees what a fetch allocated and empties the descriptor, but for the rows wanted.
+template <typename Blocks>
+int32_t free_results(Blocks &blocks, XA_RESULTS &results) {
+  const TraceScope trace("xa__conn_free_results", TRACE_CONN);
+  if (results.res_fmts != nullptr) {
+    for (int32_t column = 0; column < results.res_ncols; ++column) {
+      if (results.res_data[column] != nullptr) {
+        blocks.give(results.res_data[column]);
+      }
+    }
+    blocks.give(results.res_fmts);
+  }
+  XA_RESULTS emptied{};
+  emptied.res_rows = results.res_rows;
+  results = emptied;
+  return trace.cs(CS_SUCCEED);
+}
+
 // One fetch's columns: their arrays, buffers and bindings. The four arrays of the descriptor lie in one block, which
 // begins with the formats.
 template <typename Blocks>
@@ -53,33 +71,23 @@ class ColumnBinder {
     for (int32_t column = 0; column < results_.res_ncols; ++column) {
       const int32_t bound = bind(column);
       if (bound != CS_SUCCEED) {
-        unbind(blocks_, results_);
+        unbind();
         return bound;
       }
     }
     return CS_SUCCEED;
   }
 
-  // Frees the columns' buffers and the arrays.
-  static void free_all(Blocks &blocks, const XA_RESULTS &results) {
-    for (int32_t column = 0; column < results.res_ncols; ++column) {
-      if (results.res_data[column] != nullptr) {
-        blocks.give(results.res_data[column]);
-      }
-    }
-    blocks.give(results.res_fmts);
-  }
-
  private:
   static_assert(sizeof(QLT_FORMAT) % alignof(char *) == 0);
 
   // A fetch that failed leaves nothing allocated, and the counts as they stood.
-  static void unbind(Blocks &blocks, XA_RESULTS &results) {
-    free_all(blocks, results);
-    results.res_fmts = nullptr;
-    results.res_data = nullptr;
-    results.res_lens = nullptr;
-    results.res_inds = nullptr;
+  void unbind() {
+    const int32_t columns = results_.res_ncols;
+    const int32_t rowsread = results_.res_rowsread;
+    free_results(blocks_, results_);
+    results_.res_ncols = columns;
+    results_.res_rowsread = rowsread;
   }
 
   bool allocate_arrays() {
@@ -139,19 +147,6 @@ class ColumnBinder {
   XA_RESULTS &results_;
   int32_t rows_;
 };
-
-// Frees what a fetch allocated and empties the descriptor, but for the rows wanted.
-template <typename Blocks>
-int32_t free_results(Blocks &blocks, XA_RESULTS &results) {
-  const TraceScope trace("xa__conn_free_results", TRACE_CONN);
-  if (results.res_fmts != nullptr) {
-    ColumnBinder<Blocks>::free_all(blocks, results);
-  }
-  XA_RESULTS emptied{};
-  emptied.res_rows = results.res_rows;
-  results = emptied;
-  return trace.cs(CS_SUCCEED);
-}
 
 // Binds the current result and fetches its first batch of rows; the descriptor's pointers are null.
 template <typename Blocks>
