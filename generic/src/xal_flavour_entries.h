@@ -5,6 +5,8 @@
 // start-up never replaces a serialisation mutex that anybody may hold.
 #pragma once
 
+#include <cstring>
+
 #include "xadtm.h"
 #include "xal_flavour_threads.h"
 #include "xal_verbs.h"
@@ -16,6 +18,13 @@ inline bool serialise_mutex_is_free() {
          _xa_tux_init_state != XAST_OPENING && _xa_txs_init_state != XAST_OPENING;
 }
 
+inline void store_thread_table(QLT_THREAD_TABLE &table, const QLT_THREAD_TABLE &fetched) {
+  if (memcmp(&table, &fetched, sizeof table) != 0) {
+    table = fetched;
+  }
+}
+
+// Holds the global lock.
 class GlobalLock {
  public:
   GlobalLock() { pthread_mutex_lock(&_trv_xa_global_mutex); }
@@ -68,7 +77,9 @@ class FlavourStart {
     pthread_mutex_lock(&_trv_xa_global_mutex);
   }
 
-  // A repeated start-up of the active flavour keeps the thread table and record that other threads may be using.
+  // A repeated start-up of the active flavour keeps the thread table and record that other threads may be using. One
+  // of a flavour that failed before may meet threads that still wait by way of its table: it is written only when the
+  // client library's has really changed.
   static int32_t initialise(const TraceScope &trace) {
     CS_CONTEXT *context = nullptr;
     if (cs_ctx_global(QLT_VERSION, &context) != CS_SUCCEED) {
@@ -81,7 +92,7 @@ class FlavourStart {
       return XAER_RMFAIL;
     }
     if (active_personality().tm_type != Flavour::personality().tm_type) {
-      Flavour::threads() = table;
+      store_thread_table(Flavour::threads(), table);
       Flavour::choose_personality();
     }
     return create_mutexes(trace);

@@ -18,23 +18,32 @@ bool branch_is_live(XA_CONNECTION *conn) {
   return xa__dtm_status(conn, &conn->xc_xid) == XA_OK && conn->transtat == DTM_STATE_ATTACHED;
 }
 
-// Closes one held connection. False when it carries a live branch that must not be ended here; then it is released.
-// ended: the connection whose branch was ended last; when that did not help, it is closed with its branch.
-bool close_one(XA_CONNECTION *conn, int32_t rmid, const XA_CONNECTION **ended) {
-  if (conn != *ended && branch_is_live(conn)) {
+// The branch that was ended last, and its connection. When the two are met again, the end did not help.
+struct EndedBranch {
+  const XA_CONNECTION *conn = nullptr;
+  XID xid = {};
+
+  bool is(const XA_CONNECTION *other) const {
+    return conn == other && memcmp(&xid, &other->xc_xid, xid_size(xid)) == 0;
+  }
+};
+
+// Closes one held connection. False when it carries a live branch that must not be ended here; then it is released. A
+// branch whose end did not help is closed with its connection.
+bool close_one(XA_CONNECTION *conn, int32_t rmid, EndedBranch &ended) {
+  if (!ended.is(conn) && branch_is_live(conn)) {
     if (!personality_has(XAPF_CLOSE_ENDS)) {
       xc_release(conn);
       return false;
     }
-    const XID branch = conn->xc_xid;
-    *ended = conn;
+    ended = {conn, conn->xc_xid};
     xc_release(conn);
     // Whatever came of it, the next round closes the connection.
-    static_cast<void>(xa_end(&branch, rmid, TMSUCCESS));
+    static_cast<void>(xa_end(&ended.xid, rmid, TMSUCCESS));
     return true;
   }
-  if (conn == *ended) {
-    *ended = nullptr;
+  if (ended.conn == conn) {
+    ended.conn = nullptr;
   }
   conn->xc_state = XCS_CLOSING;
   xc_close(conn);
@@ -43,10 +52,10 @@ bool close_one(XA_CONNECTION *conn, int32_t rmid, const XA_CONNECTION **ended) {
 
 // Closes every connection; false when one carries a live branch that must not be ended.
 bool close_connections(int32_t rmid) {
-  const XA_CONNECTION *ended = nullptr;
+  EndedBranch ended;
   XA_CONNECTION *conn = nullptr;
   while (xc_get(rmid, nullptr, &conn, XCF_ANY) == XCRET_CONN && conn != nullptr) {
-    if (!close_one(conn, rmid, &ended)) {
+    if (!close_one(conn, rmid, ended)) {
       return false;
     }
   }

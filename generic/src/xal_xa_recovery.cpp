@@ -49,9 +49,6 @@ extern "C" int32_t xa_recover(XID *xids, int32_t count, int32_t rmid, int32_t fl
     verb_close_rm(rmid);
     return scope.reported(XAER_RMFAIL);
   }
-  if (found == XCRET_CONN) {
-    conn->xc_xid.formatID = -1;  // a later verb for the branch it last completed must not meet the scan
-  }
   const int32_t ret = scan(xids, count, rmid, flags, &conn);
   if (conn != nullptr) {
     settle_scan(conn, ret, count, flags);

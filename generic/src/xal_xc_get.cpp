@@ -78,8 +78,11 @@ struct Walk {
   XA_CONNECTION *candidate = nullptr;
 };
 
+// A connection with an open scan still keeps the XID of the branch it last completed, but that branch's next request
+// must not end the scan: it is no match before the scan is over.
 bool is_match(const Walk &walk, const XA_CONNECTION *conn) {
-  return (walk.flags & XCF_MATCH) != 0 && walk.xid != nullptr && xid_equal(*walk.xid, conn->xc_xid);
+  return (walk.flags & XCF_MATCH) != 0 && walk.xid != nullptr && xid_equal(*walk.xid, conn->xc_xid) &&
+         conn->xc_state != XCS_RECOVER;
 }
 
 // Looks at one live record: a result when it ends the walk, -1 to go on, look_again to start over.
