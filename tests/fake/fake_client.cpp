@@ -1,5 +1,5 @@
-// The scripted client library. Sections: replies and texts; the library's state; context; connections; commands;
-// results.
+// The scripted client library: replies and texts, the library's state, then the operations of context, connections,
+// commands and results.
 #include "fake_client.h"
 
 #include <gtest/gtest.h>
@@ -13,16 +13,17 @@
 
 namespace fake {
 
-// ---- Replies and texts ----------------------------------------------------------------------------------------------
-
 Result status(int32_t value) {
   return {CS_SUCCEED, CS_STATUS_RESULT, {""}, {{value}}};
+}
+Reply st(int32_t value) {
+  return {status(value)};
 }
 Result output(const std::string &name, const Value &value) {
   return {CS_SUCCEED, CS_PARAM_RESULT, {name}, {{value}}};
 }
 Result row(const Value &value) {
-  return {CS_SUCCEED, CS_ROW_RESULT, {"value"}, {{value}}};
+  return rows({value});
 }
 Result rows(const std::vector<Value> &values) {
   Result result{CS_SUCCEED, CS_ROW_RESULT, {"value"}, {}};
@@ -65,23 +66,14 @@ static int32_t integer_at(const void *buffer) {
 }
 
 static const char *action_name(int32_t action) {
-  switch (action) {
-    case CS_GET:
-      return "GET";
-    case CS_SET:
-      return "SET";
-    case CS_INIT:
-      return "INIT";
-    default:
-      return action == QLT_CLEAR ? "CLEAR" : "?";
-  }
+  static const std::map<int32_t, const char *> names = {
+      {CS_GET, "GET"}, {CS_SET, "SET"}, {CS_INIT, "INIT"}, {QLT_CLEAR, "CLEAR"}};
+  return names.at(action);
 }
 
-static std::string name_of(const QLT_CONNECTION *connection) {
-  return connection != nullptr ? connection->name : "null";
-}
-static std::string name_of(const QLT_COMMAND *command) {
-  return command != nullptr ? command->name : "null";
+template <typename Handle>
+static std::string name_of(const Handle *handle) {
+  return handle != nullptr ? handle->name : "null";
 }
 
 // A text argument by its length: quoted, "none" when it is not used.
@@ -106,26 +98,9 @@ static std::string setting(int32_t action, int32_t code, const void *buffer, int
   return line;
 }
 
-// ---- The library's state --------------------------------------------------------------------------------------------
-
 Library &library() {
   static Library instance;
   return instance;
-}
-
-void Library::fail(const std::string &operation, int32_t nth, int32_t code) {
-  failures_.push_back({operation, nth, code});
-}
-
-void Library::fail_call(int32_t nth, int32_t code) {
-  fail_call_ = nth > 0 ? calls_made_ + nth : 0;
-  fail_call_code_ = code;
-}
-
-Lines Library::take_calls() {
-  Lines taken;
-  taken.swap(calls_);
-  return taken;
 }
 
 Lines Library::take_calls(const Lines &prefixes) {
@@ -137,19 +112,12 @@ Lines Library::take_calls(const Lines &prefixes) {
   return taken;
 }
 
-Lines Library::take_requests() {
-  Lines taken;
-  taken.swap(requests_);
-  return taken;
-}
-
 void Library::note(const std::string &line) {
   calls_.push_back(line + (serialised() ? "" : " [free]"));
 }
 
 std::optional<int32_t> Library::enter(const char *operation, Mutex mutex, const std::string &arguments) {
   note(std::string(operation).append("(").append(arguments).append(")"));
-  ++calls_made_;
   if (mutex == Mutex::held && !serialised()) {
     ADD_FAILURE() << "without the serialisation mutex: " << calls_.back();
   }
@@ -158,9 +126,6 @@ std::optional<int32_t> Library::enter(const char *operation, Mutex mutex, const 
     if (failure.operation == operation && --failure.countdown == 0) {
       forced = failure.code;
     }
-  }
-  if (calls_made_ == fail_call_) {
-    forced = fail_call_code_;
   }
   return forced;
 }
@@ -172,9 +137,9 @@ static std::string request_line(const QLT_COMMAND &command) {
   if (line[0] == '$' && ending != std::string::npos) {
     line = line.substr(1, ending - 1);
   }
-  for (const Parameter &parameter : command.parameters) {
-    const bool named = parameter.name == "@name" || parameter.name == "@query_type";
-    line.append(named ? " " : std::string(" ") + parameter.name.substr(1) + " ").append(parameter.value);
+  for (const auto &[name, value] : command.parameters) {
+    const bool named = name == "@name" || name == "@query_type";
+    line.append(named ? " " : " " + name.substr(1) + " ").append(value);
   }
   return line;
 }
@@ -188,27 +153,23 @@ void Library::send(QLT_COMMAND *command) {
   command->pending = true;
   command->reading = false;
   command->reply.clear();
-  bool answered = false;
+  const Reply *answer = nullptr;
   for (const auto &[key, reply] : standing) {  // sorted: of two keys that fit, the longer one comes last and wins
-    if (line.rfind(key, 0) == 0) {
-      command->reply.assign(reply.begin(), reply.end());
-      answered = true;
-    }
+    answer = line.rfind(key, 0) == 0 ? &reply : answer;
   }
-  if (answered) {
-    return;
-  }
-  if (replies.empty()) {
+  if (answer != nullptr) {
+    command->reply.assign(answer->begin(), answer->end());
+  } else if (!replies.empty()) {
+    command->reply.assign(replies.front().begin(), replies.front().end());
+    replies.pop_front();
+  } else {
     ADD_FAILURE() << "no reply is scripted for " << line;
-    return;
   }
-  command->reply.assign(replies.front().begin(), replies.front().end());
-  replies.pop_front();
 }
 
 QLT_CONNECTION *Library::new_connection() {
   ++live_connections_;
-  return new QLT_CONNECTION{text("con%d", ++next_connection_), context.client_callback, context.server_callback};
+  return new QLT_CONNECTION{text("con%d", ++next_connection_)};
 }
 
 QLT_COMMAND *Library::new_command(QLT_CONNECTION *connection) {
@@ -220,12 +181,12 @@ QLT_COMMAND *Library::new_command(QLT_CONNECTION *connection) {
 }
 
 void Library::drop(QLT_CONNECTION *connection) {
-  --live_connections_;
+  live_connections_ -= connection != nullptr ? 1 : 0;
   delete connection;
 }
 
 void Library::drop(QLT_COMMAND *command) {
-  --live_commands_;
+  live_commands_ -= command != nullptr ? 1 : 0;
   delete command;
 }
 
@@ -272,17 +233,9 @@ void Library::reset() {
 int32_t diagnostic_client_callback(CS_CONTEXT *, QLT_CONNECTION *, QLT_CLIENT_MESSAGE *) {
   return CS_SUCCEED;
 }
-int32_t diagnostic_server_callback(CS_CONTEXT *, QLT_CONNECTION *, QLT_SERVER_MESSAGE *) {
-  return CS_SUCCEED;
-}
 int32_t application_client_callback(CS_CONTEXT *, QLT_CONNECTION *, QLT_CLIENT_MESSAGE *) {
   return CS_FAIL;
 }
-int32_t application_server_callback(CS_CONTEXT *, QLT_CONNECTION *, QLT_SERVER_MESSAGE *) {
-  return CS_FAIL;
-}
-
-// ---- Objects and threads --------------------------------------------------------------------------------------------
 
 static std::string key_part(const char *part, int32_t length) {
   return length == QLT_NULLTERM ? std::string(part)
@@ -316,12 +269,19 @@ static std::string object_line(int32_t action, const QLT_OBJECT_NAME &name, cons
   return line;
 }
 
-static int32_t create_handle(int32_t *handle) {
-  if (const auto forced = library().enter("create_mutex", Library::Mutex::any, "")) {
-    return *forced;
+// Records the call and does its work, unless the script forces a code on it.
+template <typename Work = void (*)()>
+static int32_t perform(
+    const char *operation, Library::Mutex mutex, const std::string &arguments, Work work = [] {}) {
+  const auto forced = library().enter(operation, mutex, arguments);
+  if (!forced) {
+    work();
   }
-  *handle = library().create_mutex();
-  return CS_SUCCEED;
+  return forced.value_or(CS_SUCCEED);
+}
+
+static int32_t create_handle(int32_t *handle) {
+  return perform("create_mutex", Library::Mutex::any, "", [&] { *handle = library().create_mutex(); });
 }
 static int32_t take_handle(int32_t handle) {
   return library().take_mutex(handle);
@@ -330,10 +290,10 @@ static int32_t release_handle(int32_t handle) {
   return library().release_mutex(handle);
 }
 static int32_t any_handle(int32_t handle) {
-  return library().enter("handle", Library::Mutex::any, text("%d", handle)).value_or(CS_SUCCEED);
+  return perform("handle", Library::Mutex::any, text("%d", handle));
 }
 static int32_t wait_handle(int32_t handle, int32_t timeout) {
-  return library().enter("waitfor_event", Library::Mutex::any, text("%d, %d", handle, timeout)).value_or(CS_SUCCEED);
+  return perform("waitfor_event", Library::Mutex::any, text("%d, %d", handle, timeout));
 }
 static int32_t give_identity(void *buffer, int32_t size, int32_t *length) {
   const Library &lib = library();
@@ -345,53 +305,44 @@ static int32_t give_identity(void *buffer, int32_t size, int32_t *length) {
 
 }  // namespace fake
 
+using fake::action_name;
 using fake::library;
+using fake::perform;
+using fake::quoted;
+using fake::setting;
 using fake::text;
 using Mutex = fake::Library::Mutex;
 
-// Records the call and leaves the operation with the code that the script forces on it, else goes on.
-static std::optional<int32_t> enter(const char *operation, Mutex mutex, const std::string &arguments) {
-  return library().enter(operation, mutex, arguments);
-}
-
-// ---- Context --------------------------------------------------------------------------------------------------------
-
 int32_t cs_ctx_global(int32_t version, CS_CONTEXT **context) {
-  if (const auto forced = enter("cs_ctx_global", Mutex::any, text("%d", version))) {
-    return *forced;
-  }
-  *context = &library().context;
-  return CS_SUCCEED;
+  return perform("cs_ctx_global", Mutex::any, text("%d", version), [&] { *context = &library().context; });
 }
 
 int32_t cs_config(CS_CONTEXT *, int32_t action, int32_t property, void *buffer, int32_t length, int32_t *) {
-  const std::string line = text("%s, %d, %d", fake::action_name(action), property, length);
-  if (const auto forced = enter("cs_config", Mutex::any, line)) {
-    return *forced;
-  }
-  QLT_THREAD_TABLE table{};
-  if (library().threads) {
-    using namespace fake;
-    table = {create_handle, any_handle, take_handle, release_handle, create_handle,
-             any_handle,    any_handle, any_handle,  wait_handle,    give_identity};
-  }
-  memcpy(buffer, &table, sizeof table);
-  return CS_SUCCEED;
+  const std::string line = text("%s, %d, %d", action_name(action), property, length);
+  return perform("cs_config", Mutex::any, line, [&] {
+    QLT_THREAD_TABLE table{};
+    if (library().threads) {
+      using namespace fake;
+      table = {create_handle, any_handle, take_handle, release_handle, create_handle,
+               any_handle,    any_handle, any_handle,  wait_handle,    give_identity};
+    }
+    memcpy(buffer, &table, sizeof table);
+  });
 }
 
 int32_t cs_diag(CS_CONTEXT *, int32_t operation, int32_t, int32_t, void *) {
-  return enter("cs_diag", Mutex::held, fake::action_name(operation)).value_or(CS_SUCCEED);
+  return perform("cs_diag", Mutex::held, action_name(operation));
 }
 
 int32_t cs_dt_info(CS_CONTEXT *, int32_t action, void *locale, int32_t code, int32_t item, void *buffer, int32_t length,
                    int32_t *) {
-  const std::string line = text("%s, %d, %d, %d, %d%s", fake::action_name(action), code, item, fake::integer_at(buffer),
+  const std::string line = text("%s, %d, %d, %d, %d%s", action_name(action), code, item, fake::integer_at(buffer),
                                 length, locale == nullptr ? "" : ", locale");
-  return enter("cs_dt_info", Mutex::held, line).value_or(CS_SUCCEED);
+  return perform("cs_dt_info", Mutex::held, line);
 }
 
 int32_t cs_objects(CS_CONTEXT *, int32_t action, QLT_OBJECT_NAME *name, QLT_OBJECT_DATA *data) {
-  if (const auto forced = enter("cs_objects", Mutex::held, fake::object_line(action, *name, data))) {
+  if (const auto forced = library().enter("cs_objects", Mutex::held, fake::object_line(action, *name, data))) {
     return *forced;
   }
   std::vector<fake::Object> &objects = library().objects;
@@ -418,153 +369,114 @@ int32_t cs_objects(CS_CONTEXT *, int32_t action, QLT_OBJECT_NAME *name, QLT_OBJE
 }
 
 int32_t ct_init(CS_CONTEXT *, int32_t version) {
-  return enter("ct_init", Mutex::held, text("%d", version)).value_or(CS_SUCCEED);
+  return perform("ct_init", Mutex::held, text("%d", version));
 }
 
 int32_t ct_config(CS_CONTEXT *, int32_t action, int32_t property, void *buffer, int32_t length, int32_t *outlen) {
-  if (const auto forced = enter("ct_config", Mutex::held, fake::setting(action, property, buffer, length))) {
-    return *forced;
-  }
-  if (action == CS_GET) {
-    memcpy(buffer, "scripted 1.0", 12);  // not terminated
-    *outlen = 12;
-  }
-  return CS_SUCCEED;
+  return perform("ct_config", Mutex::held, setting(action, property, buffer, length), [&] {
+    if (action == CS_GET) {
+      memcpy(buffer, "scripted 1.0", 12);  // not terminated
+      *outlen = 12;
+    }
+  });
 }
 
-// ---- Connections ----------------------------------------------------------------------------------------------------
-
 int32_t ct_con_alloc(CS_CONTEXT *, QLT_CONNECTION **connection) {
-  if (const auto forced = enter("ct_con_alloc", Mutex::held, "")) {
-    return *forced;
-  }
-  *connection = library().new_connection();
-  return CS_SUCCEED;
+  return perform("ct_con_alloc", Mutex::held, "", [&] { *connection = library().new_connection(); });
 }
 
 int32_t ct_con_props(QLT_CONNECTION *connection, int32_t action, int32_t property, void *buffer, int32_t length,
                      int32_t *) {
-  const std::string line = connection->name + ", " + fake::setting(action, property, buffer, length);
-  if (const auto forced = enter("ct_con_props", action == CS_SET ? Mutex::held : Mutex::any, line)) {
-    return *forced;
-  }
-  if (action == CS_GET) {
-    const int32_t status = library().connection_status.value_or(QLT_CON_OPEN);
-    memcpy(buffer, &status, sizeof status);
-  }
-  return CS_SUCCEED;
+  const std::string line = connection->name + ", " + setting(action, property, buffer, length);
+  return perform("ct_con_props", action == CS_SET ? Mutex::held : Mutex::any, line, [&] {
+    if (action == CS_GET) {
+      const int32_t status = library().connection_status.value_or(QLT_CON_OPEN);
+      memcpy(buffer, &status, sizeof status);
+    }
+  });
 }
 
 int32_t ct_options(QLT_CONNECTION *connection, int32_t action, int32_t option, void *value, int32_t length, int32_t *) {
-  const std::string line = connection->name + ", " + fake::setting(action, option, value, length);
-  return enter("ct_options", Mutex::held, line).value_or(CS_SUCCEED);
+  const std::string line = connection->name + ", " + setting(action, option, value, length);
+  return perform("ct_options", Mutex::held, line);
 }
 
 int32_t ct_capability(QLT_CONNECTION *connection, int32_t action, int32_t type, int32_t capability, void *value) {
-  const std::string line = text("%s, %s, type %d, %d, %d", connection->name.c_str(), fake::action_name(action), type,
+  const std::string line = text("%s, %s, type %d, %d, %d", connection->name.c_str(), action_name(action), type,
                                 capability, fake::integer_at(value));
-  return enter("ct_capability", Mutex::held, line).value_or(CS_SUCCEED);
-}
-
-static std::string callback_name(const void *callback) {
-  const std::pair<const void *, const char *> known[] = {
-      {nullptr, "null"},
-      {reinterpret_cast<void *>(fake::diagnostic_client_callback), "diagnostic client"},
-      {reinterpret_cast<void *>(fake::diagnostic_server_callback), "diagnostic server"},
-      {reinterpret_cast<void *>(fake::application_client_callback), "application client"},
-      {reinterpret_cast<void *>(fake::application_server_callback), "application server"}};
-  for (const auto &[address, name] : known) {
-    if (address == callback) {
-      return name;
-    }
-  }
-  return "own";
+  return perform("ct_capability", Mutex::held, line);
 }
 
 int32_t ct_callback(CS_CONTEXT *, QLT_CONNECTION *connection, int32_t action, int32_t type, void *callback) {
   void *&slot = type == QLT_CLIENTMSG_CB ? connection->client_callback : connection->server_callback;
-  std::string line = text("%s, %s, %d", connection->name.c_str(), fake::action_name(action), type);
-  line.append(action == CS_SET ? std::string(", ") + callback_name(callback) : "");
-  if (const auto forced = enter("ct_callback", Mutex::held, line)) {
-    return *forced;
-  }
-  if (action == CS_SET) {
-    slot = callback;
-  } else {
-    memcpy(callback, &slot, sizeof slot);
-  }
-  return CS_SUCCEED;
+  std::string line = text("%s, %s, %d", connection->name.c_str(), action_name(action), type);
+  const bool of_application = callback == reinterpret_cast<void *>(fake::application_client_callback);
+  line.append(action != CS_SET ? "" : of_application ? ", application's" : ", other");
+  return perform("ct_callback", Mutex::held, line, [&] {
+    if (action == CS_SET) {
+      slot = callback;
+    } else {
+      memcpy(callback, &slot, sizeof slot);
+    }
+  });
 }
 
 int32_t ct_diag(QLT_CONNECTION *connection, int32_t operation, int32_t type, int32_t, void *) {
-  const std::string line = text("%s, %s, %d", connection->name.c_str(), fake::action_name(operation), type);
-  if (const auto forced = enter("ct_diag", Mutex::held, line)) {
-    return *forced;
-  }
-  if (operation == CS_INIT) {
-    connection->client_callback = reinterpret_cast<void *>(fake::diagnostic_client_callback);
-    connection->server_callback = reinterpret_cast<void *>(fake::diagnostic_server_callback);
-  }
-  return CS_SUCCEED;
+  const std::string line = text("%s, %s, %d", connection->name.c_str(), action_name(operation), type);
+  return perform("ct_diag", Mutex::held, line, [&] {
+    if (operation == CS_INIT) {
+      connection->client_callback = reinterpret_cast<void *>(fake::diagnostic_client_callback);
+      connection->server_callback = connection->client_callback;
+    }
+  });
 }
 
 int32_t ct_connect(QLT_CONNECTION *connection, const char *server, int32_t length) {
-  const std::string line = connection->name + ", " + fake::quoted(server, length);
-  return enter("ct_connect", Mutex::held, line).value_or(CS_SUCCEED);
+  const std::string line = connection->name + ", " + quoted(server, length);
+  return perform("ct_connect", Mutex::held, line);
 }
 
 int32_t ct_close(QLT_CONNECTION *connection, int32_t option) {
   const std::string line = connection->name + (option == QLT_UNUSED ? ", normal" : text(", %d", option));
-  return enter("ct_close", Mutex::any, line).value_or(CS_SUCCEED);
+  return perform("ct_close", Mutex::any, line);
 }
 
 int32_t ct_con_drop(QLT_CONNECTION *connection) {
-  const auto forced = enter("ct_con_drop", Mutex::any, connection->name);
+  const auto forced = library().enter("ct_con_drop", Mutex::any, connection->name);
   library().drop(connection);  // whatever the code says, the caller does not use the handle again
   return forced.value_or(CS_SUCCEED);
 }
 
-// ---- Commands -------------------------------------------------------------------------------------------------------
-
 int32_t ct_cmd_alloc(QLT_CONNECTION *connection, QLT_COMMAND **command) {
-  if (const auto forced = enter("ct_cmd_alloc", Mutex::held, connection->name)) {
-    return *forced;
-  }
-  *command = library().new_command(connection);
-  return CS_SUCCEED;
+  return perform("ct_cmd_alloc", Mutex::held, connection->name, [&] { *command = library().new_command(connection); });
 }
 
 int32_t ct_cmd_drop(QLT_COMMAND *command) {
-  const auto forced = enter("ct_cmd_drop", Mutex::any, command->name);
+  const auto forced = library().enter("ct_cmd_drop", Mutex::any, command->name);
   library().drop(command);
   return forced.value_or(CS_SUCCEED);
 }
 
 int32_t ct_cmd_props(QLT_COMMAND *command, int32_t action, int32_t property, void *buffer, int32_t length,
                      int32_t *outlen) {
-  const std::string line = text("%s, %s, %d", command->name.c_str(), fake::action_name(action), property);
-  if (const auto forced = enter("ct_cmd_props", Mutex::held, line)) {
-    return *forced;
-  }
-  if (property == CS_CUR_STATUS) {
-    memcpy(buffer, &command->cursor_status, sizeof command->cursor_status);
-  } else {
-    const std::string &name = command->cursor_name;
-    memcpy(buffer, name.data(), std::min<size_t>(name.size(), static_cast<size_t>(length)));
-    *outlen = static_cast<int32_t>(name.size());
-  }
-  return CS_SUCCEED;
+  const std::string line = text("%s, %s, %d", command->name.c_str(), action_name(action), property);
+  return perform("ct_cmd_props", Mutex::held, line, [&] {
+    if (property == CS_CUR_STATUS) {
+      memcpy(buffer, &command->cursor_status, sizeof command->cursor_status);
+    } else {
+      const std::string &name = command->cursor_name;
+      memcpy(buffer, name.data(), std::min<size_t>(name.size(), static_cast<size_t>(length)));
+      *outlen = static_cast<int32_t>(name.size());
+    }
+  });
 }
 
 int32_t ct_command(QLT_COMMAND *command, int32_t type, const char *words, int32_t length, int32_t option) {
-  const std::string line =
-      text("%s, %d, %s, %d", command->name.c_str(), type, fake::quoted(words, length).c_str(), option);
-  if (const auto forced = enter("ct_command", Mutex::held, line)) {
-    return *forced;
-  }
-  command->text = words;
-  command->parameters.clear();
-  return CS_SUCCEED;
+  const std::string line = text("%s, %d, %s, %d", command->name.c_str(), type, quoted(words, length).c_str(), option);
+  return perform("ct_command", Mutex::held, line, [&] {
+    command->text = words;
+    command->parameters.clear();
+  });
 }
 
 int32_t ct_param(QLT_COMMAND *command, const QLT_FORMAT *format, const void *data, int32_t length, int32_t indicator) {
@@ -584,41 +496,31 @@ int32_t ct_param(QLT_COMMAND *command, const QLT_FORMAT *format, const void *dat
   if (format->fmt_namelen != QLT_NULLTERM || format->fmt_locale != nullptr || indicator != QLT_UNUSED) {
     line.append(text(" namelen %d indicator %d", format->fmt_namelen, indicator));
   }
-  if (const auto forced = enter("ct_param", Mutex::held, line)) {
-    return *forced;
-  }
-  command->parameters.push_back({format->fmt_name, value});
-  return CS_SUCCEED;
+  return perform("ct_param", Mutex::held, line, [&] { command->parameters.push_back({format->fmt_name, value}); });
 }
 
 int32_t ct_cursor(QLT_COMMAND *command, int32_t type, const char *name, int32_t namelen, const char *words,
                   int32_t textlen, int32_t option) {
-  const std::string line = text("%s, %d, %s, %s, %d", command->name.c_str(), type, fake::quoted(name, namelen).c_str(),
-                                fake::quoted(words, textlen).c_str(), option);
+  const std::string line = text("%s, %d, %s, %s, %d", command->name.c_str(), type, quoted(name, namelen).c_str(),
+                                quoted(words, textlen).c_str(), option);
   command->text = "cursor";
-  return enter("ct_cursor", Mutex::held, line).value_or(CS_SUCCEED);
+  return perform("ct_cursor", Mutex::held, line);
 }
 
 int32_t ct_dynamic(QLT_COMMAND *command, int32_t type, const char *name, int32_t namelen, const char *words,
                    int32_t textlen) {
-  const std::string line = text("%s, %d, %s, %s", command->name.c_str(), type, fake::quoted(name, namelen).c_str(),
-                                fake::quoted(words, textlen).c_str());
+  const std::string line = text("%s, %d, %s, %s", command->name.c_str(), type, quoted(name, namelen).c_str(),
+                                quoted(words, textlen).c_str());
   command->text = "dynamic";
-  return enter("ct_dynamic", Mutex::held, line).value_or(CS_SUCCEED);
+  return perform("ct_dynamic", Mutex::held, line);
 }
 
 int32_t ct_send(QLT_COMMAND *command) {
-  if (const auto forced = enter("ct_send", Mutex::held, command->name)) {
-    return *forced;
-  }
-  library().send(command);
-  return CS_SUCCEED;
+  return perform("ct_send", Mutex::held, command->name, [&] { library().send(command); });
 }
 
-// ---- Results --------------------------------------------------------------------------------------------------------
-
 int32_t ct_results(QLT_COMMAND *command, int32_t *type) {
-  const auto forced = enter("ct_results", Mutex::any, command->name);
+  const auto forced = library().enter("ct_results", Mutex::any, command->name);
   if (library().threads && library().serialised() != command->of_application) {
     ADD_FAILURE() << "ct_results(" << command->name << ") waits with the serialisation mutex in the wrong state";
   }
@@ -642,8 +544,8 @@ int32_t ct_results(QLT_COMMAND *command, int32_t *type) {
 
 int32_t ct_cancel(QLT_CONNECTION *connection, QLT_COMMAND *command, int32_t type) {
   const auto forced =
-      enter("ct_cancel", Mutex::any,
-            text("%s, %s, %d", fake::name_of(connection).c_str(), fake::name_of(command).c_str(), type));
+      library().enter("ct_cancel", Mutex::any,
+                      text("%s, %s, %d", fake::name_of(connection).c_str(), fake::name_of(command).c_str(), type));
   if (forced) {
     return *forced;
   }
@@ -658,37 +560,29 @@ int32_t ct_cancel(QLT_CONNECTION *connection, QLT_COMMAND *command, int32_t type
 }
 
 int32_t ct_res_info(QLT_COMMAND *command, int32_t type, void *buffer, int32_t, int32_t *) {
-  if (const auto forced = enter("ct_res_info", Mutex::held, text("%s, %d", command->name.c_str(), type))) {
-    return *forced;
-  }
-  const auto columns = static_cast<int32_t>(command->reading ? command->reply.front().names.size() : 0);
-  memcpy(buffer, &columns, sizeof columns);
-  return CS_SUCCEED;
+  return perform("ct_res_info", Mutex::held, text("%s, %d", command->name.c_str(), type), [&] {
+    const auto columns = static_cast<int32_t>(command->reading ? command->reply.front().names.size() : 0);
+    memcpy(buffer, &columns, sizeof columns);
+  });
 }
 
 int32_t ct_describe(QLT_COMMAND *command, int32_t column, QLT_FORMAT *format) {
-  if (const auto forced = enter("ct_describe", Mutex::held, text("%s, %d", command->name.c_str(), column))) {
-    return *forced;
-  }
-  const fake::Result &result = command->reply.front();
-  const auto index = static_cast<size_t>(column - 1);
-  const bool words = !result.rows.empty() && std::holds_alternative<std::string>(result.rows.front().at(index));
-  *format = QLT_FORMAT{};
-  snprintf(format->fmt_name, sizeof format->fmt_name, "%s", result.names.at(index).c_str());
-  format->fmt_datatype = words ? QLT_CHAR_TYPE : QLT_INT_TYPE;
-  format->fmt_maxlen = words ? 64 : 4;
-  return CS_SUCCEED;
+  return perform("ct_describe", Mutex::held, text("%s, %d", command->name.c_str(), column), [&] {
+    const fake::Result &result = command->reply.front();
+    const auto index = static_cast<size_t>(column - 1);
+    const bool words = !result.rows.empty() && std::holds_alternative<std::string>(result.rows.front().at(index));
+    *format = QLT_FORMAT{};
+    snprintf(format->fmt_name, sizeof format->fmt_name, "%s", result.names.at(index).c_str());
+    format->fmt_datatype = words ? QLT_CHAR_TYPE : QLT_INT_TYPE;
+    format->fmt_maxlen = words ? 64 : 4;
+  });
 }
 
 int32_t ct_bind(QLT_COMMAND *command, int32_t column, const QLT_FORMAT *format, void *buffer, int32_t *lengths,
                 int32_t *) {
   const std::string line = text("%s, %d, type %d format %d max %d count %d", command->name.c_str(), column,
                                 format->fmt_datatype, format->fmt_format, format->fmt_maxlen, format->fmt_count);
-  if (const auto forced = enter("ct_bind", Mutex::held, line)) {
-    return *forced;
-  }
-  command->bound[column] = {*format, buffer, lengths};
-  return CS_SUCCEED;
+  return perform("ct_bind", Mutex::held, line, [&] { command->bound[column] = {*format, buffer, lengths}; });
 }
 
 // Writes one value of a row where its column is bound.
@@ -712,7 +606,7 @@ static void deliver(const fake::Value &value, const qlt_command::Bound &bound, i
 }
 
 int32_t ct_fetch(QLT_COMMAND *command, int32_t, int32_t, int32_t, int32_t *rows) {
-  if (const auto forced = enter("ct_fetch", Mutex::held, command->name)) {
+  if (const auto forced = library().enter("ct_fetch", Mutex::held, command->name)) {
     return *forced;
   }
   auto &left = command->reply.front().rows;

@@ -12,6 +12,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -32,6 +33,7 @@ struct Result {
 using Reply = std::vector<Result>;
 
 Result status(int32_t value);
+Reply st(int32_t value);  // a whole reply: the status alone
 Result output(const std::string &name, const Value &value);
 Result row(const Value &value);
 Result rows(const std::vector<Value> &values);
@@ -53,17 +55,9 @@ struct Object {
   std::string data;
 };
 
-struct Parameter {
-  std::string name;
-  std::string value;
-};
-
 }  // namespace fake
 
-struct qlt_context {
-  void *client_callback = nullptr;  // what new connections inherit
-  void *server_callback = nullptr;
-};
+struct qlt_context {};
 
 struct qlt_connection {
   std::string name;
@@ -79,8 +73,8 @@ struct qlt_command {
   int32_t cursor_status = 0;
 
   std::string text;
-  std::vector<fake::Parameter> parameters;
-  std::deque<fake::Result> reply;  // the first one is current once reading has begun
+  std::vector<std::pair<std::string, std::string>> parameters;  // name, value
+  std::deque<fake::Result> reply;                               // the first one is current once reading has begun
   bool reading = false;
   bool pending = false;  // sent, and not read to the end
   struct Bound {
@@ -95,7 +89,6 @@ namespace fake {
 
 class Library {
  public:
-  // ---- The script ----
   std::deque<Reply> replies;              // one per ct_send, unless a standing answer fits
   std::map<std::string, Reply> standing;  // by how the line of take_requests begins; the longest fit wins
   std::optional<int32_t> connection_status;
@@ -106,20 +99,16 @@ class Library {
   qlt_context context;
 
   // Makes the nth call (from now, counting from 1) of the operation return the code without doing its work.
-  void fail(const std::string &operation, int32_t nth = 1, int32_t code = CS_FAIL);
-  // The same for the nth call of whatever operation; 0 stops.
-  void fail_call(int32_t nth, int32_t code = CS_FAIL);
-
-  // ---- The record ----
-  Lines take_calls();
+  void fail(const std::string &operation, int32_t nth = 1, int32_t code = CS_FAIL) {
+    failures_.push_back({operation, nth, code});
+  }
+  Lines take_calls() { return std::exchange(calls_, {}); }
   // Only the calls whose line begins with one of the prefixes.
   Lines take_calls(const Lines &prefixes);
   // What was sent since the last time: "begin 1234_0g83_10k_:L1 mode 0x30000 status 1 flags 0x10", or the query.
-  Lines take_requests();
-  int32_t calls_made() const { return calls_made_; }
+  Lines take_requests() { return std::exchange(requests_, {}); }
   void note(const std::string &line);
 
-  // ---- Handles and mutexes ----
   QLT_CONNECTION *new_connection();
   QLT_COMMAND *new_command(QLT_CONNECTION *connection);
   void drop(QLT_CONNECTION *connection);
@@ -148,9 +137,6 @@ class Library {
     int32_t code;
   };
   std::vector<Failure> failures_;
-  int32_t fail_call_ = 0;
-  int32_t fail_call_code_ = CS_FAIL;
-  int32_t calls_made_ = 0;
   Lines calls_;
   Lines requests_;
   int32_t next_connection_ = 0;
@@ -163,10 +149,8 @@ class Library {
 
 Library &library();
 
-// The callbacks that ct_diag installs, and those of an application.
+// The callback that ct_diag installs, and one of an application.
 int32_t diagnostic_client_callback(CS_CONTEXT *, QLT_CONNECTION *, QLT_CLIENT_MESSAGE *);
-int32_t diagnostic_server_callback(CS_CONTEXT *, QLT_CONNECTION *, QLT_SERVER_MESSAGE *);
 int32_t application_client_callback(CS_CONTEXT *, QLT_CONNECTION *, QLT_CLIENT_MESSAGE *);
-int32_t application_server_callback(CS_CONTEXT *, QLT_CONNECTION *, QLT_SERVER_MESSAGE *);
 
 }  // namespace fake

@@ -1,6 +1,7 @@
 // The personality, records, log capture and closing checks behind the unit tests.
 #include "scene.h"
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -8,7 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
-#include <sstream>
+#include <utility>
 
 #include "common_control.h"
 #include "xal_config.h"
@@ -32,6 +33,9 @@ XID branch() {
 XID other_branch() {
   return make_xid(2, "\x06");
 }
+XID none() {
+  return make_xid(-1, "");
+}
 
 // Removes the files of file_with, and what stands in their place, at the process's end.
 struct TemporaryFiles {
@@ -54,8 +58,6 @@ std::string file_with(const std::string &content) {
   made.paths.push_back(path);
   return path;
 }
-
-// ---- The log --------------------------------------------------------------------------------------------------------
 
 static bool opened_log = false;
 
@@ -86,7 +88,15 @@ Lines take_log() {
   return lines;
 }
 
-// ---- The personality ------------------------------------------------------------------------------------------------
+bool in_own_process(const std::function<bool()> &body) {
+  const pid_t child = fork();
+  if (child == 0) {
+    _exit(body() && !testing::Test::HasFailure() ? 0 : 1);
+  }
+  int ended = 1;
+  waitpid(child, &ended, 0);
+  return ended == 0;
+}
 
 static std::map<std::string, int32_t> operation_results;
 
@@ -104,26 +114,14 @@ static int32_t identity_of_scene(XA_THRDID *identity) {
   return library().identity_claim < 0 ? 0 : 1;
 }
 
-static void record_sleep(uint32_t seconds) {
-  library().note(text("sleep(%u)", seconds));
-}
-
-static int32_t succeed() {
-  return CS_SUCCEED;
-}
-static int32_t succeed_with(int32_t) {
-  return CS_SUCCEED;
-}
-
 static XA_PERSONALITY make_personality(int32_t tm_type, uint32_t tm_flags) {
   XA_PERSONALITY made{};
   made.tm_type = tm_type;
   made.tm_flags = tm_flags;
   made.get_thrdid = identity_of_scene;
-  made.unlock_global = succeed;
-  made.lock_global = succeed;
+  made.lock_global = made.unlock_global = [] { return CS_SUCCEED; };
   made.create_mutex = [] { return library().create_mutex(); };
-  made.delete_mutex = succeed_with;
+  made.delete_mutex = [](int32_t) { return CS_SUCCEED; };
   made.release_mutex = [](int32_t handle) { return library().release_mutex(handle); };
   made.take_mutex = [](int32_t handle) { return library().take_mutex(handle); };
   made.cs_obj_insert = [](xa_connection *conn) { return record("cs_obj_insert", conn); };
@@ -133,11 +131,9 @@ static XA_PERSONALITY make_personality(int32_t tm_type, uint32_t tm_flags) {
   return made;
 }
 
-// ---- Scene ----------------------------------------------------------------------------------------------------------
-
 Scene::Scene() {
   take_log();
-  xal_sleep = record_sleep;
+  xal_sleep = [](uint32_t seconds) { library().note(text("sleep(%u)", seconds)); };
   _xa_txs_serialize.store(library().create_mutex());
   library().take_mutex(_xa_txs_serialize.load());
   memcpy(lrm.lrm_name, "L1", 3);
@@ -150,13 +146,15 @@ Scene::Scene() {
   fresh();
 }
 
+void Scene::drop_handles() {
+  for (QLT_COMMAND **command : {&conn.xc_cmd, &conn.xc_recov_cmd}) {
+    library().drop(std::exchange(*command, nullptr));
+  }
+  library().drop(std::exchange(conn.xc_conn, nullptr));
+}
+
 void Scene::fresh() {
-  if (conn.xc_cmd != nullptr) {
-    library().drop(conn.xc_cmd);
-  }
-  if (conn.xc_conn != nullptr) {
-    library().drop(conn.xc_conn);
-  }
+  drop_handles();
   library().reset();
   operation_results.clear();
   common_fail_allocation(0, 0);
@@ -177,12 +175,7 @@ Scene::~Scene() {
   EXPECT_EQ(common_blocks_outstanding(), blocks_at_start) << "memory was not given back";
   common_fail_allocation(0, 0);
   common_fail_reader(0, 0);
-  if (conn.xc_cmd != nullptr) {
-    library().drop(conn.xc_cmd);
-  }
-  if (conn.xc_conn != nullptr) {
-    library().drop(conn.xc_conn);
-  }
+  drop_handles();
   EXPECT_EQ(library().live_connections(), 0) << "connection handles were leaked";
   EXPECT_EQ(library().live_commands(), 0) << "command handles were leaked";
   library().release_mutex(_xa_txs_serialize.load());
@@ -201,8 +194,6 @@ void Scene::fail_operation(const std::string &operation, int32_t code) {
   operation_results[operation] = code;
 }
 
-// ---- OpenScene ------------------------------------------------------------------------------------------------------
-
 OpenScene::OpenScene() {
   // The record of the thread identity stays for the life of the process.
   behave_as(XATM_TUX, XAPF_CFG_OPTIONAL);
@@ -219,7 +210,6 @@ OpenScene::~OpenScene() {
 void OpenScene::close_everything() {
   common_fail_allocation(0, 0);
   while (XA_CONNECTION *left = connection()) {
-    library().fail_call(0);
     left->xc_state = XCS_UNUSED;
     left->xc_holds = 0;
     XA_CONNECTION *got = nullptr;
@@ -234,9 +224,7 @@ void OpenScene::close_everything() {
 void OpenScene::reopen(int32_t tm_type, uint32_t tm_flags) {
   close_everything();
   fresh();
-  library().drop(conn.xc_cmd);
-  library().drop(conn.xc_conn);
-  conn = XA_CONNECTION{};
+  drop_handles();
   library().reset();
   behave_as(tm_type, tm_flags | XAPF_CFG_OPTIONAL);
   XA_LRMINFO *record = xal_addlrm(1, open_string);

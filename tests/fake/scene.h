@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 
 #include "fake_client.h"
@@ -18,13 +19,31 @@ constexpr const char *branch_name = "1234_0g83_10k_:L1";
 XID make_xid(int32_t format, const std::string &gtrid, const std::string &bqual = "");
 XID branch();                                // the XID of branch_name
 XID other_branch();                          // 2_1w__:L1
+XID none();                                  // the null XID
 std::string file_with(const std::string &);  // the path of a fresh temporary file
+
+// Requests for branch(), as Library::take_requests tells them; the forced ones are those of XAPF_FORCE_ATTACH.
+inline const std::string begin = "begin 1234_0g83_10k_:L1 mode 0x30000 status 1 flags 0x10";
+inline const std::string attach = "attach 1234_0g83_10k_:L1 status 1 flags 0x0";
+inline const std::string attach_nowait = "attach 1234_0g83_10k_:L1 status 1 flags 0x2";
+inline const std::string attach_to_abort = "attach 1234_0g83_10k_:L1 status 6 flags 0x2";
+inline const std::string detach = "detach 1234_0g83_10k_:L1 status 2 flags 0x0";
+inline const std::string detach_nowait = "detach 1234_0g83_10k_:L1 status 2 flags 0x4";
+inline const std::string ask = "status 1234_0g83_10k_:L1 status 0 flags 0x0";
+inline const std::string prepare_forced = "prepare 1234_0g83_10k_:L1 status 7 flags 0x6000";
+inline const std::string commit_forced = "commit 1234_0g83_10k_:L1 status 100 flags 0x6000";
+inline const std::string commit_once_forced = "commit 1234_0g83_10k_:L1 status 100 flags 0x6020";
+inline const std::string rollback = "rollback 1234_0g83_10k_:L1 status 101 flags 0x0";
+inline const std::string rollback_forced = "rollback 1234_0g83_10k_:L1 status 101 flags 0x6000";
 
 // The log lines since the last time, as "[function] Type: text"; further lines of a text follow as they are. The first
 // call in a process opens the log.
 Lines take_log();
 std::string log_path();
 bool log_is_open();
+
+// Runs the body in a process of its own, since log and flavour last for a process; true when it returned true.
+bool in_own_process(const std::function<bool()> &body);
 
 // A fixture: fake library, personality and one connection, the serialisation mutex held.
 class Scene : public testing::Test {
@@ -34,6 +53,8 @@ class Scene : public testing::Test {
 
   // Everything as at the start of a test; for the rows of a table.
   void fresh();
+  // Drops the connection's handles, for a test that goes on without them.
+  void drop_handles();
   // Makes a personality with these fields the active one.
   XA_PERSONALITY &behave_as(int32_t tm_type, uint32_t tm_flags);
   // The forced result of the named personality operation ("cs_obj_insert", "xa_conn_init" ...).

@@ -1,4 +1,5 @@
 // Open strings, keyword tables and the configuration file.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -14,8 +15,6 @@
 using namespace fake;
 
 namespace {
-
-// ---- Open strings ---------------------------------------------------------------------------------------------------
 
 using OpenString = Scene;
 
@@ -43,14 +42,12 @@ TEST_F(OpenString, options_and_their_problems) {
     const char *values;  // name, user, password, key, server
     Lines log;
   } cases[] = {
-      {"-Nlrm1 -Usa -Ppw", 1, 0, XA_OK, "lrm1|sa|pw||", {}},
       {"-nlrm1\t-usa\n-ppw\v-sbank", 1, 0, XA_OK, "lrm1|sa|pw||bank", {}},
       {"-Nlrm1 -Usa", 10, key, XAER_INVAL, "lrm1|sa|||", keyless("-Nlrm1 -Usa")},
       {"-Nlrm1 -Kk1", 10, key, XA_OK, "lrm1|||k1|", {}},
       {"-Kk1", 10, key, XAER_INVAL, "|||k1|", nameless("-Kk1", "DSN Name")},
       {"-Nlrm1 -Kk1", 1, 0, XA_OK, "lrm1||||", unknown("-Nlrm1 -Kk1", "K")},
       {"-N lrm1", 1, 0, XAER_INVAL, "||||", nameless("-N lrm1")},
-      {"", 1, 0, XAER_INVAL, "||||", nameless("")},
       {"-Nfirst -Nsecond", 1, 0, XA_OK, "second||||", {}},
       {"-Na-b abc-Sserver", 1, 0, XA_OK, "a-b||||server", {}},
       {std::string("-N") + most, 1, 0, XA_OK, "mmmmmmmmmmmmmmmmmmmmmmmmmmmmmmm||||", {}},
@@ -62,10 +59,8 @@ TEST_F(OpenString, options_and_their_problems) {
       {"-V12 -Nx", 1, 0, XAER_INVAL, "||||", joined({{error + "Incorrect version identifier in open string -V12 -Nx"},
        nameless("-V12 -Nx")})},
       {"-Nx -V11", 1, 0, XAER_INVAL, "x||||", {error + "Incorrect version identifier in open string -Nx -V11"}},
-      {"-Nx -V", 1, 0, XAER_INVAL, "x||||", {error + "Incorrect version identifier in open string -Nx -V"}},
       {"-C10 -Nx", 1, 0, XAER_INVAL, "||||", joined({{error + "Incorrect open string -C10 -Nx",
        message + "Maximum number of connections must be set in xa_config [all] section"}, nameless("-C10 -Nx")})},
-      {"-Qfoo -Nx", 1, 0, XA_OK, "x||||", unknown("-Qfoo -Nx", "Q")},
       {"-Lmylog -Tall -Nx", 1, 0, XA_OK, "x||||", {}},
       {"-Nx -", 1, 0, XA_OK, "x||||", unknown("-Nx -", "")},
   };
@@ -81,8 +76,6 @@ TEST_F(OpenString, options_and_their_problems) {
   EXPECT_EQ(xacmn_parse_open_info("-Usa", nullptr, nullptr, nullptr, nullptr, nullptr), XA_OK);
 }
 
-// ---- Keywords -------------------------------------------------------------------------------------------------------
-
 using Keyword = Scene;
 
 TEST_F(Keyword, texts_become_rows_or_are_rejected) {
@@ -91,35 +84,24 @@ TEST_F(Keyword, texts_become_rows_or_are_rejected) {
     const XA_KEYWORD *table;
     const char *label;
     const char *words;
-    const char *row;  // code, integer, string, length, flags, label; null: rejected
-    std::string message;
+    const char *row;  // code, integer, string, length, flags, label; null: the value is rejected
   } cases[] = {
-      {XaCtxPropLookupTab, "Context Property", "cs_max_connect=25", "9118 25 - -99999 2241 CS_MAX_CONNECT", ""},
-      {XaCtxPropLookupTab, "Context Property", "CS_IFILE=/opt/a=b", "9115 0 /opt/a=b -9 2241 CS_IFILE", ""},
-      {XaPropLookupTab, "Property", "CS_TDS_VERSION=5.0", "9105 7364 - -99999 2281 CS_TDS_VERSION", ""},
-      {XaPropLookupTab, "Property", "CS_TDS_VERSION=7365", "9105 7365 - -99999 2281 CS_TDS_VERSION", ""},
-      {XaPropLookupTab, "Property", "CS_TDS_VERSION=4.5", "9105 4 - -99999 2281 CS_TDS_VERSION", ""},
-      {XaPropLookupTab, "Property", "CS_HIDDEN_KEYS=cs_true", "9113 1 - -99999 2281 CS_HIDDEN_KEYS", ""},
-      {XaPropLookupTab, "Property", "CS_HIDDEN_KEYS=true", nullptr,
-       "Unknown value true for Property: CS_HIDDEN_KEYS, ignored"},
-      {XaPropLookupTab, "Property", "CS_PACKETSIZE=2147483647", "9107 2147483647 - -99999 2281 CS_PACKETSIZE", ""},
-      {XaPropLookupTab, "Property", "CS_PACKETSIZE=2147483648", nullptr,
-       "Unknown value 2147483648 for Property: CS_PACKETSIZE, ignored"},
-      {XaPropLookupTab, "Property", "CS_PACKETSIZE=99999999999999999999", nullptr,
-       "Unknown value 99999999999999999999 for Property: CS_PACKETSIZE, ignored"},
-      {XaPropLookupTab, "Property", "CS_PACKETSIZE", nullptr, "Unknown value  for Property: CS_PACKETSIZE, ignored"},
-      {XaPropLookupTab, "Property", "CS_IFILE=x", nullptr, "Property CS_IFILE not supported, ignored"},
-      {XaOptLookupTab, "Option", "CS_OPT_ROWCOUNT=-1", nullptr,
-       "Unknown value -1 for Option: CS_OPT_ROWCOUNT, ignored"},
-      {XaOptLookupTab, "Option", "CS_OPT_DATEFIRST=sunday", "5001 7 - -99999 2482 CS_OPT_DATEFIRST", ""},
-      {XaOptLookupTab, "Option", "CS_OPT_DATEFORMAT=DYM", "5007 6 - -99999 2482 CS_OPT_DATEFORMAT", ""},
-      {XaOptLookupTab, "Option", "CS_OPT_ISOLATION=2", nullptr,
-       "Unknown value 2 for Option: CS_OPT_ISOLATION, ignored"},
-      {XaCapLookupTab, "Capability", "CS_DATA_NODATE4=1", "15 1 - -99999 2284 CS_DATA_NODATE4", ""},
-      {XaCSDTInfoLookupTab, "cs_dt_info setting", "CS_DATES_LONG", "7345 9 - 4 102248 CS_DATES_LONG", ""},
-      {XaCSDTInfoLookupTab, "cs_dt_info setting", "CS_DATES_SHORT=", "7345 0 - 4 102248 CS_DATES_SHORT", ""},
-      {XaCSDTInfoLookupTab, "cs_dt_info setting", "CS_DATES_LONG=yes", nullptr,
-       "Unknown value yes for cs_dt_info setting: CS_DATES_LONG, ignored"},
+      {XaCtxPropLookupTab, "Context Property", "cs_max_connect=25", "9118 25 - -99999 2241 CS_MAX_CONNECT"},
+      {XaCtxPropLookupTab, "Context Property", "CS_IFILE=/opt/a=b", "9115 0 /opt/a=b -9 2241 CS_IFILE"},
+      {XaPropLookupTab, "Property", "CS_TDS_VERSION=5.0", "9105 7364 - -99999 2281 CS_TDS_VERSION"},
+      {XaPropLookupTab, "Property", "CS_TDS_VERSION=7365", "9105 7365 - -99999 2281 CS_TDS_VERSION"},
+      {XaPropLookupTab, "Property", "CS_TDS_VERSION=4.5", "9105 4 - -99999 2281 CS_TDS_VERSION"},
+      {XaPropLookupTab, "Property", "CS_HIDDEN_KEYS=cs_true", "9113 1 - -99999 2281 CS_HIDDEN_KEYS"},
+      {XaPropLookupTab, "Property", "CS_HIDDEN_KEYS=true", nullptr},
+      {XaPropLookupTab, "Property", "CS_PACKETSIZE=2147483647", "9107 2147483647 - -99999 2281 CS_PACKETSIZE"},
+      {XaPropLookupTab, "Property", "CS_PACKETSIZE=2147483648", nullptr},
+      {XaPropLookupTab, "Property", "CS_PACKETSIZE", nullptr},
+      {XaOptLookupTab, "Option", "CS_OPT_ROWCOUNT=-1", nullptr},
+      {XaOptLookupTab, "Option", "CS_OPT_DATEFIRST=sunday", "5001 7 - -99999 2482 CS_OPT_DATEFIRST"},
+      {XaOptLookupTab, "Option", "CS_OPT_ISOLATION=2", nullptr},
+      {XaCapLookupTab, "Capability", "CS_DATA_NODATE4=1", "15 1 - -99999 2284 CS_DATA_NODATE4"},
+      {XaCSDTInfoLookupTab, "cs_dt_info setting", "CS_DATES_LONG", "7345 9 - 4 102248 CS_DATES_LONG"},
+      {XaCSDTInfoLookupTab, "cs_dt_info setting", "CS_DATES_LONG=yes", nullptr},
   };
   for (const auto &one : cases) {
     SCOPED_TRACE(one.words);
@@ -128,7 +110,12 @@ TEST_F(Keyword, texts_become_rows_or_are_rejected) {
     xacmn_clean_val(list, 1);
     std::string words = one.words;
     EXPECT_EQ(xacmn_get_val(one.table, one.label, words.data(), list), one.row != nullptr ? 1 : 0);
-    EXPECT_EQ(take_log(), one.message.empty() ? Lines{} : Lines{error + one.message});
+    std::string value = one.words;
+    const std::string keyword = value.substr(0, value.find('='));
+    value.erase(0, keyword.size() + 1);
+    EXPECT_EQ(take_log(), one.row != nullptr ? Lines{}
+                                             : Lines{error + "Unknown value " + value + " for " + one.label + ": " +
+                                                     keyword + ", ignored"});
     const XA_SETTING &row = list[0];
     EXPECT_EQ(one.row != nullptr ? one.row : "0 0 - 0 0 ",
               text("%d %d %s %d %x %s", row.xs_code, row.xs_int, row.xs_str != nullptr ? row.xs_str : "-", row.xs_len,
@@ -138,9 +125,12 @@ TEST_F(Keyword, texts_become_rows_or_are_rejected) {
   }
 }
 
-TEST_F(Keyword, a_full_list_rejects_before_the_keyword_is_looked_up) {
+TEST_F(Keyword, an_unsupported_keyword_and_a_full_list_are_rejected) {
   XA_SETTING list[2] = {};
   list[1].xs_flags = XS_END;
+  char unsupported[] = "CS_IFILE=x";
+  EXPECT_EQ(xacmn_get_val(XaPropLookupTab, "Property", unsupported, list), 0);
+  EXPECT_EQ(take_log(), Lines{"[xacmn_get_val] Error: Property CS_IFILE not supported, ignored"});
   char first[] = "CS_TIMEOUT=1";
   char second[] = "nonsense=1";
   char third[] = "CS_TIMEOUT=1";
@@ -156,8 +146,6 @@ TEST_F(Keyword, a_full_list_rejects_before_the_keyword_is_looked_up) {
   EXPECT_EQ(take_log(), Lines{"[xacmn_get_val] Error: Unable to allocate memory for CS_IFILE = x, ignored"});
   EXPECT_EQ(list[0].xs_flags, 0U);
 }
-
-// ---- The configuration file -----------------------------------------------------------------------------------------
 
 class Config : public Scene {
  protected:
@@ -255,11 +243,9 @@ TEST_F(Config, the_all_section_is_read_entry_by_entry) {
     uint32_t mask;
     std::vector<int32_t> codes;
   } cases[] = {
-      {"no section", "", 1, {used + "PATH", ""}, 0x40, {0}},
       {"other sections are skipped", "[xa]\ntraceflags=xa\n[ALL]\nTraceFlags=misc\n[all]\ntraceflags=xl\n", 1,
        {used + "PATH", ""}, 0x10, {0}},
       {"settings", "[all]\nproperties=CS_MAX_CONNECT=25,CS_TIMEOUT=60\n", 1, {used + "PATH", ""}, 0x40, {9118, 9117}},
-      {"date setting", "[all]\ncs_dt_info=CS_DATES_LONG\n", 1, {used + "PATH", ""}, 0x40, {7345}},
       {"empty values", "[all]\nlogfile=\ntraceflags=\ncs_dt_info=\n", 1,
        {error + "invalid logfile specification in PATH!", error + "invalid traceflag specification in PATH!",
        error + "invalid cs_dt_info specification in PATH!", used + "PATH", ""}, 0x40, {0}},
@@ -290,26 +276,22 @@ TEST_F(Config, the_all_section_is_read_entry_by_entry) {
 }
 
 TEST_F(Config, the_log_is_chosen_by_section_option_variable_and_home) {
-  const auto opened = [this](const std::string &content, const char *info) {
-    EXPECT_EQ(configure(content, info), 1);
-    const std::string line = take_log().at(0);
-    const std::string start = "[xalog_open_file] Message: skipped open of ";
-    EXPECT_EQ(line.rfind(start, 0), 0U) << line;
-    return line.substr(start.size(), line.find(". log file") - start.size());
-  };
-  EXPECT_EQ(opened("", "-NL1"), "stderr");
-  EXPECT_EQ(opened("", "-NL1 -L/a.log"), "/a.log");
-  EXPECT_EQ(opened("[all]\nlogfile=/b.log\n", "-NL1 -L/a.log"), "/b.log");
+  const struct {
+    const char *content, *info, *log;
+  } cases[] = {
+      {"", "-NL1", "stderr"}, {"", "-NL1 -L/a.log", "/a.log"}, {"[all]\nlogfile=/b.log\n", "-NL1 -L/a.log", "/b.log"}};
+  for (const auto &one : cases) {
+    EXPECT_EQ(configure(one.content, one.info), 1);
+    EXPECT_THAT(take_log().at(0), testing::HasSubstr(text("skipped open of %s. log file", one.log)));
+  }
   configure("", "-NL1");
   take_log();
   setenv("TARVEX", "/home", 1);
-  const auto kept_environment = [this](const char *info) {
-    EXPECT_EQ(xal_configure(info, settings), 1);
-    return take_log().at(0);
-  };
-  EXPECT_NE(kept_environment("-NL1").find("open of /home/trv_xa_log."), std::string::npos);
+  EXPECT_EQ(xal_configure("-NL1", settings), 1);
+  EXPECT_THAT(take_log().at(0), testing::HasSubstr("open of /home/trv_xa_log."));
   setenv("XALOGFILE", "/c.log", 1);
-  EXPECT_NE(kept_environment("-NL1").find("open of /c.log."), std::string::npos);
+  EXPECT_EQ(xal_configure("-NL1", settings), 1);
+  EXPECT_THAT(take_log().at(0), testing::HasSubstr("open of /c.log."));
   EXPECT_EQ(configure("", nullptr), 0);
   EXPECT_EQ(take_log(), Lines{"[xal_configure] Error: NULL open string"});
 }
@@ -333,7 +315,6 @@ TEST_F(Config, an_lrm_gets_the_first_section_that_names_it) {
       {"another LRM's settings do not stay", "[xa]\nlrm=L2\nserver=x\nproperties=CS_PACKETSIZE=1\n[xa]\nlrm=L1\n", 0,
        1, "|0|0|0", {}},
       {"names are case-sensitive", "[xa]\nlrm=l1\nserver=x\n", 0, 0, "|0|0|0", {error + "lrm name L1 not found"}},
-      {"not found, optional", "[xa]\nlrm=l1\nserver=x\n", XAPF_CFG_OPTIONAL, 1, "|0|0|0", {}},
       {"other sections are skipped", "[all]\nlrm=L1\nserver=x\n", XAPF_CFG_OPTIONAL, 1, "|0|0|0", {}},
       {"odd entries are ignored", "[xa]\nxaserver=1\nnonsense=1\nlrm=L1\n", 0, 1, "|0|0|0", {}},
       {"no LRM value", "[xa]\nlrm=\nlrm=L1\n", 0, 0, "|0|0|0", {error + "lrm invalid"}},
@@ -357,21 +338,16 @@ TEST_F(Config, an_lrm_gets_the_first_section_that_names_it) {
 }
 
 TEST_F(Config, reader_failures_fail_the_lookup_and_leave_no_reader_open) {
-  const std::string content = "[xa]\nlrm=L1\n";
-  int32_t result = -1;
-  common_fail_reader(1, 0);
-  EXPECT_EQ(lookup(content, &result), "stale|0|0|0");
-  EXPECT_EQ(result, 0);
-  common_fail_reader(2, 0);
-  lookup(content, &result);
-  EXPECT_EQ(result, 0);
-  const Lines log = take_log();
-  EXPECT_EQ(log.at(0).rfind("[xal_lrm_lookup] Error: Unable to open configuration file /", 0), 0U);
-  EXPECT_EQ(log.at(1), "[xal_lrm_lookup] Error: No xa section in xa_config file");
-  common_fail_reader(6, 0);
-  lookup(content, &result);
-  EXPECT_EQ(result, 0);
-  EXPECT_EQ(take_log(), Lines{"[xal_lrm_lookup] Error: Unable to close xa_config file"});
+  const std::pair<int32_t, const char *> cases[] = {{1, "[xal_lrm_lookup] Error: Unable to open configuration file /"},
+                                                    {2, "[xal_lrm_lookup] Error: No xa section in xa_config file"},
+                                                    {6, "[xal_lrm_lookup] Error: Unable to close xa_config file"}};
+  for (const auto &[nth, line] : cases) {
+    int32_t result = -1;
+    common_fail_reader(nth, 0);
+    lookup("[xa]\nlrm=L1\n", &result);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(take_log().at(0).rfind(line, 0), 0U) << line;
+  }
 }
 
 TEST_F(Config, without_a_file_the_personality_decides) {
@@ -385,24 +361,13 @@ TEST_F(Config, without_a_file_the_personality_decides) {
 }
 
 TEST_F(Config, file_names_fit_or_are_none) {
-  const std::string dir(1022, 'd');
   const std::string longest(1021, 'd');
-  const struct {
-    const char *dir1, *dir2, *dir3;
-    const char *expected;
-  } cases[] = {{"a", "b", "c", "a/b/c/f"},
-               {"a", nullptr, "c", "a/c/f"},
-               {nullptr, nullptr, nullptr, "f"},
-               {longest.c_str(), nullptr, nullptr, ""},
-               {dir.c_str(), nullptr, nullptr, nullptr}};
-  for (const auto &one : cases) {
-    char *made = xa_make_fname("f", one.dir1, one.dir2, one.dir3);
-    EXPECT_EQ(made == nullptr, one.expected == nullptr);
-    if (made != nullptr && one.expected[0] != '\0') {
-      EXPECT_STREQ(made, one.expected);
-    }
+  for (const std::string &dir : {std::string("a"), longest}) {
+    char *made = xa_make_fname("f", dir.c_str(), nullptr, nullptr);
+    EXPECT_EQ(made, dir + "/f");
     comn_free(made);
   }
+  EXPECT_EQ(xa_make_fname("f", (longest + "d").c_str(), nullptr, nullptr), nullptr);
   common_fail_allocation(1, 0);
   EXPECT_EQ(xa_make_fname("f", "a", nullptr, nullptr), nullptr);
 }

@@ -28,17 +28,6 @@ class Fetch : public Scene {
   XA_RESULTS results{};
 };
 
-TEST_F(Fetch, one_value_then_the_end) {
-  send_query({row(5)});
-  int32_t value = 0;
-  EXPECT_EQ(fetch_one(&value), CS_SUCCEED);
-  EXPECT_EQ(value, 5);
-  EXPECT_EQ(library().take_calls(), (Lines{"ct_res_info(cmd1, 803)", "ct_describe(cmd1, 1)",
-                                           "ct_bind(cmd1, 1, type 8 format 0 max 4 count 1)", "ct_fetch(cmd1)"}));
-  EXPECT_EQ(fetch_one(&value), CS_END_DATA);
-  EXPECT_EQ(take_log(), Lines{});
-}
-
 TEST_F(Fetch, failing_steps_of_one_value) {
   const struct {
     const char *operation;
@@ -61,14 +50,6 @@ TEST_F(Fetch, failing_steps_of_one_value) {
     const std::string prefix = "[xa__conn_fetch_1c1r] Error: xa__conn_fetch_1c1r: ";
     EXPECT_EQ(take_log(), one.message != nullptr ? Lines{prefix + one.message} : Lines{});
   }
-}
-
-TEST_F(Fetch, two_columns_are_not_one_value) {
-  send_query({table({{1, 2}})});
-  int32_t value = 7;
-  EXPECT_EQ(fetch_one(&value), CS_FAIL);
-  EXPECT_EQ(value, 7);
-  EXPECT_EQ(take_log(), Lines{"[xa__conn_fetch_1c1r] Error: xa__conn_fetch_1c1r: not one column (2)"});
 }
 
 TEST_F(Fetch, one_value_waits_out_a_busy_client_library) {

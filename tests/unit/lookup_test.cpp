@@ -37,10 +37,6 @@ class Lookup : public OpenScene {
   XA_CONNECTION *got = nullptr;
 };
 
-XID none() {
-  return make_xid(-1, "");
-}
-
 TEST_F(Lookup, priorities) {
   const XID x = branch();
   const XID y = other_branch();
@@ -57,8 +53,6 @@ TEST_F(Lookup, priorities) {
        {"con2 0 1234", "con1 1 2 held"}},
       {"a match wins over an earlier unused one", {{XCS_UNUSED, none()}, {XCS_UNUSED, x}}, 0x0E, x, XCRET_MATCH,
        {"con2 0 ffffffff", "con1 0 1234 held"}},
-      {"a match without an associated one", {{XCS_UNUSED, none()}, {XCS_SUSPEND, x}}, 0x1E, x, XCRET_MATCH,
-       {"con2 0 ffffffff", "con1 3 1234 held"}},
       {"the newest of two unused ones", {{XCS_UNUSED, y}, {XCS_UNUSED, none()}}, 0x0E, x, XCRET_CONN,
        {"con2 -1 2 held", "con1 0 ffffffff"}},
       {"busy ones are not unused", {{XCS_PREPARING, y}, {XCS_UNUSED, none()}}, 0x0C, x, XCRET_CONN, {"con2 103 2",
@@ -74,7 +68,6 @@ TEST_F(Lookup, priorities) {
       {"closed ones are purged", {{XCS_CLOSED, x}, {XCS_CLOSED, y}}, 0x02, x, XCRET_NOCONN, {}},
       {"closed ones behind the one found stay", {{XCS_UNUSED, none()}, {XCS_CLOSED, y}}, 0x04, x, XCRET_CONN,
        {"con2 -1 ffffffff held", "none 2 2"}},
-      {"nothing wanted, nothing found", {{XCS_UNUSED, none()}}, 0, x, XCRET_NOCONN, {"con1 0 ffffffff"}},
   };
   // clang-format on
   for (const auto &one : cases) {
@@ -120,14 +113,6 @@ TEST_F(Lookup, what_cannot_be_opened_is_an_xa_code_and_no_record) {
   EXPECT_EQ(xc_get(7, nullptr, &got, XCF_OPEN), XCRET_NOLRM);
 }
 
-TEST_F(Lookup, the_trace_shows_the_xid_asked_for) {
-  xacmn_log_tracing.store(XATR_RM);
-  xc_get(1, nullptr, &got, 0);
-  EXPECT_EQ(take_log(),
-            (Lines{"[xc_get] RM trace: Enter", "[xal_getlrm] RM trace: Enter",
-                   "[xc_get] RM trace: Return  retstat: 2101 ([XCRET_NOCONN -- No connection found])", "<nil>"}));
-}
-
 TEST_F(Lookup, a_reopened_record_keeps_place_and_branch) {
   open_connection();
   XA_CONNECTION *lost = set(XCS_ASSOC, branch(), 1);
@@ -145,8 +130,6 @@ TEST_F(Lookup, a_reopened_record_keeps_place_and_branch) {
   EXPECT_EQ(connections(), (Lines{"con2 0 ffffffff", "none 2 1234"}));
 }
 
-// ---- The registry ---------------------------------------------------------------------------------------------------
-
 using Registry = OpenScene;
 using Context = Scene;
 
@@ -157,9 +140,7 @@ TEST_F(Registry, a_second_open_with_other_values_is_refused) {
     const char *shown;
   } cases[] = {
       {"-NL1 -Usa -Ppw -Sbank -Lother.log", nullptr},
-      {"-NL2 -Usa -Ppw -Sbank", "LRM L2, SERVER bank, USER sa, Key "},
       {"-NL1 -Ujo -Ppw -Sbank", "LRM L1, SERVER bank, USER jo, Key "},
-      {"-NL1 -Usa -PPW -Sbank", "LRM L1, SERVER bank, USER sa, Key "},
       {"-NL1 -Usa -Ppw", "LRM L1, SERVER , USER sa, Key "},
   };
   XA_LRMINFO *opened = xal_getlrm(1);
@@ -170,14 +151,6 @@ TEST_F(Registry, a_second_open_with_other_values_is_refused) {
               one.shown == nullptr ? Lines{} : (Lines{mismatch, std::string("\t\t new: ").append(one.shown), ""}));
   }
   EXPECT_STREQ(opened->open_info, open_string);
-}
-
-TEST_F(Registry, the_configuration_names_the_server_that_the_open_string_leaves_out) {
-  strcpy(xa_config_file, file_with("[xa]\nlrm=L1\nserver=bank\n").c_str());
-  EXPECT_EQ(xal_addlrm(1, "-NL1 -Usa -Ppw"), xal_getlrm(1));
-  behave_as(XATM_TUX, 0);
-  EXPECT_EQ(xal_addlrm(2, "-NL7 -Sbank"), nullptr);
-  EXPECT_EQ(take_log(), Lines{"[xal_lrm_lookup] Error: lrm name L7 not found"});
 }
 
 TEST_F(Registry, identities_keep_their_own_records) {

@@ -56,7 +56,7 @@ TEST_F(Names, names_clamp_lengths_and_never_show_a_sign) {
       {"readiness probe", dtm_check_xid, "L", "ffffffff_00_00_:L"},
       {"smallest formatID", make_xid(INT32_MIN, "\x06"), "L", "80000000_1w__:L"},
       {"negative lengths", negative, "L1", "1234___:L1"},
-      {"lengths above 64", too_long, "L1",
+      {"lengths over 64", too_long, "L1",
        std::string("0_") + std::string(86, '0') + "_" + std::string(86, '0') + "_:L1"},
   };
   for (const auto &row : rows) {
@@ -64,16 +64,6 @@ TEST_F(Names, names_clamp_lengths_and_never_show_a_sign) {
   }
   const XID longest = make_xid(-1, std::string(64, 'x'), std::string(64, 'y'));
   EXPECT_EQ(name_of(longest, "1234567890123456789012345678901").size(), 215U);
-}
-
-TEST_F(Names, leftover_characters_give_the_whole_bytes_in_them) {
-  const std::pair<const char *, std::string> rows[] = {
-      {"", ""}, {"0", ""}, {"0g8", "\x01\x02"}, {"0g83", "\x01\x02\x03"}, {"1w", "\x06"}, {"0g831", "\x01\x02\x03"}};
-  for (const auto &[characters, bytes] : rows) {
-    char out[100];
-    EXPECT_EQ(xa__dtm_decode(characters, out), static_cast<int32_t>(bytes.size())) << characters;
-    EXPECT_EQ(std::string(out, bytes.size()), bytes) << characters;
-  }
 }
 
 TEST_F(Names, characters_outside_the_alphabet_do_not_decode) {
