@@ -9,179 +9,160 @@
 
 namespace {
 
-// Where a fetch's blocks come from. What the caller gets comes from the heap; the check for a further row, whose result
-// nobody sees, uses a little room on the stack, and the heap for what does not fit.
-struct HeapBlocks {
-  static void *take(size_t size) { return comn_malloc(size); }
-  static void give(void *block) { comn_free(block); }
-};
-
-class StackBlocks {
- public:
-  void *take(size_t size) {
-    const size_t rounded = (size + alignof(void *) - 1) & ~(alignof(void *) - 1);
-    if (rounded > static_cast<size_t>(room_ + sizeof room_ - free_)) {
-      return comn_malloc(size);
-    }
-    char *block = free_;
-    free_ += rounded;
-    return block;
+// The four arrays of a descriptor lie in one block, which begins with the formats.
+bool allocate_arrays(XA_RESULTS &results) {
+  static_assert(sizeof(QLT_FORMAT) % alignof(char *) == 0);
+  const auto columns = static_cast<size_t>(results.res_ncols);
+  const size_t size = columns * (sizeof(QLT_FORMAT) + sizeof(char *) + 2 * sizeof(int32_t *));
+  void *block = comn_malloc(size);
+  if (block == nullptr) {
+    return false;
   }
-  void give(void *block) const {
-    if (block < room_ || block >= room_ + sizeof room_) {
-      comn_free(block);
-    }
-  }
-
- private:
-  alignas(void *) char room_[320];
-  char *free_ = room_;
-};
-
-// Frees what a fetch allocated and empties the descriptor, but for the rows wanted.
-template <typename Blocks>
-int32_t free_results(Blocks &blocks, XA_RESULTS &results) {
-  const TraceScope trace("xa__conn_free_results", TRACE_CONN);
-  if (results.res_fmts != nullptr) {
-    for (int32_t column = 0; column < results.res_ncols; ++column) {
-      if (results.res_data[column] != nullptr) {
-        blocks.give(results.res_data[column]);
-      }
-    }
-    blocks.give(results.res_fmts);
-  }
-  XA_RESULTS emptied{};
-  emptied.res_rows = results.res_rows;
-  results = emptied;
-  return trace.cs(CS_SUCCEED);
+  memset(block, 0, size);
+  results.res_fmts = static_cast<QLT_FORMAT *>(block);
+  results.res_data = reinterpret_cast<char **>(results.res_fmts + columns);
+  results.res_lens = reinterpret_cast<int32_t **>(results.res_data + columns);
+  results.res_inds = results.res_lens + columns;
+  return true;
 }
 
-// One fetch's columns: their arrays, buffers and bindings. The four arrays of the descriptor lie in one block, which
-// begins with the formats.
-template <typename Blocks>
-class ColumnBinder {
- public:
-  ColumnBinder(Blocks &blocks, QLT_COMMAND *command, XA_RESULTS &results, int32_t rows)
-      : blocks_(blocks), command_(command), results_(results), rows_(rows) {}
-
-  int32_t bind_all() {
-    if (!allocate_arrays()) {
-      return CS_MEM_ERROR;
-    }
-    for (int32_t column = 0; column < results_.res_ncols; ++column) {
-      const int32_t bound = bind(column);
-      if (bound != CS_SUCCEED) {
-        unbind();
-        return bound;
-      }
-    }
-    return CS_SUCCEED;
+// Gives a column its data buffer, lengths and indicators, in one block that begins with the data; a null value leaves
+// its place in the data zero. False when memory is short, or the length is none that a column can have.
+bool allocate_column(XA_RESULTS &results, int32_t column, int32_t maxlen, int32_t rows) {
+  if (maxlen < 0) {
+    return false;
   }
-
- private:
-  static_assert(sizeof(QLT_FORMAT) % alignof(char *) == 0);
-
-  // A fetch that failed leaves nothing allocated, and the counts as they stood.
-  void unbind() {
-    const int32_t columns = results_.res_ncols;
-    const int32_t rowsread = results_.res_rowsread;
-    free_results(blocks_, results_);
-    results_.res_ncols = columns;
-    results_.res_rowsread = rowsread;
+  const auto count = static_cast<size_t>(rows);
+  const size_t data_size = (static_cast<size_t>(maxlen) * count + sizeof(int32_t) - 1) & ~(sizeof(int32_t) - 1);
+  const size_t size = data_size + 2 * count * sizeof(int32_t);
+  auto *block = static_cast<char *>(comn_malloc(size));
+  if (block == nullptr) {
+    return false;
   }
+  memset(block, 0, size);
+  auto *words = reinterpret_cast<int32_t *>(block + data_size);
+  results.res_data[column] = block;
+  results.res_lens[column] = words;
+  results.res_inds[column] = words + count;
+  return true;
+}
 
-  bool allocate_arrays() {
-    const auto columns = static_cast<size_t>(results_.res_ncols);
-    const size_t size = columns * (sizeof(QLT_FORMAT) + sizeof(char *) + 2 * sizeof(int32_t *));
-    void *block = blocks_.take(size);
-    if (block == nullptr) {
-      return false;
-    }
-    memset(block, 0, size);
-    results_.res_fmts = static_cast<QLT_FORMAT *>(block);
-    results_.res_data = reinterpret_cast<char **>(results_.res_fmts + columns);
-    results_.res_lens = reinterpret_cast<int32_t **>(results_.res_data + columns);
-    results_.res_inds = results_.res_lens + columns;
-    return true;
+// Describes a column (counted from 0 here, from 1 by the client library) and binds it to buffers for rows rows.
+int32_t bind_column(QLT_COMMAND *command, XA_RESULTS &results, int32_t column, int32_t rows) {
+  QLT_FORMAT &format = results.res_fmts[column];
+  const int32_t described = ct_describe(command, column + 1, &format);
+  if (described != CS_SUCCEED) {
+    return described;
   }
-
-  // Gives a column its data buffer, lengths and indicators, in one block that begins with the data; a null value leaves
-  // its place in the data zero. False when memory is short, or the length is none that a column can have.
-  bool allocate(int32_t column, int32_t maxlen) {
-    if (maxlen < 0) {
-      return false;
-    }
-    const auto rows = static_cast<size_t>(rows_);
-    const size_t data_size = (static_cast<size_t>(maxlen) * rows + sizeof(int32_t) - 1) & ~(sizeof(int32_t) - 1);
-    const size_t size = data_size + 2 * rows * sizeof(int32_t);
-    auto *block = static_cast<char *>(blocks_.take(size));
-    if (block == nullptr) {
-      return false;
-    }
-    memset(block, 0, size);
-    auto *words = reinterpret_cast<int32_t *>(block + data_size);
-    results_.res_data[column] = block;
-    results_.res_lens[column] = words;
-    results_.res_inds[column] = words + rows;
-    return true;
+  format.fmt_name[sizeof format.fmt_name - 1] = '\0';
+  format.fmt_count = rows;
+  if (!allocate_column(results, column, format.fmt_maxlen, rows)) {
+    return CS_MEM_ERROR;
   }
+  return ct_bind(command, column + 1, &format, results.res_data[column], results.res_lens[column],
+                 results.res_inds[column]);
+}
 
-  // Describes a column (counted from 0 here, from 1 by the client library) and binds it.
-  int32_t bind(int32_t column) {
-    QLT_FORMAT &format = results_.res_fmts[column];
-    const int32_t described = ct_describe(command_, column + 1, &format);
-    if (described != CS_SUCCEED) {
-      return described;
-    }
-    format.fmt_name[sizeof format.fmt_name - 1] = '\0';
-    format.fmt_count = rows_;
-    if (!allocate(column, format.fmt_maxlen)) {
-      return CS_MEM_ERROR;
-    }
-    return ct_bind(command_, column + 1, &format, results_.res_data[column], results_.res_lens[column],
-                   results_.res_inds[column]);
+// Binds every column; on a failure everything is freed and the counts stand as they did.
+int32_t bind_columns(QLT_COMMAND *command, XA_RESULTS &results, int32_t rows) {
+  if (!allocate_arrays(results)) {
+    return CS_MEM_ERROR;
   }
+  const int32_t columns = results.res_ncols;
+  for (int32_t column = 0; column < columns; ++column) {
+    const int32_t bound = bind_column(command, results, column, rows);
+    if (bound != CS_SUCCEED) {
+      const int32_t rowsread = results.res_rowsread;
+      xa__conn_free_results(&results);
+      results.res_ncols = columns;
+      results.res_rowsread = rowsread;
+      return bound;
+    }
+  }
+  return CS_SUCCEED;
+}
 
-  Blocks &blocks_;
-  QLT_COMMAND *command_;
-  XA_RESULTS &results_;
-  int32_t rows_;
-};
-
-// Binds the current result and fetches its first batch of rows; the descriptor's pointers are null.
-template <typename Blocks>
-int32_t fetch_batch(const TraceScope &trace, Blocks &blocks, QLT_COMMAND *command, XA_RESULTS &results, int32_t rows) {
-  int32_t ret = ct_res_info(command, QLT_NUM_COLUMNS, &results.res_ncols, QLT_UNUSED, nullptr);
+// Reads the number of columns of the current result; CS_FAIL when it has none.
+int32_t count_columns(const TraceScope &trace, QLT_COMMAND *command, int32_t &columns) {
+  const int32_t ret = ct_res_info(command, QLT_NUM_COLUMNS, &columns, QLT_UNUSED, nullptr);
   if (ret != CS_SUCCEED) {
-    results.res_ncols = 0;
+    columns = 0;
     trace.error()("fetch_data: res_info failed");
     return ret;
   }
-  if (results.res_ncols <= 0) {
+  if (columns <= 0) {
     trace.error()("fetch_data: no cols!");
     return CS_FAIL;
   }
-  ret = ColumnBinder<Blocks>(blocks, command, results, rows).bind_all();
-  if (ret != CS_SUCCEED) {
-    return ret;
+  return CS_SUCCEED;
+}
+
+// Binds the result's columns and fetches a batch of rows; res_ncols is set and the pointers are null.
+int32_t fetch_batch(QLT_COMMAND *command, XA_RESULTS &results, int32_t rows) {
+  const int32_t bound = bind_columns(command, results, rows);
+  if (bound != CS_SUCCEED) {
+    return bound;
   }
   return ct_fetch(command, QLT_UNUSED, QLT_UNUSED, QLT_UNUSED, &results.res_rowsread);
 }
 
+constexpr int32_t short_value = 64;
+
+// Fetches one more row of a result with a single column. Nobody looks at the row, so a short value goes to the stack.
+int32_t fetch_further_value(QLT_COMMAND *command) {
+  QLT_FORMAT format{};
+  const int32_t described = ct_describe(command, 1, &format);
+  if (described != CS_SUCCEED) {
+    return described;
+  }
+  if (format.fmt_maxlen < 0) {
+    return CS_MEM_ERROR;
+  }
+  char value[short_value];
+  char *data = format.fmt_maxlen <= short_value
+                   ? value
+                   : static_cast<char *>(comn_malloc(static_cast<size_t>(format.fmt_maxlen)));
+  if (data == nullptr) {
+    return CS_MEM_ERROR;
+  }
+  format.fmt_count = 1;
+  int32_t length = 0;
+  int32_t indicator = 0;
+  int32_t rows = 0;
+  int32_t ret = ct_bind(command, 1, &format, data, &length, &indicator);
+  if (ret == CS_SUCCEED) {
+    ret = ct_fetch(command, QLT_UNUSED, QLT_UNUSED, QLT_UNUSED, &rows);
+  }
+  if (data != value) {
+    comn_free(data);
+  }
+  return ret;
+}
+
+// What it allocated, when the result has several columns, stays in the descriptor.
+int32_t fetch_further_row(QLT_COMMAND *command, XA_RESULTS &scratch) {
+  const TraceScope trace("xa__conn_fetch_data", TRACE_CONN);
+  int32_t columns = 0;
+  const int32_t counted = count_columns(trace, command, columns);
+  if (counted != CS_SUCCEED) {
+    return trace.cs(counted);
+  }
+  if (columns == 1) {
+    return trace.cs(fetch_further_value(command));
+  }
+  scratch.res_ncols = columns;
+  return trace.cs(fetch_batch(command, scratch, 1));
+}
+
 // Makes sure that no further row follows: CS_END_DATA. Otherwise the command's results are cancelled.
 int32_t check_no_more_rows(QLT_COMMAND *command) {
-  StackBlocks blocks;
   XA_RESULTS scratch{};
-  int32_t ret;
-  {
-    const TraceScope trace("xa__conn_fetch_data", TRACE_CONN);
-    ret = trace.cs(fetch_batch(trace, blocks, command, scratch, 1));
-  }
+  const ResultsScope scope(scratch);
+  const int32_t ret = fetch_further_row(command, scratch);
   if (ret != CS_END_DATA) {
     // The caller learns of the further rows by the code; a failing cancel adds nothing to it.
     static_cast<void>(ct_cancel(nullptr, command, CS_CANCEL_ALL));
   }
-  free_results(blocks, scratch);
   return ret;
 }
 
@@ -235,9 +216,10 @@ int32_t xa__conn_fetch_data(QLT_COMMAND *command, XA_RESULTS *results) {
   results->res_data = nullptr;
   results->res_lens = nullptr;
   results->res_inds = nullptr;
-  HeapBlocks blocks;
-  const int32_t rows = results->res_rows > 0 ? results->res_rows : 1;
-  const int32_t ret = fetch_batch(trace, blocks, command, *results, rows);
+  int32_t ret = count_columns(trace, command, results->res_ncols);
+  if (ret == CS_SUCCEED) {
+    ret = fetch_batch(command, *results, results->res_rows > 0 ? results->res_rows : 1);
+  }
   if (ret != CS_SUCCEED || results->res_rows <= 0) {
     return trace.cs(ret);
   }
@@ -245,8 +227,19 @@ int32_t xa__conn_fetch_data(QLT_COMMAND *command, XA_RESULTS *results) {
 }
 
 int32_t xa__conn_free_results(XA_RESULTS *results) {
-  HeapBlocks blocks;
-  return free_results(blocks, *results);
+  const TraceScope trace("xa__conn_free_results", TRACE_CONN);
+  if (results->res_fmts != nullptr) {
+    for (int32_t column = 0; column < results->res_ncols; ++column) {
+      if (results->res_data[column] != nullptr) {
+        comn_free(results->res_data[column]);
+      }
+    }
+    comn_free(results->res_fmts);
+  }
+  XA_RESULTS emptied{};
+  emptied.res_rows = results->res_rows;
+  *results = emptied;
+  return trace.cs(CS_SUCCEED);
 }
 
 int32_t xa__conn_discard_results(QLT_COMMAND *command) {
