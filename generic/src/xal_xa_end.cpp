@@ -30,6 +30,18 @@ VerbStep refuse(const EndCall &call) {
   return VerbStep::end(XAER_PROTO);
 }
 
+// What a lookup means that neither found the branch nor could look: here every failure to open a connection counts.
+VerbStep lookup_failed(const EndCall &call, int32_t found) {
+  if (found == XCRET_NOLRM) {
+    return VerbStep::end(XAER_INVAL);
+  }
+  if (xc_handed_out(found)) {
+    xc_release(call.conn);
+  }
+  verb_close_rm(call.rmid);
+  return VerbStep::end(XAER_RMFAIL);
+}
+
 // A suspend needs a connection with the branch; without one the server says what is wrong.
 VerbStep find_to_suspend(EndCall &call) {
   const int32_t found = xc_get(call.rmid, call.xid, &call.conn, XCF_MATCH);
@@ -43,14 +55,7 @@ VerbStep find_to_suspend(EndCall &call) {
     }
     return VerbStep::end(checked);
   }
-  if (found == XCRET_NOLRM) {
-    return VerbStep::end(XAER_INVAL);
-  }
-  if (xc_handed_out(found)) {
-    xc_release(call.conn);
-  }
-  verb_close_rm(call.rmid);
-  return VerbStep::end(XAER_RMFAIL);
+  return lookup_failed(call, found);
 }
 
 VerbStep find_to_finish(EndCall &call) {
@@ -64,14 +69,7 @@ VerbStep find_to_finish(EndCall &call) {
     verb_free(call.conn);
     return VerbStep::end(checked);
   }
-  if (found == XCRET_NOLRM) {
-    return VerbStep::end(XAER_INVAL);
-  }
-  if (xc_handed_out(found)) {
-    xc_release(call.conn);
-  }
-  verb_close_rm(call.rmid);
-  return VerbStep::end(XAER_RMFAIL);
+  return lookup_failed(call, found);
 }
 
 // ---- Ending it ------------------------------------------------------------------------------------------------------

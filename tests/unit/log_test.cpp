@@ -4,7 +4,6 @@
 
 #include <cstring>
 #include <fstream>
-#include <functional>
 #include <regex>
 #include <sstream>
 

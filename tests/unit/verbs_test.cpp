@@ -276,6 +276,16 @@ TEST_F(Verbs, the_next_verb_finds_the_connection_of_the_branch) {
   EXPECT_EQ(connections(), (Lines{"con2 0 ffffffff", "con1 0 1234"}));
 }
 
+TEST_F(Verbs, a_scan_keeps_its_connection_until_the_end_flag) {
+  XID xids[2];
+  const Reply three{rows({x_name, x_name, x_name}), status(0)};
+  library().replies = {three, three};
+  EXPECT_EQ(xa_recover(xids, 2, 1, TMSTARTRSCAN), 2);
+  EXPECT_EQ(connections(), Lines{"con1 108 ffffffff"});
+  EXPECT_EQ(xa_recover(xids, 2, 1, TMSTARTRSCAN | TMENDRSCAN), 2);
+  EXPECT_EQ(connections(), Lines{"con1 0 ffffffff"});
+}
+
 TEST_F(Verbs, close_stops_at_the_first_live_branch) {
   set(XCS_ASSOC, x);
   open_connection();
