@@ -288,7 +288,8 @@ int32_t xa__dtm_rpc(XA_CONNECTION *conn, int32_t code, const XID *xid, int32_t s
   }
   const bool forced = operation->forces_attach && personality_has(XAPF_FORCE_ATTACH);
   const int32_t options = operation->options + (forced ? forced_attach_options : 0);
-  int32_t ret = ct_command(conn->xc_cmd, QLT_RPC_COMMAND, operation->procedure, QLT_NULLTERM, QLT_NO_RECOMPILE);
+  QLT_COMMAND *const command = conn->xc_cmd;
+  int32_t ret = ct_command(command, QLT_RPC_COMMAND, operation->procedure, QLT_NULLTERM, QLT_NO_RECOMPILE);
   if (ret != CS_SUCCEED) {
     trace.error()("ct_command failed");
     return trace.cs(ret);
@@ -296,23 +297,23 @@ int32_t xa__dtm_rpc(XA_CONNECTION *conn, int32_t code, const XID *xid, int32_t s
   int32_t mode = 0;  // stands until the request is sent, as all its parameters do
   const char *branch = "";
   if (xid != nullptr) {
-    int32_t length = 0;
-    branch = xa__dtm_branch_name(conn, xid, &length);
-    ret = ct_param(conn->xc_cmd, &name_format, branch, length, QLT_UNUSED);
+    xa__dtm_name_branch(conn, xid);
+    branch = conn->xc_name;
+    ret = ct_param(command, &name_format, branch, conn->xc_name_length, QLT_UNUSED);
     if (ret != CS_SUCCEED) {
       trace.error()("xa__dtm_rpc: ct_param failed");
       return trace.cs(ret);
     }
   }
   if (code == DTM_BEGIN) {
-    ret = mode_param(trace, conn->xc_cmd, mode);
+    ret = mode_param(trace, command, mode);
     if (ret != CS_SUCCEED) {
       return trace.cs(ret);
     }
   }
-  ret = integer_param(conn->xc_cmd, status_format, status);
+  ret = integer_param(command, status_format, status);
   if (ret == CS_SUCCEED) {
-    ret = integer_param(conn->xc_cmd, flags_format, options);
+    ret = integer_param(command, flags_format, options);
   }
   if (ret != CS_SUCCEED) {
     return trace.cs(ret);
@@ -320,7 +321,7 @@ int32_t xa__dtm_rpc(XA_CONNECTION *conn, int32_t code, const XID *xid, int32_t s
   if (tracing(XATR_EVENT)) {
     trace.event()("xid: %s sent with rpc: %s with flag: %d, status %d", branch, operation->procedure, options, status);
   }
-  if (ct_send(conn->xc_cmd) != CS_SUCCEED) {
+  if (ct_send(command) != CS_SUCCEED) {
     trace.error()("xa__dtm_rpc: ct_send failed");
     return trace.cs(CS_FAIL);
   }
@@ -329,20 +330,21 @@ int32_t xa__dtm_rpc(XA_CONNECTION *conn, int32_t code, const XID *xid, int32_t s
 
 int32_t xa__dtm_process_results(XA_CONNECTION *conn) {
   const TraceScope trace("xa__dtm_process_results", TRACE_CONN);
+  QLT_COMMAND *const command = conn->xc_cmd;
   DtmReply reply;
+  int32_t type = 0;
   while (!reply.stop) {
-    int32_t type = 0;
-    reply.code = dtm_results_paused(conn->xc_cmd, &type);
+    reply.code = dtm_results_paused(command, &type);
     if (reply.code != CS_SUCCEED) {
       break;
     }
     if (tracing(XATR_MISC)) {
       trace.misc()("ctresult -> %d, type %d", reply.code, type);
     }
-    handle_result(trace, conn->xc_cmd, type, reply);
+    handle_result(trace, command, type, reply);
   }
   if (reply.stop) {
-    dtm_cancel_paused(conn->xc_cmd);
+    dtm_cancel_paused(command);
   }
   condense(reply, conn);
   const int32_t ret = reply_code(reply, conn);

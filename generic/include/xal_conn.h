@@ -94,12 +94,15 @@ inline bool xc_handed_out(int32_t result) {
 // ---- XIDs ----------------------------------------------------------------------------------------------------------
 
 inline int32_t xid_clamped(int32_t length) {
-  return length < 0 ? 0 : (length > 64 ? 64 : length);
+  const bool as_it_is = static_cast<uint32_t>(length) <= 64;
+  return __builtin_expect(as_it_is ? 1 : 0, 1) != 0 ? length : (length < 0 ? 0 : 64);
 }
-// The bytes of an XID that count: header and data, each length clamped to 0 to 64.
+// The bytes of an XID's data that count, each length clamped to 0 to 64; with the header in the second.
+inline size_t xid_data_size(const XID &xid) {
+  return static_cast<size_t>(xid_clamped(xid.gtrid_length) + xid_clamped(xid.bqual_length));
+}
 inline size_t xid_size(const XID &xid) {
-  return offsetof(XID, data) + static_cast<size_t>(xid_clamped(xid.gtrid_length)) +
-         static_cast<size_t>(xid_clamped(xid.bqual_length));
+  return offsetof(XID, data) + xid_data_size(xid);
 }
 // Copies the bytes that count; nothing else of the target is touched, nothing else of the source is read.
 inline void xid_copy(XID &to, const XID &from) {
@@ -208,7 +211,8 @@ int32_t xc_set_values(XA_CONNECTION *conn, const XA_SETTING *list, uint32_t mask
 // ---- Fetching -------------------------------------------------------------------------------------------------------
 
 // A fetched result. The caller sets res_rows and frees the rest with xa__conn_free_results, whatever the fetch said.
-// The arrays share one heap block, which res_fmts begins, and each column's buffers another, which its res_data begins.
+// The arrays share one heap block, which res_fmts begins, and each column's buffers another, which its res_data begins;
+// a single column's short buffers lie in the first.
 struct XA_RESULTS {
   int32_t res_rows;
   int32_t res_rowsread;

@@ -53,8 +53,8 @@ int32_t xa__dtm_encode(const void *bytes, int32_t count, char *out);
 char *xa__dtm_encode_xid(const XID *xid, const char *lrm_name, char *out);
 // The bytes of a zero-terminated encoded text into out; their number, or -1 for a character outside the alphabet.
 int32_t xa__dtm_decode(const char *text, char *out);
-// The connection's branch name for xid, encoded only when it is not the one already there; *length gets its length.
-const char *xa__dtm_branch_name(XA_CONNECTION *conn, const XID *xid, int32_t *length);
+// Makes the connection's branch name (xc_name, xc_name_length) stand for xid, encoding it when it does not yet.
+void xa__dtm_name_branch(XA_CONNECTION *conn, const XID *xid);
 
 // ---- Requests -------------------------------------------------------------------------------------------------------
 

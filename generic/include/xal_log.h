@@ -83,37 +83,37 @@ inline constexpr TraceCategory TRACE_NONE{0, XALOG_MISC};  // only names the fun
 // Every return of a traced function passes its result through one of the returning members.
 class TraceScope {
  public:
-  TraceScope(const char *function, TraceCategory category, int32_t line = __builtin_LINE())
+  [[gnu::always_inline]] TraceScope(const char *function, TraceCategory category, int32_t line = __builtin_LINE())
       : function_(function), type_(category.type), entered_(category.bits != 0 && tracing(category.bits)) {
     if (entered_) {
-      write("Enter", line);
+      write(function_, "Enter", line, type_);
     }
   }
 
   bool entered() const { return entered_; }
 
   // The result as an XA code, a client-library code or a hexadecimal value; each returns its argument.
-  int32_t xa(int32_t code, int32_t line = __builtin_LINE()) const {
+  [[gnu::always_inline]] int32_t xa(int32_t code, int32_t line = __builtin_LINE()) const {
     if (entered_) {
-      write(xacmn_log_xareturn(code), line);
+      write(function_, xacmn_log_xareturn(code), line, type_);
     }
     return code;
   }
-  int32_t cs(int32_t code, int32_t line = __builtin_LINE()) const {
+  [[gnu::always_inline]] int32_t cs(int32_t code, int32_t line = __builtin_LINE()) const {
     if (entered_) {
-      write(xacmn_log_csreturn(code), line);
+      write(function_, xacmn_log_csreturn(code), line, type_);
     }
     return code;
   }
-  int32_t hex(int32_t value, int32_t line = __builtin_LINE()) const {
+  [[gnu::always_inline]] int32_t hex(int32_t value, int32_t line = __builtin_LINE()) const {
     if (entered_) {
-      write(xacmn_log_hexreturn(value), line);
+      write(function_, xacmn_log_hexreturn(value), line, type_);
     }
     return value;
   }
-  void nothing(int32_t line = __builtin_LINE()) const {
+  [[gnu::always_inline]] void nothing(int32_t line = __builtin_LINE()) const {
     if (entered_) {
-      write("return: Void", line);
+      write(function_, "return: Void", line, type_);
     }
   }
 
@@ -135,7 +135,10 @@ class TraceScope {
   }
 
  private:
-  [[gnu::cold]] void write(const char *text, int32_t line) const { xalog_msg(function_, text, line, type_); }
+  // Takes copies, so that an untraced scope needs no place in memory.
+  [[gnu::cold, gnu::noinline]] static void write(const char *function, const char *text, int32_t line, int32_t type) {
+    xalog_msg(function, text, line, type);
+  }
 
   const char *function_;
   int32_t type_;

@@ -58,25 +58,33 @@ class EntryLine {
 // The trace scope of a verb: writes the entry line after "Enter", and reports failures with it.
 class VerbScope {
  public:
-  VerbScope(const char *function, EntryLine entry, int32_t line = __builtin_LINE())
+  [[gnu::always_inline]] VerbScope(const char *function, EntryLine entry, int32_t line = __builtin_LINE())
       : trace_(function, TRACE_XA, line), function_(function), entry_(entry) {
     if (trace_.entered()) {
-      xalog_msg(function_, entry_.text(), line, XALOG_XA);
+      show(function, entry, line);
     }
   }
 
   // The result, written as an error when it is negative, and traced.
-  int32_t reported(int32_t code, int32_t line = __builtin_LINE()) const {
+  [[gnu::always_inline]] int32_t reported(int32_t code, int32_t line = __builtin_LINE()) const {
     if (code < 0) {
-      trace_.error(line)("Return %s\n%s", xacmn_log_xareturn(code), entry_.text());
+      report(function_, entry_, code, line);
     }
     return trace_.xa(code, line);
   }
   // The result, only traced.
   int32_t traced(int32_t code, int32_t line = __builtin_LINE()) const { return trace_.xa(code, line); }
-  const TraceScope &trace() const { return trace_; }
+  TraceScope trace() const { return trace_; }
 
  private:
+  // Both take copies, so that an untraced verb that succeeds needs no place in memory for its scope.
+  [[gnu::cold, gnu::noinline]] static void show(const char *function, EntryLine entry, int32_t line) {
+    xalog_msg(function, entry.text(), line, XALOG_XA);
+  }
+  [[gnu::cold, gnu::noinline]] static void report(const char *function, EntryLine entry, int32_t code, int32_t line) {
+    LogLine(function, XALOG_ERROR, line)("Return %s\n%s", xacmn_log_xareturn(code), entry.text());
+  }
+
   TraceScope trace_;
   const char *function_;
   EntryLine entry_;

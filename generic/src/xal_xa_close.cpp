@@ -18,7 +18,7 @@ bool branch_is_live(XA_CONNECTION *conn) {
   return xa__dtm_status(conn, &conn->xc_xid) == XA_OK && conn->transtat == DTM_STATE_ATTACHED;
 }
 
-// The branch that was ended last, and its connection. When the two are met again, the end did not help.
+// The branch whose end failed last, and its connection. When the two are met again, ending once more would not help.
 struct EndedBranch {
   const XA_CONNECTION *conn = nullptr;
   XID xid = {};
@@ -38,8 +38,10 @@ bool close_one(XA_CONNECTION *conn, int32_t rmid, EndedBranch &ended) {
     }
     ended = {conn, conn->xc_xid};
     xc_release(conn);
-    // Whatever came of it, the next round closes the connection.
-    static_cast<void>(xa_end(&ended.xid, rmid, TMSUCCESS));
+    // Whatever came of it, the next round closes the connection, unless another thread has it joined anew by then.
+    if (xa_end(&ended.xid, rmid, TMSUCCESS) == XA_OK) {
+      ended.conn = nullptr;
+    }
     return true;
   }
   if (ended.conn == conn) {

@@ -14,7 +14,7 @@ constexpr int32_t no_error = XA_OK;
 
 // One xa_end call.
 struct EndCall {
-  const TraceScope &trace;
+  TraceScope trace;
   const XID *xid;
   int32_t rmid;
   int32_t flags;

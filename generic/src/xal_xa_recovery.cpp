@@ -22,10 +22,13 @@ int32_t scan(XID *xids, int32_t count, int32_t rmid, int32_t flags, XA_CONNECTIO
   return xa__dtm_recover(*conn, xids, count, flags);
 }
 
-// The scan goes on after a batch that was filled, unless the caller ends it.
+// The scan goes on after a batch that was filled, unless the caller ends it. A connection that keeps a scan forgets the
+// branch it last completed: that branch's next request must not end the scan, and may put it on another connection.
 void settle_scan(XA_CONNECTION *conn, int32_t ret, int32_t count, int32_t flags) {
   if ((flags & TMENDRSCAN) != 0 || ret < count) {
     conn->xc_state = XCS_UNUSED;
+  } else {
+    conn->xc_xid.formatID = -1;
   }
   xc_release(conn);
 }

@@ -20,7 +20,7 @@ constexpr uint32_t join_wait = 2;
 
 // One xa_start call.
 struct StartCall {
-  const TraceScope &trace;
+  TraceScope trace;
   const XID *xid;
   int32_t rmid;
   int32_t flags;
@@ -269,23 +269,22 @@ int32_t publish(const StartCall &call, int32_t ret) {
 
 // The single exit of the passing state XCS_STARTING.
 void settle(StartCall &call, int32_t ret) {
-  XID branch{};
-  const bool remains = call.conn != nullptr;
-  if (remains) {
-    if (ret == XA_OK) {
-      call.conn->xc_state = XCS_ASSOC;
-      branch = call.conn->xc_xid;
-      xc_release(call.conn);
-    } else {
-      call.conn->xc_xid.formatID = -1;
-      branch = call.conn->xc_xid;
-      verb_free(call.conn);
-    }
+  XID branch;
+  const bool shown = call.conn != nullptr && tracing(XATR_EVENT | XATR_VERBOSE);
+  if (shown) {
+    branch = call.conn->xc_xid;
+    branch.formatID = ret == XA_OK ? branch.formatID : -1;
+  }
+  if (call.conn != nullptr && ret == XA_OK) {
+    call.conn->xc_state = XCS_ASSOC;
+    xc_release(call.conn);
+  } else if (call.conn != nullptr) {
+    verb_free(call.conn);
   }
   if (ret == XAER_RMFAIL) {
     verb_close_rm(call.rmid);
   }
-  if (remains && tracing(XATR_EVENT | XATR_VERBOSE)) {
+  if (shown) {
     call.trace.progress()("xa_start: done, XID %s", xacmn_log_dump_xid(&branch));
   }
 }

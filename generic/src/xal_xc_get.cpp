@@ -78,17 +78,14 @@ struct Walk {
   XA_CONNECTION *candidate = nullptr;
 };
 
-// A connection with an open scan still keeps the XID of the branch it last completed, but that branch's next request
-// must not end the scan: it is no match before the scan is over.
 bool is_match(const Walk &walk, const XA_CONNECTION *conn) {
-  return (walk.flags & XCF_MATCH) != 0 && walk.xid != nullptr && xid_equal(*walk.xid, conn->xc_xid) &&
-         conn->xc_state != XCS_RECOVER;
+  return (walk.flags & XCF_MATCH) != 0 && walk.xid != nullptr && xid_equal(*walk.xid, conn->xc_xid);
 }
 
 // Looks at one live record: a result when it ends the walk, -1 to go on, look_again to start over.
 constexpr int32_t go_on = -1;
 int32_t visit(Walk &walk, XA_LRMINFO *lrm, XA_CONNECTION *conn, XA_CONNECTION **out) {
-  const int32_t state_result = wanted_state(conn, walk.flags);
+  const int32_t state_result = (walk.flags & by_state) != 0 ? wanted_state(conn, walk.flags) : 0;
   if (held(conn)) {
     const bool looked_for = state_result != 0 || is_match(walk, conn);
     return looked_for && held_elsewhere(conn) ? look_again : go_on;
@@ -153,7 +150,7 @@ int32_t settle(const Walk &walk, XA_LRMINFO *lrm, XA_CONNECTION **out) {
   return XCRET_NOCONN;
 }
 
-int32_t search(int32_t rmid, const XID *xid, XA_CONNECTION **out, uint32_t flags) {
+[[gnu::always_inline]] inline int32_t search(int32_t rmid, const XID *xid, XA_CONNECTION **out, uint32_t flags) {
   XA_LRMINFO *lrm = xal_getlrm(rmid);
   if (lrm == nullptr) {
     return XCRET_NOLRM;
@@ -188,11 +185,8 @@ void xc_wait_briefly() {
 }
 
 bool xid_equal(const XID &left, const XID &right) {
-  if (left.formatID != right.formatID || left.formatID == -1) {
-    return false;
-  }
-  const size_t size = xid_size(left);
-  return size == xid_size(right) && memcmp(&left, &right, size) == 0;
+  return left.formatID == right.formatID && left.formatID != -1 && left.gtrid_length == right.gtrid_length &&
+         left.bqual_length == right.bqual_length && memcmp(left.data, right.data, xid_data_size(left)) == 0;
 }
 
 void xc_hold(XA_CONNECTION *conn) {
@@ -253,10 +247,9 @@ void xc_assert_settled([[maybe_unused]] int32_t rmid) {
 int32_t xc_get(int32_t rmid, const XID *xid, XA_CONNECTION **out, uint32_t flags) {
   const TraceScope trace("xc_get", TRACE_RM);
   *out = nullptr;
-  int32_t result = search(rmid, xid, out, flags);
-  while (result == look_again) {
+  int32_t result = look_again;
+  while ((result = search(rmid, xid, out, flags)) == look_again) {
     xc_wait_briefly();
-    result = search(rmid, xid, out, flags);
   }
   if (trace.entered()) {
     trace.detail(0, XALOG_RM)("Return %s\n%s", xacmn_log_xareturn(result), xacmn_log_dump_xid(xid));

@@ -46,6 +46,11 @@ const std::vector<Scenario> scenarios = {
     {start(1, "A"), XA_OK}, {sessions(), 2}, {end(1, "A"), XA_OK}, {commit(1, "A", TMONEPHASE), XA_OK},
     {recover(1, 2, TMNOFLAGS), 2}, {recover(1, 3, TMSTARTRSCAN), 3}, {recover(1, 3, TMENDRSCAN), 2},
     {recover(1, 2, TMSTARTRSCAN), 2}, {close(1), XA_OK}, {sessions(), 0}}},
+  {"branch_started_anew_during_a_scan_stays_on_its_connection", {
+    {open(1), XA_OK}, {plant(2), 2}, {start(1, "S"), XA_OK}, {end(1, "S", TMSUSPEND), XA_OK},
+    {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK}, {end(1, "S"), XA_OK}, {rollback(1, "A"), XA_OK},
+    {recover(1, 1, TMSTARTRSCAN), 1}, {start(1, "A"), XA_OK}, {recover(1, 10, TMENDRSCAN), 1},
+    {end(1, "A"), XA_OK}, {commit(1, "A", TMONEPHASE), XA_OK}, {sessions(), 2}}},
   {"branches_in_doubt_are_completed_from_the_scan", {
     {open(1), XA_OK}, {plant(2), 2}, {force("R1", 1), 1}, {recover(1, 10, whole), 2},
     {commit(1, "R0"), XA_OK}, {commit(1, "R1"), XA_HEURCOM}, {forget(1, "R1"), XA_OK}, {state("R1"), ZDB_UNKNOWN}}},

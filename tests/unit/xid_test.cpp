@@ -19,9 +19,9 @@ class Names : public Scene {
     return out;
   }
   std::string kept_name(const XID &xid) {
-    int32_t length = 0;
-    const std::string name = xa__dtm_branch_name(&conn, &xid, &length);
-    EXPECT_EQ(static_cast<size_t>(length), name.size());
+    xa__dtm_name_branch(&conn, &xid);
+    const std::string name = conn.xc_name;
+    EXPECT_EQ(static_cast<size_t>(conn.xc_name_length), name.size());
     return name;
   }
 };
