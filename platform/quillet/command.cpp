@@ -46,7 +46,7 @@ bool read_parameter(const QLT_FORMAT &format, const void *data, int32_t length, 
       return false;
     }
     std::memcpy(&number, data, sizeof number);
-    value = number;
+    value = int64_t{number};
     return true;
   }
   const int32_t max = format.fmt_maxlen > 0 && format.fmt_maxlen < char_param_max ? format.fmt_maxlen : char_param_max;

@@ -56,7 +56,7 @@ int32_t log_in(const ConnectionLock &locked, const std::string &server) {
   login.application = locked->settings.text(QLT_PROP_APPNAME);
   login.failover = locked->settings.integer(QLT_PROP_FAILOVER) == 1;
   zdb::Message refusal;
-  auto session = zdb::open_session(server, login, refusal);
+  auto session = zdb::open_session(server, "", login, refusal);
   if (session == nullptr) {
     locked->outbox.emplace_back(quillet::server_message(refusal, server));
     return locked.fail(Reason::login_failed, "ct_connect: cannot log in to server '" + server + "': " + refusal.text);

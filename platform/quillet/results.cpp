@@ -76,7 +76,7 @@ void deliver_server_messages(const CommandLock &locked) {
 }
 
 std::string as_text(const zdb::Value &value) {
-  if (const auto *number = std::get_if<int32_t>(&value)) {
+  if (const auto *number = std::get_if<int64_t>(&value)) {
     return std::to_string(*number);
   }
   const auto *text = std::get_if<std::string>(&value);
@@ -85,8 +85,8 @@ std::string as_text(const zdb::Value &value) {
 
 /* None when a text is not a number that fits. */
 std::optional<int32_t> as_integer(const zdb::Value &value) {
-  if (const auto *number = std::get_if<int32_t>(&value)) {
-    return *number;
+  if (const auto *number = std::get_if<int64_t>(&value)) {
+    return static_cast<int32_t>(*number);
   }
   const auto *text = std::get_if<std::string>(&value);
   int32_t number = 0;

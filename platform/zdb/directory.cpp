@@ -64,7 +64,8 @@ std::shared_ptr<Server> find_server(const std::string &name) {
   return found == all.servers.end() ? nullptr : found->second;
 }
 
-std::unique_ptr<Session> open_session(const std::string &server, const Login &login, Message &refusal) {
+std::unique_ptr<Session> open_session(const std::string &server, const std::string &, const Login &login,
+                                      Message &refusal) {
   const std::shared_ptr<Server> found = find_server(server);
   if (found == nullptr) {
     refusal = {message_no_server, no_server_severity,

@@ -33,7 +33,7 @@ constexpr std::string_view scan_procedure = "sp_transactions";
 constexpr int32_t name_max = 255;
 
 Result integer_result(ResultKind kind, std::string column, int32_t value) {
-  return {kind, {{std::move(column), ColumnType::integer, 4}}, {{Value(value)}}};
+  return {kind, {{std::move(column), ColumnType::integer, 4}}, {{Value(int64_t{value})}}};
 }
 
 Result empty_rows(std::string column, ColumnType type, int32_t max_length) {
@@ -62,8 +62,8 @@ const Value *find_parameter(const Request &request, std::string_view name) {
 
 int32_t integer_parameter(const Request &request, std::string_view name, int32_t missing) {
   const Value *value = find_parameter(request, name);
-  const int32_t *integer = value == nullptr ? nullptr : std::get_if<int32_t>(value);
-  return integer == nullptr ? missing : *integer;
+  const int64_t *integer = value == nullptr ? nullptr : std::get_if<int64_t>(value);
+  return integer == nullptr ? missing : static_cast<int32_t>(*integer);
 }
 
 std::string text_parameter(const Request &request, std::string_view name) {
@@ -86,6 +86,8 @@ std::string script_name(const Request &request) {
     case RequestKind::statement_prepare:
     case RequestKind::statement_drop:
       return "statement";
+    case RequestKind::administer:
+      return "administer";
   }
   return {};
 }
@@ -95,7 +97,7 @@ Value scripted_value(const Column &column, const std::string &text) {
   if (column.type == ColumnType::text) {
     return text.substr(0, static_cast<std::size_t>(column.max_length));
   }
-  int32_t number = 0;
+  int64_t number = 0;
   std::from_chars(text.data(), text.data() + text.size(), number);
   return number;
 }
@@ -263,7 +265,7 @@ Server::Answer Server::answer_query(const std::string &query) const {
   if (query == readiness) {
     Result result = empty_rows("value", ColumnType::integer, 4);
     if (dtm_ != ZDB_NO_CONFIG_ROW) {
-      result.rows.push_back({Value(dtm_)});
+      result.rows.push_back({Value(int64_t{dtm_})});
     }
     answer.rows.push_back(std::move(result));
     return answer;
@@ -272,7 +274,7 @@ Server::Answer Server::answer_query(const std::string &query) const {
     const std::string name = query.substr(branch_state.size(), query.size() - branch_state.size() - 1);
     Result result = empty_rows("state", ColumnType::integer, 4);
     if (const int32_t state = branches_.state(name); state != ZDB_UNKNOWN) {
-      result.rows.push_back({Value(state)});
+      result.rows.push_back({Value(int64_t{state})});
     }
     answer.rows.push_back(std::move(result));
     return answer;

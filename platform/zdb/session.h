@@ -14,17 +14,23 @@
 
 namespace zdb {
 
-/* A value of a parameter or column; monostate is null. */
-using Value = std::variant<std::monostate, int32_t, std::string>;
+struct Binary {
+  std::string bytes;
+  bool operator==(const Binary &) const = default;
+};
 
-enum class RequestKind {
-  language,          /* text: a query */
+/* A value of a parameter or column; monostate is null. */
+using Value = std::variant<std::monostate, int64_t, double, std::string, Binary>;
+
+enum class RequestKind : uint8_t {
+  language,          /* text: SQL, one or more statements */
   procedure,         /* text: the procedure's name */
   cursor_open,       /* text: the cursor's name, as in the other cursor requests */
   cursor_close,      /* the cursor stays allocated */
   cursor_drop,       /* closes it if need be and deallocates it */
   statement_prepare, /* text: the statement's name */
-  statement_drop
+  statement_drop,
+  administer /* text: an operator's command; answered on operators' sessions only */
 };
 
 struct Parameter {
@@ -38,21 +44,28 @@ struct Request {
   std::vector<Parameter> parameters;
 };
 
-enum class ColumnType { text, integer };
+enum class ColumnType : uint8_t {
+  text,
+  integer, /* within 32 bits */
+  bigint,
+  real,
+  binary
+};
 
 struct Column {
   std::string name;
   ColumnType type = ColumnType::integer;
-  int32_t max_length = 4;
+  int32_t max_length = 4; /* bytes of the longest value */
 };
 
-enum class ResultKind { rows, status, parameter, done, succeeded, failed };
+enum class ResultKind : uint8_t { rows, status, parameter, done, succeeded, failed };
 
 /* The first three kinds have columns and rows; a status and an output parameter are one row of one column. */
 struct Result {
   ResultKind kind = ResultKind::done;
   std::vector<Column> columns;
   std::vector<std::vector<Value>> rows;
+  int64_t row_count = -1; /* of done: the rows that the command returned or changed, -1 when that means nothing */
 };
 
 struct Message {
@@ -86,8 +99,12 @@ class Session {
   virtual bool alive() const = 0;
 };
 
-/* Null when the server is not there or refuses the login; refusal then says what to do about it. */
-std::unique_ptr<Session> open_session(const std::string &server, const Login &login, Message &refusal);
+/*
+ * Opens a session on a server of this process, or on one that the interfaces file names (empty: there is no such file).
+ * Null when the server cannot be reached or refuses the login; refusal then says what to do about it.
+ */
+std::unique_ptr<Session> open_session(const std::string &server, const std::string &interfaces_file, const Login &login,
+                                      Message &refusal);
 
 }  // namespace zdb
 
