@@ -1,0 +1,23 @@
+/*
+ * crash_points.h - the steps at which a crash is tried out. A server passes one before and after everything that a
+ * crash could tear apart: a write, a sync, a reply.
+ */
+#ifndef ZDB_CRASH_POINTS_H
+#define ZDB_CRASH_POINTS_H
+
+#include <cstdint>
+
+namespace zdb {
+
+/*
+ * Counts one step of the process. When the step's number is that of the environment variable "ZDB_CRASH_AT" (from 1;
+ * read once), the process dies on the spot as by kill -9.
+ */
+void crash_point();
+
+/* The steps passed so far; a run without a crash tells by it how many there are to try. */
+uint64_t crash_points_passed();
+
+}  // namespace zdb
+
+#endif /* ZDB_CRASH_POINTS_H */
