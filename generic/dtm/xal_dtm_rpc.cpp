@@ -297,7 +297,7 @@ int32_t xa__dtm_rpc(XA_CONNECTION *conn, int32_t code, const XID *xid, int32_t s
   int32_t mode = 0;  // stands until the request is sent, as all its parameters do
   const char *branch = "";
   if (xid != nullptr) {
-    xa__dtm_name_branch(conn, xid);
+    dtm_name_branch(conn, xid);
     branch = conn->xc_name;
     ret = ct_param(command, &name_format, branch, conn->xc_name_length, QLT_UNUSED);
     if (ret != CS_SUCCEED) {

@@ -70,7 +70,7 @@ int32_t state_to_xa(int32_t state) {
 // Sends the query for the branch's state; XA_OK when its results can be read.
 int32_t send_state_query(const TraceScope &trace, XA_CONNECTION *conn, const XID *xid) {
   char query[XA_NAME_SIZE + 80];
-  xa__dtm_name_branch(conn, xid);
+  dtm_name_branch(conn, xid);
   snprintf(query, sizeof query, "select state from master..systransactions where xactname = \"%s\" ", conn->xc_name);
   if (ct_command(conn->xc_cmd, QLT_LANG_COMMAND, query, QLT_NULLTERM, QLT_UNUSED) != CS_SUCCEED) {
     trace.error()("xa_dtm_check_heur: ct_command failed");

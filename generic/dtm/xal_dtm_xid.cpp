@@ -169,7 +169,7 @@ char *xa__dtm_encode_xid(const XID *xid, const char *lrm_name, char *out) {
   return out;
 }
 
-void xa__dtm_name_branch(XA_CONNECTION *conn, const XID *xid) {
+void dtm_name_branch(XA_CONNECTION *conn, const XID *xid) {
   if (!is_named(*conn, *xid)) {
     name_anew(*conn, *xid);
   }

@@ -72,9 +72,18 @@ typedef struct qlt_command QLT_COMMAND;
 
 #define QLT_VERSION 1100 /* the version given to cs_ctx_global and ct_init */
 
-/* Datatypes, value formats and null indicators. */
-#define QLT_CHAR_TYPE 0
-#define QLT_INT_TYPE 8
+/*
+ * Datatypes. A column can be bound as any of them: numbers become texts that read back, and texts numbers when they are
+ * one as a whole; a floating-point number becomes an integer when it is whole; a binary becomes hexadecimal digits, two
+ * a byte, and such digits a binary. Numbers bind with QLT_FMT_NONE and at least their size.
+ */
+#define QLT_CHAR_TYPE 0    /* fmt_maxlen bytes */
+#define QLT_BINARY_TYPE 1  /* fmt_maxlen bytes */
+#define QLT_INT_TYPE 8     /* 4 bytes, signed */
+#define QLT_FLOAT_TYPE 10  /* 8 bytes, a double */
+#define QLT_BIGINT_TYPE 30 /* 8 bytes, signed */
+
+/* Value formats and null indicators. */
 #define QLT_FMT_NONE 0
 #define QLT_FMT_NULLTERM 2 /* a bound character value ends with a zero byte */
 #define QLT_IND_NULL (-1)  /* indicator of a null value; 0 otherwise */
@@ -95,6 +104,7 @@ typedef struct qlt_command QLT_COMMAND;
 #define QLT_RPC_COMMAND 149
 #define QLT_NO_RECOMPILE 189
 #define QLT_INPUT_PARAM 0x100
+#define QLT_ROW_COUNT 800 /* ct_res_info at CS_CMD_DONE: the rows returned or changed, -1 when that means nothing */
 #define QLT_NUM_COLUMNS 803
 #define QLT_CANCEL_CURRENT 6000
 #define CS_CANCEL_ALL 6001

@@ -99,7 +99,7 @@ inline int32_t xid_clamped(int32_t length) {
 }
 // The bytes of an XID's data that count, each length clamped to 0 to 64; with the header in the second.
 inline size_t xid_data_size(const XID &xid) {
-  return static_cast<size_t>(xid_clamped(xid.gtrid_length) + xid_clamped(xid.bqual_length));
+  return static_cast<size_t>(xid_clamped(xid.gtrid_length)) + static_cast<size_t>(xid_clamped(xid.bqual_length));
 }
 inline size_t xid_size(const XID &xid) {
   return offsetof(XID, data) + xid_data_size(xid);

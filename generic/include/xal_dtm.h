@@ -54,7 +54,7 @@ char *xa__dtm_encode_xid(const XID *xid, const char *lrm_name, char *out);
 // The bytes of a zero-terminated encoded text into out; their number, or -1 for a character outside the alphabet.
 int32_t xa__dtm_decode(const char *text, char *out);
 // Makes the connection's branch name (xc_name, xc_name_length) stand for xid, encoding it when it does not yet.
-void xa__dtm_name_branch(XA_CONNECTION *conn, const XID *xid);
+void dtm_name_branch(XA_CONNECTION *conn, const XID *xid);
 
 // ---- Requests -------------------------------------------------------------------------------------------------------
 

@@ -204,6 +204,11 @@ void cancel_unless_ended(QLT_COMMAND *command, int32_t checked) {
   return ret;
 }
 
+// The stack's buffers are freed without a call; the trace shows it all the same.
+void trace_freeing() {
+  TraceScope("xa__conn_free_results", TRACE_CONN).cs(CS_SUCCEED);
+}
+
 // Makes sure that no further row follows: CS_END_DATA. It is a fetch of its own in the trace. Nobody looks at the row,
 // so a short single value goes to the stack.
 [[gnu::always_inline]] inline int32_t check_no_more_rows(QLT_COMMAND *command) {
@@ -216,15 +221,17 @@ void cancel_unless_ended(QLT_COMMAND *command, int32_t checked) {
   SINGLE_COLUMN column{};
   if (ret == CS_SUCCEED) {
     ret = bind_single(command, column, 1);
-  }
-  if (ret == CS_SUCCEED) {
-    int32_t rows = 0;
-    ret = fetch_rows(command, &rows);
+    if (ret == CS_SUCCEED) {
+      int32_t rows = 0;
+      ret = fetch_rows(command, &rows);
+    } else {
+      trace_freeing();
+    }
   }
   trace.cs(ret);
   cancel_unless_ended(command, ret);
   release_single(column);
-  TraceScope("xa__conn_free_results", TRACE_CONN).cs(CS_SUCCEED);
+  trace_freeing();
   return ret;
 }
 

@@ -19,7 +19,7 @@ class Names : public Scene {
     return out;
   }
   std::string kept_name(const XID &xid) {
-    xa__dtm_name_branch(&conn, &xid);
+    dtm_name_branch(&conn, &xid);
     const std::string name = conn.xc_name;
     EXPECT_EQ(static_cast<size_t>(conn.xc_name_length), name.size());
     return name;
