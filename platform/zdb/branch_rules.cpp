@@ -96,6 +96,10 @@ bool is_dtm_procedure(std::string_view procedure) {
   return std::any_of(std::begin(rules), std::end(rules), [&](const Rule &rule) { return rule.procedure == procedure; });
 }
 
+bool is_commit(std::string_view procedure) {
+  return procedure == "$commitTrvDtmXact";
+}
+
 Outcome find_outcome(std::string_view procedure, int32_t flags, int32_t wanted, Situation situation) {
   const auto *rule = std::find_if(std::begin(rules), std::end(rules), [&](const Rule &candidate) {
     return candidate.procedure == procedure && candidate.flags == flags && candidate.wanted == wanted;

@@ -43,6 +43,8 @@ enum Refusal : int32_t {
 };
 
 bool is_dtm_procedure(std::string_view procedure);
+/* True for the procedure that commits, in one phase or two; what else removes a branch rolls it back. */
+bool is_commit(std::string_view procedure);
 /* The rule for a request; an operation that the table does not have is refused whatever the situation. */
 Outcome find_outcome(std::string_view procedure, int32_t flags, int32_t wanted, Situation situation);
 

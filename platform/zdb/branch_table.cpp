@@ -36,56 +36,70 @@ Situation BranchTable::situation(const std::string &name, int session) const {
   }
 }
 
-void BranchTable::change(const std::string &name, int32_t next, int session) {
-  if (next == stays) {
-    return;
+Plan BranchTable::plan(const DtmRequest &request, int session) const {
+  if (request.branch.empty()) {
+    return {refused_request, stays, Effect::none};
   }
-  if (next == gone) {
-    branches_.erase(name);
-    return;
+  const Situation now = situation(request.branch, session);
+  const Outcome outcome = find_outcome(request.procedure, request.flags, request.wanted, now);
+  const int32_t answer = outcome.answer == answer_prior ? state(request.branch) : outcome.answer;
+  Effect effect = Effect::none;
+  if (outcome.next == ZDB_PREPARED) {
+    effect = Effect::prepare;
+  } else if (outcome.next == ZDB_ABORT_ONLY) {
+    effect = Effect::roll_back;
+  } else if (outcome.next == gone && now == Situation::heuristic) {
+    effect = Effect::forget;
+  } else if (outcome.next == gone) {
+    effect = is_commit(request.procedure) ? Effect::commit : Effect::roll_back;
   }
+  return {answer, outcome.next, effect};
+}
+
+Branch &BranchTable::change(const std::string &name, int32_t next, int session) {
   Branch &branch = branches_[name];
   branch.state = next;
   branch.holder = next == ZDB_ATTACHED ? session : 0;
+  branch.since = Clock::now();
   if (next == ZDB_PREPARED) {
     branch.prepared_as = ++preparations_;
   }
+  return branch;
 }
 
-int32_t BranchTable::apply(std::string_view procedure, const std::string &name, int32_t flags, int32_t wanted,
-                           int session) {
-  if (name.empty()) {
-    return refused_request;
+Branch *BranchTable::find(const std::string &name) {
+  const auto found = branches_.find(name);
+  return found == branches_.end() ? nullptr : &found->second;
+}
+
+std::vector<BranchRow> BranchTable::rows() const {
+  std::vector<BranchRow> all;
+  all.reserve(branches_.size());
+  for (const auto &[name, branch] : branches_) {
+    all.push_back({name, branch.state, branch.since, branch.holder != 0});
   }
-  const int32_t prior = state(name);
-  const Outcome outcome = find_outcome(procedure, flags, wanted, situation(name, session));
-  change(name, outcome.next, session);
-  return outcome.answer == answer_prior ? prior : outcome.answer;
+  return all;
 }
 
-void BranchTable::abandon(int session) {
-  for (auto &[name, branch] : branches_) {
+std::vector<std::string> BranchTable::held_by(int session) const {
+  std::vector<std::string> names;
+  for (const auto &[name, branch] : branches_) {
     if (branch.state == ZDB_ATTACHED && branch.holder == session) {
-      branch.state = ZDB_ABORT_ONLY;
-      branch.holder = 0;
+      names.push_back(name);
     }
   }
+  return names;
 }
 
-bool BranchTable::force(const std::string &name, bool commit) {
-  if (state(name) != ZDB_PREPARED) {
-    return false;
+std::vector<std::string> BranchTable::orphans(Clock::time_point ended_before) const {
+  std::vector<std::string> names;
+  for (const auto &[name, branch] : branches_) {
+    const bool ended = branch.state == ZDB_ENDED || branch.state == ZDB_SUSPENDED || branch.state == ZDB_MIGRATED;
+    if (ended && !branch.busy && branch.since < ended_before) {
+      names.push_back(name);
+    }
   }
-  branches_[name].state = commit ? ZDB_HEUR_COMMITTED : ZDB_HEUR_ROLLED_BACK;
-  return true;
-}
-
-bool BranchTable::plant_prepared(const std::string &name) {
-  if (name.empty() || state(name) != ZDB_UNKNOWN) {
-    return false;
-  }
-  change(name, ZDB_PREPARED, 0);
-  return true;
+  return names;
 }
 
 int32_t BranchTable::state(const std::string &name) const {

@@ -1,45 +1,71 @@
 /*
- * branch_table.h - the transaction branches of one server: their states, the sessions that hold them and the order in
- * which they were prepared. The rules of branch_rules.h decide; this only keeps. The owning server locks.
+ * branch_table.h - the transaction branches of one server: their states, the sessions that hold them, their work, and
+ * the order in which they were prepared. The rules of branch_rules.h decide; this only keeps. The owning server locks.
  */
 #ifndef ZDB_BRANCH_TABLE_H
 #define ZDB_BRANCH_TABLE_H
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "branch_rules.h"
+#include "store.h"
 
 namespace zdb {
 
+/* A request to a DTM procedure. */
+struct DtmRequest {
+  std::string procedure;
+  std::string branch;
+  int32_t flags = -1;
+  int32_t wanted = -1;
+};
+
+/* What has to happen to a branch's work when a request is carried out. */
+enum class Effect : uint8_t { none, prepare, commit, roll_back, forget };
+
+/* What a request comes to in the branch's present situation. */
+struct Plan {
+  int32_t answer;
+  int32_t next; /* the branch's next state, `stays` or `gone` */
+  Effect effect;
+};
+
+struct Branch {
+  int32_t state = 0;
+  int holder = 0;           /* the session, while attached */
+  uint64_t prepared_as = 0; /* grows with every preparation */
+  Clock::time_point since;  /* when it entered its state */
+  std::shared_ptr<Work> work;
+  bool busy = false; /* a thread is at the work, without the server's lock: nobody else may change the branch */
+};
+
 class BranchTable {
  public:
-  /* Carries one DTM request of a session out and returns the status to answer. */
-  int32_t apply(std::string_view procedure, const std::string &name, int32_t flags, int32_t wanted, int session);
-  /* A session ended while branches were attached to it: their work cannot be told apart from lost work. */
-  void abandon(int session);
-  bool force(const std::string &name, bool commit);
-  bool plant_prepared(const std::string &name);
+  Plan plan(const DtmRequest &request, int session) const;
+  /* Makes the branch when there is none; the caller then gives it its work. */
+  Branch &change(const std::string &name, int32_t next, int session);
+  void remove(const std::string &name) { branches_.erase(name); }
   void clear() { branches_.clear(); }
 
+  /* Null when there is no such branch; the pointer is good until the next removal. */
+  Branch *find(const std::string &name);
   /* ZDB_UNKNOWN when there is no such branch. */
   int32_t state(const std::string &name) const;
   std::size_t count() const { return branches_.size(); }
+  std::vector<BranchRow> rows() const;
+  std::vector<std::string> held_by(int session) const;
+  /* Branches that were ended before the time and that nobody holds, prepared or completed. */
+  std::vector<std::string> orphans(Clock::time_point ended_before) const;
   /* Names of the prepared and heuristically completed branches in the order of their preparation. */
   std::vector<std::string> in_doubt() const;
 
  private:
-  struct Branch {
-    int32_t state = 0;
-    int holder = 0;           /* the session, while attached */
-    uint64_t prepared_as = 0; /* grows with every preparation */
-  };
-
   Situation situation(const std::string &name, int session) const;
-  void change(const std::string &name, int32_t next, int session);
 
   std::map<std::string, Branch> branches_;
   uint64_t preparations_ = 0;

@@ -8,6 +8,8 @@
 #include <map>
 #include <mutex>
 
+#include "memory_store.h"
+
 namespace zdb {
 namespace {
 
@@ -34,7 +36,6 @@ class EmbeddedSession final : public Session {
   int number_;
 };
 
-constexpr int32_t message_no_server = 3000;
 constexpr int32_t no_server_severity = 18;
 
 }  // namespace
@@ -42,7 +43,7 @@ constexpr int32_t no_server_severity = 18;
 bool add_server(const std::string &name) {
   Directory &all = directory();
   const std::lock_guard<std::mutex> lock(all.mutex);
-  return all.servers.try_emplace(name, std::make_shared<Server>()).second;
+  return all.servers.try_emplace(name, std::make_shared<Server>(std::make_unique<MemoryStore>())).second;
 }
 
 std::shared_ptr<Server> remove_server(const std::string &name) {

@@ -1,54 +1,24 @@
 /*
- * server.cpp - logins and sessions of an embedded server, and the answers to requests: DTM procedures, the recovery
- * scan, catalog queries, cursors and statements.
+ * server.cpp - logins and sessions of a server, and the answers to requests: DTM procedures, the recovery scan, SQL,
+ * cursors and statements.
  *
  * An answer is worked out first and altered by the scripts that are due; only then is it laid out as results in the
  * order in which the server sends them: rows, status, output parameters, end marks.
  */
 #include "server.h"
 
+#include <algorithm>
 #include <charconv>
-#include <sstream>
 #include <string_view>
 
 namespace zdb {
 namespace {
-
-constexpr int32_t error_severity = 16;
-constexpr int32_t denied_severity = 14;
-
-enum ServerMessage : int32_t {
-  message_login_refused = 3001,
-  message_no_failover = 3002,
-  message_shut_down = 3003,
-  message_bad_query = 3101,
-  message_no_procedure = 3102,
-  message_bad_query_type = 3103,
-  message_no_object = 3104,
-  message_no_role = 3201,
-  message_dtm_off = 3202
-};
 
 constexpr std::string_view scan_procedure = "sp_transactions";
 constexpr int32_t name_max = 255;
 
 Result integer_result(ResultKind kind, std::string column, int32_t value) {
   return {kind, {{std::move(column), ColumnType::integer, 4}}, {{Value(int64_t{value})}}};
-}
-
-Result empty_rows(std::string column, ColumnType type, int32_t max_length) {
-  return {ResultKind::rows, {{std::move(column), type, max_length}}, {}};
-}
-
-/* The query with every run of white space as one blank and none at the ends. */
-std::string normalised(const std::string &query) {
-  std::istringstream words(query);
-  std::string text;
-  std::string word;
-  while (words >> word) {
-    text += (text.empty() ? "" : " ") + word;
-  }
-  return text;
 }
 
 const Value *find_parameter(const Request &request, std::string_view name) {
@@ -102,87 +72,165 @@ Value scripted_value(const Column &column, const std::string &text) {
   return number;
 }
 
+/* What a request asks of the work of its branch. */
+void apply(Effect effect, Work &work) {
+  switch (effect) {
+    case Effect::prepare:
+      work.prepare();
+      break;
+    case Effect::commit:
+      work.commit();
+      break;
+    case Effect::roll_back:
+      work.roll_back();
+      break;
+    case Effect::forget:
+      work.forget();
+      break;
+    case Effect::none:
+      break;
+  }
+}
+
+Reply broken_reply() {
+  Reply reply;
+  reply.broken_off = true;
+  return reply;
+}
+
 }  // namespace
 
-void Server::add_user(const std::string &user, const std::string &password, bool dtm_role) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  users_[user] = {password, dtm_role};
+/* Calls the action on the branch's work without the lock, the branch being busy meanwhile. */
+template <typename Action>
+auto Server::with_work(Lock &lock, const std::string &branch, Action action) {
+  Branch &record = *branches_.find(branch);
+  const std::shared_ptr<Work> work = record.work;
+  record.busy = true;
+  lock.unlock();
+  struct Return {
+    Server &server;
+    Lock &lock;
+    const std::string &branch;
+    ~Return() {
+      lock.lock();
+      if (Branch *settled = server.branches_.find(branch)) {
+        settled->busy = false;
+      }
+      server.idle_.notify_all();
+    }
+  } const back{*this, lock, branch};
+  return action(*work);
 }
 
-void Server::set_dtm(int32_t value) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  dtm_ = value;
+Server::Server(std::unique_ptr<Store> store) : store_(std::move(store)) {
+  store_->list_branches_by([this] { return branches(); });
+  for (KeptBranch &kept : store_->take_kept_branches()) {
+    // Every kept branch was prepared once; that gives it its place in the order of scans.
+    branches_.change(kept.row.name, ZDB_PREPARED, 0);
+    Branch &branch = *branches_.find(kept.row.name);
+    branch.state = kept.row.state;
+    branch.since = kept.row.since;
+    branch.work = std::move(kept.work);
+  }
 }
+
+// ---- Setting up and steering ----------------------------------------------------------------------------------------
 
 void Server::refuse_failover(bool on) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const Lock lock(mutex_);
   refuse_failover_ = on;
 }
 
 bool Server::add_script(const ZDB_SCRIPT &script) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const Lock lock(mutex_);
   return scripts_.add(script);
 }
 
 void Server::clear_scripts() {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const Lock lock(mutex_);
   scripts_.clear();
 }
 
 int32_t Server::branch_state(const std::string &name) const {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const Lock lock(mutex_);
   return branches_.state(name);
 }
 
 int32_t Server::branch_count() const {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const Lock lock(mutex_);
   return static_cast<int32_t>(branches_.count());
 }
 
+std::vector<BranchRow> Server::branches() const {
+  const Lock lock(mutex_);
+  return branches_.rows();
+}
+
 bool Server::force(const std::string &name, bool commit) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return branches_.force(name, commit);
+  Lock lock(mutex_);
+  const Branch *branch = wait_until_idle(lock, name, false);
+  if (branch == nullptr || branch->state != ZDB_PREPARED) {
+    return false;
+  }
+  with_work(lock, name, [&](Work &work) { work.settle(commit); });
+  branches_.change(name, commit ? ZDB_HEUR_COMMITTED : ZDB_HEUR_ROLLED_BACK, 0);
+  return true;
 }
 
 bool Server::plant_prepared(const std::string &name) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return branches_.plant_prepared(name);
+  const std::shared_ptr<Work> work = store_->make_work(name);
+  const Lock lock(mutex_);
+  if (name.empty() || branches_.find(name) != nullptr) {
+    return false;
+  }
+  work->prepare();
+  branches_.change(name, ZDB_PREPARED, 0).work = work;
+  return true;
 }
 
-/* Caller holds the mutex. */
-void Server::break_off(int session) {
-  branches_.abandon(session);
-  clients_.erase(session);
+void Server::undo_orphans(Clock::time_point ended_before) {
+  Lock lock(mutex_);
+  for (const std::string &name : branches_.orphans(ended_before)) {
+    const Branch *branch = branches_.find(name);
+    if (branch != nullptr && !branch->busy && branch->state != ZDB_ATTACHED && branch->since < ended_before) {
+      undo(lock, name);
+    }
+  }
 }
 
 int32_t Server::break_sessions(const char *user) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  Lock lock(mutex_);
   std::vector<int> broken;
   for (const auto &[session, client] : clients_) {
-    if (user == nullptr || client.user == user) {
+    if (user == nullptr || client->user == user) {
       broken.push_back(session);
     }
   }
   for (const int session : broken) {
-    break_off(session);
+    break_off(lock, session);
   }
   return static_cast<int32_t>(broken.size());
 }
 
 int32_t Server::session_count() const {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const Lock lock(mutex_);
   return static_cast<int32_t>(clients_.size());
 }
 
 void Server::shut_down() {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const Lock lock(mutex_);
   running_ = false;
   clients_.clear();
   branches_.clear();
+  idle_.notify_all();
 }
 
+// ---- Sessions -------------------------------------------------------------------------------------------------------
+
 std::optional<int> Server::log_in(const Login &login, Message &refusal) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  // Outside the lock: checking a password takes its time.
+  const bool admitted = store_->admits(login.user, login.password);
+  const Lock lock(mutex_);
   if (!running_) {
     refusal = {message_shut_down, error_severity, "The server is shutting down. Connect again later."};
     return std::nullopt;
@@ -192,38 +240,104 @@ std::optional<int> Server::log_in(const Login &login, Message &refusal) {
                "This server has no failover partner. Connect without asking for failover."};
     return std::nullopt;
   }
-  const auto user = users_.find(login.user);
-  if (user == users_.end() || user->second.password != login.password) {
+  if (!admitted) {
     refusal = {message_login_refused, denied_severity,
                "Login of user '" + login.user + "' refused. Check the user name and the password."};
     return std::nullopt;
   }
-  clients_[++last_session_].user = login.user;
+  clients_[++last_session_] = std::make_shared<Client>(Client{login.user, {}, {}, {}});
   return last_session_;
 }
 
 void Server::log_out(int session) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  break_off(session);
+  Lock lock(mutex_);
+  break_off(lock, session);
 }
 
 bool Server::alive(int session) const {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const Lock lock(mutex_);
   return clients_.contains(session);
 }
 
-Reply Server::execute(int session, const Request &request) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  Reply broken;
-  broken.broken_off = true;
-  const auto client = clients_.find(session);
-  if (client == clients_.end()) {
-    return broken;
+/* The work of branches that it holds cannot be told apart from lost work. */
+void Server::break_off(Lock &lock, int session) {
+  clients_.erase(session);
+  for (const std::string &name : branches_.held_by(session)) {
+    const Branch *branch = wait_until_idle(lock, name, true);
+    if (branch != nullptr && branch->state == ZDB_ATTACHED && branch->holder == session) {
+      undo(lock, name);
+    }
   }
+}
+
+// ---- The work of branches -------------------------------------------------------------------------------------------
+
+Branch *Server::wait_until_idle(Lock &lock, const std::string &branch, bool interrupt) {
+  for (;;) {
+    Branch *record = branches_.find(branch);
+    if (record == nullptr || !record->busy) {
+      return record;
+    }
+    if (interrupt) {
+      record->work->interrupt();
+    }
+    idle_.wait(lock);
+  }
+}
+
+/* Undoes the work of an idle branch, which is then abort-only. */
+void Server::undo(Lock &lock, const std::string &branch) {
+  try {
+    with_work(lock, branch, [](Work &work) { work.roll_back(); });
+  } catch (const StoreError &) {
+    return;  // it stays as it is; whoever asks for it next meets the same trouble
+  }
+  if (branches_.find(branch) != nullptr) {
+    branches_.change(branch, ZDB_ABORT_ONLY, 0);
+  }
+}
+
+/* Carries a DTM request out and returns the status to answer. */
+int32_t Server::carry_out(Lock &lock, const DtmRequest &request, int session) {
+  Plan plan = branches_.plan(request, session);
+  if (plan.next == stays) {
+    return plan.answer;
+  }
+  wait_until_idle(lock, request.branch, plan.effect == Effect::roll_back);
+  if (!clients_.contains(session)) {
+    return refused_state;  // it broke off meanwhile and must not hold anything; nobody reads the answer
+  }
+  plan = branches_.plan(request, session);
+  if (plan.next == stays) {
+    return plan.answer;
+  }
+  if (plan.effect != Effect::none) {
+    with_work(lock, request.branch, [&](Work &work) { apply(plan.effect, work); });
+  }
+  if (plan.next == gone) {
+    branches_.remove(request.branch);
+    return plan.answer;
+  }
+  Branch &branch = branches_.change(request.branch, plan.next, session);
+  if (branch.work == nullptr) {
+    branch.work = store_->make_work(request.branch);
+  }
+  return plan.answer;
+}
+
+// ---- Requests -------------------------------------------------------------------------------------------------------
+
+Reply Server::execute(int session, const Request &request) {
+  Lock lock(mutex_);
+  const auto found = clients_.find(session);
+  if (found == clients_.end()) {
+    return broken_reply();
+  }
+  const std::shared_ptr<Client> client = found->second;
   const Changes changes = scripts_.take(script_name(request));
   if (changes.drop_before) {
-    break_off(session);
-    return broken;
+    break_off(lock, session);
+    return broken_reply();
   }
   Answer work;
   if (changes.fail) {
@@ -231,65 +345,69 @@ Reply Server::execute(int session, const Request &request) {
   } else if (changes.status) {
     work.statuses.push_back(*changes.status);
   } else {
-    work = answer(session, client->second, request);
+    try {
+      work = answer(lock, session, *client, request);
+    } catch (const StoreError &error) {
+      work = failure(error.number, error.what());
+    }
   }
   if (changes.drop_after) {
-    break_off(session);
-    return broken;
+    break_off(lock, session);
+  }
+  if (!clients_.contains(session)) {
+    return broken_reply();
   }
   alter(work, changes);
   return compose(request.kind, std::move(work), changes);
 }
 
-Server::Answer Server::answer(int session, Client &client, const Request &request) {
+Server::Answer Server::answer(Lock &lock, int session, Client &client, const Request &request) {
   switch (request.kind) {
     case RequestKind::language:
-      return answer_query(normalised(request.text));
+      return answer_sql(lock, session, client, request.text);
     case RequestKind::procedure:
       if (is_dtm_procedure(request.text)) {
-        return answer_dtm(session, client, request);
+        return answer_dtm(lock, session, client, request);
       }
       if (request.text == scan_procedure) {
         return answer_scan(client, request);
       }
       return failure(message_no_procedure, "Procedure '" + request.text + "' does not exist. Check its name.");
+    case RequestKind::administer:
+      return failure(message_not_allowed, "Operators' commands are not taken here. Use zdbd --admin.");
     default:
       return answer_object(client, request);
   }
 }
 
-Server::Answer Server::answer_query(const std::string &query) const {
-  constexpr std::string_view readiness = "select value from master.dbo.sysconfigures where name = \"enable DTM\"";
-  constexpr std::string_view branch_state = "select state from master..systransactions where xactname = \"";
+Server::Answer Server::answer_sql(Lock &lock, int session, const Client &client, const std::string &sql) {
+  const std::string name = client.branch;
+  const Branch *branch = name.empty() ? nullptr : wait_until_idle(lock, name, false);
+  SqlOutcome outcome;
+  if (branch != nullptr && branch->state == ZDB_ATTACHED && branch->holder == session) {
+    outcome = with_work(lock, name, [&](Work &work) { return work.run(sql); });
+    if (outcome.work_lost && branches_.find(name) != nullptr) {
+      branches_.change(name, ZDB_ABORT_ONLY, 0);
+    }
+  } else {
+    lock.unlock();
+    outcome = store_->run(sql);
+    lock.lock();
+  }
   Answer answer;
-  if (query == readiness) {
-    Result result = empty_rows("value", ColumnType::integer, 4);
-    if (dtm_ != ZDB_NO_CONFIG_ROW) {
-      result.rows.push_back({Value(int64_t{dtm_})});
-    }
-    answer.rows.push_back(std::move(result));
-    return answer;
-  }
-  if (query.starts_with(branch_state) && query.size() > branch_state.size() && query.ends_with('"')) {
-    const std::string name = query.substr(branch_state.size(), query.size() - branch_state.size() - 1);
-    Result result = empty_rows("state", ColumnType::integer, 4);
-    if (const int32_t state = branches_.state(name); state != ZDB_UNKNOWN) {
-      result.rows.push_back({Value(int64_t{state})});
-    }
-    answer.rows.push_back(std::move(result));
-    return answer;
-  }
-  return failure(message_bad_query, "This server only knows queries on its configuration and transaction tables.");
+  answer.messages = std::move(outcome.messages);
+  answer.results = std::move(outcome.results);
+  answer.failed = outcome.failed;
+  return answer;
 }
 
 bool Server::may_use_dtm(const Client &client, Message &refusal) const {
-  if (dtm_ != 1) {
+  if (store_->setting(dtm_setting) != 1) {
     refusal = {message_dtm_off, error_severity,
                "Distributed transaction management is switched off. Set \"enable DTM\" to 1."};
     return false;
   }
-  const auto user = users_.find(client.user);
-  if (user == users_.end() || !user->second.dtm_role) {
+  if (!store_->has_dtm_role(client.user)) {
     refusal = {message_no_role, denied_severity,
                "User '" + client.user + "' lacks the role for DTM. Grant dtm_tm_role to it."};
     return false;
@@ -297,7 +415,7 @@ bool Server::may_use_dtm(const Client &client, Message &refusal) const {
   return true;
 }
 
-Server::Answer Server::answer_dtm(int session, const Client &client, const Request &request) {
+Server::Answer Server::answer_dtm(Lock &lock, int session, Client &client, const Request &request) {
   Answer answer;
   Message refusal;
   if (!may_use_dtm(client, refusal)) {
@@ -305,9 +423,13 @@ Server::Answer Server::answer_dtm(int session, const Client &client, const Reque
     answer.messages.push_back(std::move(refusal));
     return answer;
   }
-  answer.statuses.push_back(branches_.apply(request.text, text_parameter(request, "@name"),
-                                            integer_parameter(request, "@flags", -1),
-                                            integer_parameter(request, "@status", -1), session));
+  const DtmRequest asked{request.text, text_parameter(request, "@name"), integer_parameter(request, "@flags", -1),
+                         integer_parameter(request, "@status", -1)};
+  answer.statuses.push_back(carry_out(lock, asked, session));
+  const Branch *branch = branches_.find(asked.branch);
+  if (branch != nullptr && branch->state == ZDB_ATTACHED && branch->holder == session) {
+    client.branch = asked.branch;
+  }
   return answer;
 }
 
@@ -320,11 +442,11 @@ Server::Answer Server::answer_scan(const Client &client, const Request &request)
     return failure(message_bad_query_type, "sp_transactions only answers the query type \"xa_recover\".");
   }
   Answer answer;
-  Result result = empty_rows("xactname", ColumnType::text, name_max);
+  Result result{ResultKind::rows, {{"xactname", ColumnType::text, name_max}}, {}};
   for (std::string &name : branches_.in_doubt()) {
     result.rows.push_back({Value(std::move(name))});
   }
-  answer.rows.push_back(std::move(result));
+  answer.results.push_back(std::move(result));
   answer.statuses.push_back(0);
   return answer;
 }
@@ -369,16 +491,17 @@ void Server::alter(Answer &answer, const Changes &changes) {
   if (changes.xactstatus) {
     answer.outputs.emplace_back("@xactstatus", *changes.xactstatus);
   }
-  if (!answer.rows.empty()) {
-    Result &result = answer.rows.front();
+  const auto rows = std::find_if(answer.results.begin(), answer.results.end(),
+                                 [](const Result &result) { return result.kind == ResultKind::rows; });
+  if (rows != answer.results.end()) {
     std::vector<std::vector<Value>> extra;
     for (const std::string &text : changes.extra_rows) {
-      extra.push_back({scripted_value(result.columns.front(), text)});
+      extra.push_back({scripted_value(rows->columns.front(), text)});
     }
-    result.rows.insert(result.rows.begin(), extra.begin(), extra.end());
+    rows->rows.insert(rows->rows.begin(), extra.begin(), extra.end());
   }
   if (changes.row) {
-    answer.rows.insert(answer.rows.begin(), integer_result(ResultKind::rows, "scripted", *changes.row));
+    answer.results.insert(answer.results.begin(), integer_result(ResultKind::rows, "scripted", *changes.row));
   }
 }
 
@@ -386,19 +509,22 @@ Reply Server::compose(RequestKind kind, Answer answer, const Changes &changes) {
   Reply reply;
   reply.messages = std::move(answer.messages);
   reply.fetch_codes = changes.fetch_codes;
-  reply.results = std::move(answer.rows);
+  reply.results = std::move(answer.results);
   for (const int32_t status : answer.statuses) {
     reply.results.push_back(integer_result(ResultKind::status, "", status));
   }
   for (auto &[name, value] : answer.outputs) {
     reply.results.push_back(integer_result(ResultKind::parameter, name, value));
   }
+  const bool ended = !reply.results.empty() && reply.results.back().kind == ResultKind::done;
   if (answer.failed) {
     reply.results.push_back({ResultKind::failed, {}, {}});
-  } else if (kind != RequestKind::procedure) {
+  } else if (kind != RequestKind::procedure && !ended) {
     reply.results.push_back({ResultKind::succeeded, {}, {}});
   }
-  reply.results.push_back({ResultKind::done, {}, {}});
+  if (answer.failed || !ended) {
+    reply.results.push_back({ResultKind::done, {}, {}});
+  }
   return reply;
 }
 

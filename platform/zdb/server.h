@@ -1,13 +1,17 @@
 /*
- * server.h - one embedded server: its logins, settings, sessions and branches, and how it answers requests. One mutex
- * guards all of it; every public function takes it. Servers are shared between the directory (directory.h) and their
- * sessions, so a session outlives the removal of its server, broken off.
+ * server.h - one server: its sessions and branches, and how it answers requests, over a store that keeps its data.
+ *
+ * One mutex guards sessions, branches and scripts; every public function takes it. It is given up while a thread is at
+ * a branch's work or runs SQL: the branch is then marked busy, and whoever wants to change it waits. Servers are shared
+ * between the directory (directory.h) and their sessions, so a session outlives the removal of its server, broken off.
  */
 #ifndef ZDB_SERVER_H
 #define ZDB_SERVER_H
 
+#include <condition_variable>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -18,22 +22,30 @@
 #include "branch_table.h"
 #include "script_book.h"
 #include "session.h"
+#include "store.h"
 #include "zdb_control.h"
 
 namespace zdb {
 
 class Server {
  public:
-  void add_user(const std::string &user, const std::string &password, bool dtm_role);
-  void set_dtm(int32_t value);
+  /* Takes the branches over that the store has kept. */
+  explicit Server(std::unique_ptr<Store> store);
+
+  /* Logins and configuration; each may be called at any time. */
+  Store &store() { return *store_; }
   void refuse_failover(bool on);
   bool add_script(const ZDB_SCRIPT &script);
   void clear_scripts();
 
   int32_t branch_state(const std::string &name) const;
   int32_t branch_count() const;
+  std::vector<BranchRow> branches() const;
+  /* Gives a prepared branch a heuristic outcome; false unless it is prepared. Throws StoreError. */
   bool force(const std::string &name, bool commit);
   bool plant_prepared(const std::string &name);
+  /* Undoes the work of branches that were ended before the time and left alone since; they become abort-only. */
+  void undo_orphans(Clock::time_point ended_before);
 
   /* Null: the sessions of every user. Returns how many broke off. */
   int32_t break_sessions(const char *user);
@@ -48,42 +60,47 @@ class Server {
   Reply execute(int session, const Request &request);
 
  private:
-  struct User {
-    std::string password;
-    bool dtm_role;
-  };
+  using Lock = std::unique_lock<std::mutex>;
   struct Client {
     std::string user;
+    std::string branch;            /* the one it attached last */
     std::set<std::string> cursors; /* open or closed but allocated */
     std::set<std::string> statements;
   };
   /* A reply before the scripts and the order of results have been applied. */
   struct Answer {
     std::vector<Message> messages;
-    std::vector<Result> rows;
+    std::vector<Result> results; /* rows; of a language command also the marks that end its statements */
     std::vector<int32_t> statuses;
     std::vector<std::pair<std::string, int32_t>> outputs;
     bool failed = false;
   };
 
+  template <typename Action>
+  auto with_work(Lock &lock, const std::string &branch, Action action);
+  /* Null when the branch is not there, or not any more once nobody is at it. */
+  Branch *wait_until_idle(Lock &lock, const std::string &branch, bool interrupt);
+  int32_t carry_out(Lock &lock, const DtmRequest &request, int session);
+  void undo(Lock &lock, const std::string &branch);
+  void break_off(Lock &lock, int session);
+
   bool may_use_dtm(const Client &client, Message &refusal) const;
-  void break_off(int session);
-  Answer answer(int session, Client &client, const Request &request);
-  Answer answer_query(const std::string &query) const;
-  Answer answer_dtm(int session, const Client &client, const Request &request);
+  Answer answer(Lock &lock, int session, Client &client, const Request &request);
+  Answer answer_sql(Lock &lock, int session, const Client &client, const std::string &sql);
+  Answer answer_dtm(Lock &lock, int session, Client &client, const Request &request);
   Answer answer_scan(const Client &client, const Request &request) const;
   static Answer answer_object(Client &client, const Request &request);
   static Answer failure(int32_t number, std::string text);
   static void alter(Answer &answer, const Changes &changes);
   static Reply compose(RequestKind kind, Answer answer, const Changes &changes);
 
+  const std::unique_ptr<Store> store_; /* first: everything below may use it to its end */
   mutable std::mutex mutex_;
+  std::condition_variable idle_; /* a branch is not busy any more */
   bool running_ = true;
-  int32_t dtm_ = 1;
   bool refuse_failover_ = false;
   int last_session_ = 0;
-  std::map<std::string, User> users_;
-  std::map<int, Client> clients_;
+  std::map<int, std::shared_ptr<Client>> clients_;
   BranchTable branches_;
   ScriptBook scripts_;
 };

@@ -56,14 +56,15 @@ int32_t zdb_add_user(const char *server, const char *user, const char *password,
     return 0;
   }
   return on_server(server, 0, [&](zdb::Server &found) {
-    found.add_user(user, password, dtm_role != 0);
+    found.store().add_user(user, password, dtm_role != 0);
     return true;
   });
 }
 
 int32_t zdb_set_dtm(const char *server, int32_t value) {
   return on_server(server, 0, [&](zdb::Server &found) {
-    found.set_dtm(value);
+    found.store().set_setting(zdb::dtm_setting,
+                              value == ZDB_NO_CONFIG_ROW ? std::nullopt : std::optional<int64_t>(value));
     return true;
   });
 }

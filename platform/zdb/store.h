@@ -1,0 +1,150 @@
+/*
+ * store.h - what lies below a server: its logins, its configuration, its data, and the work that branches do on the
+ * data. One store keeps everything in memory (memory_store.h), another in a folder, durably (disk/disk_store.h).
+ */
+#ifndef ZDB_STORE_H
+#define ZDB_STORE_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "session.h"
+
+namespace zdb {
+
+using Clock = std::chrono::system_clock;
+
+/* The store could not do what was asked; the text goes to the client. Whatever was promised before still holds. */
+class StoreError : public std::runtime_error {
+ public:
+  StoreError(int32_t code, const std::string &text) : std::runtime_error(text), number(code) {}
+  int32_t number;
+};
+
+/* What became of a language command: results up to the statement that failed, if one did. */
+struct SqlOutcome {
+  std::vector<Message> messages;
+  std::vector<Result> results;
+  bool failed = false;
+  bool work_lost = false; /* the failure undid all that the branch had done */
+};
+
+/*
+ * The work of one branch. It is used by one thread at a time, except for interrupt(). Destroying it undoes what is
+ * neither prepared nor committed, and leaves what is prepared for the next start of the store.
+ */
+class Work {
+ public:
+  Work() = default;
+  Work(const Work &) = delete;
+  Work &operator=(const Work &) = delete;
+  virtual ~Work() = default;
+
+  virtual SqlOutcome run(const std::string &sql) = 0;
+
+  /* When one of these returns, its effect survives a crash; when one throws StoreError, nothing has changed. */
+  virtual void prepare() = 0;
+  virtual void commit() = 0;
+  virtual void roll_back() = 0;
+  virtual void settle(bool commit) = 0; /* of prepared work: a heuristic outcome, which is kept until it is forgotten */
+  virtual void forget() = 0;
+
+  /* Makes a run() that is under way on another thread fail soon. */
+  virtual void interrupt() = 0;
+};
+
+/* A branch as the transaction table shows it. */
+struct BranchRow {
+  std::string name;
+  int32_t state = 0;
+  Clock::time_point since; /* when it entered the state */
+  bool held = false;       /* a session holds it */
+};
+
+/* A branch that was there when the store was opened: prepared, or with a heuristic outcome. */
+struct KeptBranch {
+  BranchRow row;
+  std::shared_ptr<Work> work;
+};
+
+struct User {
+  std::string name;
+  bool dtm_role = false;
+};
+
+/* All functions may be called from any thread. */
+class Store {
+ public:
+  using BranchLister = std::function<std::vector<BranchRow>()>;
+
+  Store() = default;
+  Store(const Store &) = delete;
+  Store &operator=(const Store &) = delete;
+  virtual ~Store() = default;
+
+  /* Whom the transaction table's queries ask; set once, before the first request. */
+  virtual void list_branches_by(BranchLister lister) = 0;
+  /* In the order of their preparation. To be called once, before the first login. */
+  virtual std::vector<KeptBranch> take_kept_branches() = 0;
+
+  virtual void add_user(const std::string &user, const std::string &password, bool dtm_role) = 0;
+  virtual bool drop_user(const std::string &user) = 0;
+  virtual std::vector<User> users() = 0;
+  virtual bool admits(const std::string &user, const std::string &password) = 0;
+  virtual bool has_dtm_role(const std::string &user) = 0;
+
+  /* A row of the configuration table; none when it is missing. */
+  virtual std::optional<int64_t> setting(const std::string &name) = 0;
+  virtual void set_setting(const std::string &name, std::optional<int64_t> value) = 0;
+
+  virtual std::shared_ptr<Work> make_work(const std::string &branch) = 0;
+  /* Outside any branch every statement commits by itself. */
+  virtual SqlOutcome run(const std::string &sql) = 0;
+};
+
+/* Rows of the configuration table that a server looks at. */
+inline constexpr const char *dtm_setting = "enable DTM";
+inline constexpr const char *lock_timeout_setting = "lock timeout"; /* milliseconds */
+inline constexpr const char *orphan_age_setting = "orphan age";     /* seconds; 0: never */
+
+/* Numbers of the server's messages. */
+enum ServerMessage : int32_t {
+  message_no_server = 3000,
+  message_login_refused = 3001,
+  message_no_failover = 3002,
+  message_shut_down = 3003,
+  message_bad_query = 3101,
+  message_no_procedure = 3102,
+  message_bad_query_type = 3103,
+  message_no_object = 3104,
+  message_not_allowed = 3105,
+  message_lock_timeout = 3106,
+  message_interrupted = 3107,
+  message_data_changed = 3108,
+  message_result_too_large = 3109,
+  message_bad_command = 3110,
+  message_no_role = 3201,
+  message_dtm_off = 3202,
+  message_storage = 3203
+};
+
+inline constexpr int32_t error_severity = 16;
+inline constexpr int32_t denied_severity = 14;
+
+/* A command's outcome that is one error message. */
+inline SqlOutcome sql_failure(int32_t number, std::string text) {
+  SqlOutcome outcome;
+  outcome.messages.push_back({number, error_severity, std::move(text)});
+  outcome.failed = true;
+  return outcome;
+}
+
+}  // namespace zdb
+
+#endif /* ZDB_STORE_H */

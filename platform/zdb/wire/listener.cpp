@@ -1,0 +1,181 @@
+/* listener.cpp - accepting clients, serving their sessions and stopping; see the header. */
+#include "listener.h"
+
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <optional>
+#include <utility>
+
+#include "crash_points.h"
+
+namespace zdb {
+namespace {
+
+constexpr int32_t full_severity = 17;
+
+/* When the process has run out of descriptors or memory, some time must pass before another client is accepted. */
+constexpr std::chrono::milliseconds breather{100};
+
+/* Answers the next request; false when there is none, or when the session has broken off. */
+bool answer_request(const Channel &channel, Session &session) {
+  const std::optional<Frame> frame = channel.receive({FrameKind::request});
+  if (!frame) {
+    return false;
+  }
+  const Reply reply = session.execute(decode_request(frame->payload));
+  const std::string answer = encode_reply(reply);
+  crash_point();
+  channel.send(answer);
+  crash_point();
+  return !reply.broken_off;
+}
+
+}  // namespace
+
+Listener::Listener(const std::string &path, mode_t permissions, Service &service, Log log,
+                   std::chrono::milliseconds stall_limit)
+    : file_(path, permissions), service_(service), log_(std::move(log)), stall_limit_(stall_limit) {
+  connections_.reserve(session_max);
+  acceptor_ = std::thread([this] { accept_clients(); });
+}
+
+Listener::~Listener() {
+  stop();
+}
+
+void Listener::stop() {
+  const std::lock_guard<std::mutex> alone(stop_mutex_);
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    stopping_ = true;
+  }
+  stop_wanted_.notify_all();
+  file_.shut_down();
+  if (acceptor_.joinable()) {
+    acceptor_.join();
+  }
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (const auto &connection : connections_) {
+      connection->channel.shut_down();
+    }
+  }
+  /* Waits for the threads, which need the mutex to come to their end. */
+  connections_.clear();
+  file_.remove();
+}
+
+bool Listener::stopping() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return stopping_;
+}
+
+/* A log that fails must not take the session, or the process, with it; neither must a lack of memory for the line. */
+void Listener::note(std::string_view what, std::string_view why) noexcept {
+  try {
+    const std::string line = std::string(what).append(": ").append(why);
+    const std::lock_guard<std::mutex> lock(log_mutex_);
+    log_(line);
+  } catch (...) {
+    return;
+  }
+}
+
+void Listener::note_end(uint64_t session, std::string_view why) noexcept {
+  std::array<char, 48> what{};
+  (void)std::snprintf(what.data(), what.size(), "Session %llu ended", static_cast<unsigned long long>(session));
+  note(what.data(), why);
+}
+
+void Listener::accept_clients() noexcept {
+  while (!stopping()) {
+    try {
+      accept_client();
+    } catch (const std::exception &error) {
+      note("Cannot accept a client", error.what());
+      std::unique_lock<std::mutex> lock(mutex_);
+      stop_wanted_.wait_for(lock, breather, [this] { return stopping_; });
+    }
+  }
+}
+
+void Listener::accept_client() {
+  Descriptor socket(accept4(file_.number(), nullptr, nullptr, SOCK_CLOEXEC));
+  if (socket) {
+    join_finished();
+    begin_session(std::move(socket));
+    return;
+  }
+  const int error = errno;
+  if (error != EINTR && error != ECONNABORTED && !stopping()) {
+    throw std::runtime_error(error_text(error));
+  }
+}
+
+void Listener::join_finished() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  std::erase_if(connections_, [](const auto &connection) { return connection->finished; });
+}
+
+void Listener::begin_session(Descriptor socket) {
+  if (connections_.size() >= session_max) {
+    refuse_session(std::move(socket));
+    return;
+  }
+  auto connection = std::make_unique<Connection>(Connection{++last_number_, Channel(std::move(socket), stall_limit_)});
+  Connection &served = *connection;
+  served.thread = std::jthread([this, &served] { serve(served); });
+  /* There is room: this cannot fail and leave the thread without its connection. */
+  connections_.push_back(std::move(connection));
+}
+
+/* A new socket has room for this much, so sending it does not hold up the other clients. */
+void Listener::refuse_session(Descriptor socket) {
+  const std::string most = std::to_string(session_max);
+  note("Client refused", "there are " + most + " sessions");
+  try {
+    Channel(std::move(socket))
+        .send(encode_refusal(
+            {message_too_many_sessions, full_severity,
+             "The server has " + most + " sessions, as many as it can. Log some out or try again later."}));
+  } catch (const FrameError &) {
+    /* The client has gone already. */
+    return;
+  }
+}
+
+void Listener::serve(Connection &connection) noexcept {
+  try {
+    converse(connection.channel);
+  } catch (const std::exception &error) {
+    note_end(connection.number, error.what());
+  } catch (...) {
+    note_end(connection.number, "an exception of an unknown type");
+  }
+  const std::lock_guard<std::mutex> lock(mutex_);
+  connection.channel.close();
+  connection.finished = true;
+}
+
+/* The session is logged out on return, before the client can see that the connection is closed. */
+void Listener::converse(const Channel &channel) {
+  const std::optional<Frame> frame = channel.receive({FrameKind::login}, stall_limit_);
+  if (!frame) {
+    return;
+  }
+  Message refusal;
+  const std::unique_ptr<Session> session = service_.log_in(decode_login(frame->payload), refusal);
+  if (session == nullptr) {
+    channel.send(encode_refusal(refusal));
+    return;
+  }
+  channel.send(encode_accepted());
+  while (answer_request(channel, *session)) {
+  }
+}
+
+}  // namespace zdb

@@ -1,0 +1,102 @@
+/*
+ * listener.h - the server's side of the wire: accepts clients on a socket file and serves each session in a thread of
+ * its own.
+ */
+#ifndef ZDB_WIRE_LISTENER_H
+#define ZDB_WIRE_LISTENER_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "channel.h"
+#include "session.h"
+#include "socket.h"
+
+namespace zdb {
+
+/* More clients than these are refused. */
+inline constexpr std::size_t session_max = 256;
+inline constexpr int32_t message_too_many_sessions = 3302;
+
+/* What a listener serves. Called from many threads at once; what it or a session of it throws ends that session. */
+class Service {
+ public:
+  Service() = default;
+  Service(const Service &) = delete;
+  Service &operator=(const Service &) = delete;
+  virtual ~Service() = default;
+  /* Null with a refusal when the login is refused. */
+  virtual std::unique_ptr<Session> log_in(const Login &login, Message &refusal) = 0;
+};
+
+class Listener {
+ public:
+  /* Takes a line of the server's log, from one thread at a time. */
+  using Log = std::function<void(const std::string &)>;
+
+  /*
+   * Throws std::runtime_error, with what to do about it, when the path cannot be listened on. Two servers that are
+   * started on one path at the very same moment may not notice each other.
+   */
+  Listener(const std::string &path, mode_t permissions, Service &service, Log log,
+           std::chrono::milliseconds stall_limit = default_stall_limit);
+  Listener(const Listener &) = delete;
+  Listener &operator=(const Listener &) = delete;
+  ~Listener();
+
+  /*
+   * Ends all sessions, waits for their threads and removes the file. A request that is being executed is waited for,
+   * but its reply does not reach the client. May be called again; never from the service or the log.
+   */
+  void stop();
+
+ private:
+  /* A client, from its acceptance to its end. */
+  struct Connection {
+    uint64_t number; /* names it in the log */
+    Channel channel;
+    bool finished = false; /* the thread has nothing left to do */
+    std::jthread thread{};
+  };
+
+  bool stopping() const;
+  void note(std::string_view what, std::string_view why) noexcept;
+  void note_end(uint64_t session, std::string_view why) noexcept;
+  void accept_clients() noexcept;
+  void accept_client();
+  void begin_session(Descriptor socket);
+  void refuse_session(Descriptor socket);
+  void join_finished();
+  void serve(Connection &connection) noexcept;
+  void converse(const Channel &channel);
+
+  SocketFile file_;
+  Service &service_;
+  Log log_;
+  std::chrono::milliseconds stall_limit_;
+  std::mutex stop_mutex_; /* one thread stops at a time */
+  std::mutex log_mutex_;
+  /* Guards the wish to stop, what is finished, and channels against being closed while they are shut down. */
+  mutable std::mutex mutex_;
+  std::condition_variable stop_wanted_;
+  bool stopping_ = false;
+  /* The acceptor's alone, and after its end of whoever stops. Room for all is reserved. */
+  std::vector<std::unique_ptr<Connection>> connections_;
+  uint64_t last_number_ = 0;
+  std::thread acceptor_;
+};
+
+}  // namespace zdb
+
+#endif /* ZDB_WIRE_LISTENER_H */
