@@ -39,6 +39,22 @@ static void bind_common(void *common, Libraries &libraries) {
   bind(common, "intl_close", libraries.reader_close);
 }
 
+static void bind_client(void *quillet, ClientCalls &client) {
+  bind(quillet, "cs_ctx_global", client.ctx_global);
+  bind(quillet, "cs_config", client.config);
+  bind(quillet, "cs_objects", client.objects);
+  bind(quillet, "ct_callback", client.callback);
+  bind(quillet, "ct_cmd_alloc", client.cmd_alloc);
+  bind(quillet, "ct_cmd_drop", client.cmd_drop);
+  bind(quillet, "ct_command", client.command);
+  bind(quillet, "ct_send", client.send);
+  bind(quillet, "ct_results", client.results);
+  bind(quillet, "ct_res_info", client.res_info);
+  bind(quillet, "ct_describe", client.describe);
+  bind(quillet, "ct_bind", client.bind);
+  bind(quillet, "ct_fetch", client.fetch);
+}
+
 static void bind_server(void *quillet, Libraries &libraries) {
   bind(quillet, "zdb_create_server", libraries.create_server);
   bind(quillet, "zdb_add_user", libraries.add_user);
@@ -62,11 +78,14 @@ std::filesystem::path default_library_folder() {
 Libraries load_libraries(const std::filesystem::path &folder, const std::string &flavour) {
   Libraries libraries;
   bind_common(load(folder / "libtrvcommon.so", RTLD_GLOBAL), libraries);
-  bind_server(load(folder / "libquillet.so", RTLD_GLOBAL), libraries);
+  void *quillet = load(folder / "libquillet.so", RTLD_GLOBAL);
+  bind_client(quillet, libraries.client);
+  bind_server(quillet, libraries);
   void *xadtm = load(folder / "libxadtm.so", RTLD_LOCAL);
   bind(xadtm, "TrvXA_GetStatementNr", libraries.statement_number);
   if (!flavour.empty()) {
     bind(xadtm, switch_name(flavour), libraries.xa);
+    libraries.flavour = flavour;
   }
   return libraries;
 }

@@ -52,10 +52,13 @@ Lines of a script (words in capitals stand for values, brackets for what may be 
 static constexpr const char *help_tail = R"(
 A line may end in "=> RESULT": an XA code for an XA call (=> XA_OK), a number of XIDs and perhaps their
 names for recover (=> 2 X1 X2), a number for statement and break, a branch state for state (=> prepared),
-done (which is what these expect by themselves) or refused for server, user, dtm and force. Without it the
-result is not checked.
+done (which is what these expect by themselves) or refused for server, user, dtm and force, and for sql ok
+(perhaps with all rows, => ok "7 | Ann" "8 | null"), failed (the server refused) or none (no connection).
+Without it the result is not checked.
 A line may begin with "@NAME": it then runs on the thread of that name, made at its first use, and the next
 line waits for it. After "@NAME&" the next line does not wait; "wait NAME" does.
+sql runs on the connection that the library has published for RMID, as application code does between start
+and end. Its rows, row counts and messages are printed below it; binaries are hexadecimal digits.
 FLAGS are TM... names joined by "|", or 0x and hexadecimal digits. GTRID and BQUAL are hexadecimal digits
 or quoted text. The XID T1.a, unless an xid line defines it, is branch "a" of the global transaction "T1";
 null gives a null pointer. Texts with blanks stand in double quotes, with the escapes \" \\ \n \t \xHH. "#"
@@ -68,6 +71,7 @@ Example:
   user bank1 sa secret
   open 1 "-NL1 -Usa -Psecret -Sbank1" => XA_OK
   start 1 X1 TMNOFLAGS => XA_OK
+  sql 1 "select name from t where id = 7" => ok "Ann"
   end 1 X1 TMSUCCESS => XA_OK
   prepare 1 X1 => XA_OK
   recover 1 10 TMSTARTRSCAN => 1 X1
@@ -134,7 +138,7 @@ static std::optional<std::string> text_of_script(const std::string &path) {
 
 static bool makes_calls(const Script &script) {
   for (const Command &command : script.commands) {
-    if (command.verb <= Verb::complete) {
+    if (command.verb <= Verb::sql) {
       return true;
     }
   }

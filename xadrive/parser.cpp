@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <charconv>
+#include <map>
 #include <set>
 #include <span>
 
+#include "open_string.h"
 #include "tokens.h"
 #include "xa_names.h"
 
@@ -39,6 +41,7 @@ static constexpr VerbForm verb_forms[] = {
   {"forget",    Verb::forget,     ResultKind::xa_code,      "rxf",  "forget RMID XID [FLAGS]"},
   {"recover",   Verb::recover,    ResultKind::xid_count,    "rnF",  "recover RMID COUNT FLAGS"},
   {"complete",  Verb::complete,   ResultKind::xa_code,      "rf",   "complete RMID [FLAGS]"},
+  {"sql",       Verb::sql,        ResultKind::sql,          "rq",   "sql RMID \"SQL\""},
   {"statement", Verb::statement,  ResultKind::number,       "r",    "statement RMID"},
   {"server",    Verb::server,     ResultKind::answer,       "w",    "server NAME"},
   {"user",      Verb::user,       ResultKind::answer,       "wwwR", "user SERVER USER PASSWORD [nodtm]"},
@@ -148,6 +151,13 @@ static std::optional<std::string> info_argument(const Token &token) {
   return token.text;
 }
 
+static std::string sql_argument(const Token &token) {
+  if (!token.quoted) {
+    throw ScriptError("put the SQL " + token.text + " in double quotes");
+  }
+  return token.text;
+}
+
 static std::optional<XID> xid_argument(const Token &token, XidBook &xids) {
   if (token.is("null")) {
     return std::nullopt;
@@ -206,6 +216,9 @@ static void take_required(char letter, const Token &token, Command &command, Xid
     case 's':
       command.info = info_argument(token);
       break;
+    case 'q':
+      command.info = sql_argument(token);
+      break;
     case 'x':
       command.xid = xid_argument(token, xids);
       break;
@@ -254,6 +267,8 @@ static std::optional<int32_t> expected_code(ResultKind kind, const std::string &
       return number_of(Vocabulary::answers, text);
     case ResultKind::branch_state:
       return number_of(Vocabulary::branch_states, text);
+    case ResultKind::sql:
+      return number_of(Vocabulary::sql_results, text);
     default:
       break;
   }
@@ -268,10 +283,41 @@ static const char *results_of(ResultKind kind) {
     case ResultKind::branch_state:
       return "unknown, attached, ended, suspended, migrated, abort-only, prepared, heuristic-commit or "
              "heuristic-rollback";
+    case ResultKind::sql:
+      return "ok (and perhaps rows in double quotes), failed or none";
     case ResultKind::xa_code:
       return "an XA code such as XA_OK or XAER_NOTA";
     default:
       return "a number or an XA code such as XAER_PROTO";
+  }
+}
+
+/* The names of the XIDs that a scan is to return: all or none. */
+static void take_xids(Rest &rest, Expectation &expected, XidBook &xids) {
+  const std::string count = expected.text;
+  while (!rest.empty()) {
+    const std::string &name = rest.take("an XID").text;
+    xids.get(name);
+    expected.xids.push_back(name);
+    expected.text += ' ';
+    expected.text += name;
+  }
+  if (!expected.xids.empty() && expected.xids.size() != static_cast<size_t>(std::max(expected.code, 0))) {
+    throw ScriptError("the result names " + std::to_string(expected.xids.size()) + " XIDs but counts " + count +
+                      "; name all of them or none");
+  }
+  std::sort(expected.xids.begin(), expected.xids.end());
+}
+
+static void take_rows(Rest &rest, Expectation &expected) {
+  while (!rest.empty()) {
+    const Token &token = rest.take("a row");
+    if (!token.quoted) {
+      throw ScriptError("put the row " + token.text + " in double quotes");
+    }
+    expected.rows.push_back(token.text);
+    expected.text += ' ';
+    expected.text += quoted(token.text);
   }
 }
 
@@ -282,25 +328,18 @@ static Expectation take_expectation(ResultKind kind, Rest &rest, XidBook &xids) 
   if (!code) {
     throw ScriptError(quoted(result.text) + " is no result; write " + results_of(kind));
   }
-  Expectation expected{*code, {}, result.text};
-  while (kind == ResultKind::xid_count && !rest.empty()) {
-    const std::string &name = rest.take("an XID").text;
-    xids.get(name);
-    expected.xids.push_back(name);
-    expected.text += ' ';
-    expected.text += name;
+  Expectation expected{*code, {}, {}, result.text};
+  if (kind == ResultKind::xid_count) {
+    take_xids(rest, expected, xids);
+  } else if (kind == ResultKind::sql && *code == sql_ok) {
+    take_rows(rest, expected);
   }
-  if (!expected.xids.empty() && expected.xids.size() != static_cast<size_t>(std::max(*code, 0))) {
-    throw ScriptError("the result names " + std::to_string(expected.xids.size()) + " XIDs but counts " + result.text +
-                      "; name all of them or none");
-  }
-  std::sort(expected.xids.begin(), expected.xids.end());
   return expected;
 }
 
 static void take_result(Rest &rest, Command &command, XidBook &xids) {
   if (command.kind == ResultKind::answer) {
-    command.expected = Expectation{1, {}, "done"};
+    command.expected = Expectation{1, {}, {}, "done"};
   }
   if (rest.empty()) {
     return;
@@ -329,8 +368,11 @@ class ScriptParser {
   void take_thread(Rest &rest, Command &command);
   void take_arguments(const VerbForm &form, std::span<const Token> arguments, Command &command);
   void settle(Command command);
+  void settle_open(const Command &command);
+  void settle_sql(Command &command) const;
 
   Script &script_;
+  std::map<int32_t, std::string> open_strings_; /* by rmid, the last that names an LRM */
   std::set<std::string> threads_;
   bool opened_ = false;
   bool called_ = false;
@@ -373,6 +415,24 @@ void ScriptParser::take_arguments(const VerbForm &form, std::span<const Token> a
   }
 }
 
+void ScriptParser::settle_open(const Command &command) {
+  opened_ = true;
+  if (command.info && !option_of(*command.info, 'N').empty()) {
+    open_strings_[command.rmid] = *command.info;
+  }
+}
+
+/* The name under which the library publishes the resource manager's connection is known from its open string only. */
+void ScriptParser::settle_sql(Command &command) const {
+  const auto opened = open_strings_.find(command.rmid);
+  if (opened == open_strings_.end()) {
+    throw ScriptError("no line above opens RMID " + std::to_string(command.rmid) +
+                      " with an LRM name (-N), so there is no connection to look for; put the open line first");
+  }
+  command.lrm = option_of(opened->second, 'N');
+  command.lookup_key = option_of(opened->second, 'K');
+}
+
 /* The rules that look beyond one line; then the command is the script's. */
 void ScriptParser::settle(Command command) {
   const bool of_main = command.thread == main_thread;
@@ -394,6 +454,12 @@ void ScriptParser::settle(Command command) {
         throw ScriptError("env works on the main thread and before the first open; move the line up");
       }
       break;
+    case Verb::open:
+      settle_open(command);
+      break;
+    case Verb::sql:
+      settle_sql(command);
+      break;
     case Verb::wait:
       if (!of_main || command.words[0] == main_thread || !threads_.contains(command.words[0])) {
         throw ScriptError("wait is for the main thread and names a thread that a line above uses");
@@ -409,7 +475,6 @@ void ScriptParser::settle(Command command) {
       break;
   }
   called_ = called_ || is_library_call(command.verb);
-  opened_ = opened_ || command.verb == Verb::open;
   script_.commands.push_back(std::move(command));
 }
 

@@ -15,6 +15,8 @@
 #include <thread>
 #include <vector>
 
+#include "sql_runner.h"
+#include "tokens.h"
 #include "workers.h"
 #include "xa_names.h"
 
@@ -22,7 +24,9 @@ namespace {
 
 struct Outcome {
   int32_t code = 0;
-  std::vector<std::string> xids; /* sorted names of the XIDs that a scan returned */
+  std::vector<std::string> xids;  /* sorted names of the XIDs that a scan returned */
+  std::vector<std::string> rows;  /* of SQL, in the server's order */
+  std::vector<std::string> lines; /* shown below the command */
 };
 
 class Player {
@@ -37,6 +41,7 @@ class Player {
   Outcome outcome_of(const Command &command) const;
   int32_t call_switch(const Command &command) const;
   Outcome call_recover(const Command &command) const;
+  Outcome call_sql(const Command &command) const;
   int32_t steer_server(const Command &command) const;
   void report(const Command &command, const Outcome &outcome);
   bool surprised();
@@ -52,6 +57,10 @@ class Player {
 
 static const char *pointer_to(const std::optional<std::string> &text) {
   return text ? text->c_str() : nullptr;
+}
+
+static Outcome outcome(int32_t code) {
+  return {code, {}, {}, {}};
 }
 
 static const XID *pointer_to(const std::optional<XID> &xid) {
@@ -116,17 +125,24 @@ int32_t Player::steer_server(const Command &command) const {
   }
 }
 
+Outcome Player::call_sql(const Command &command) const {
+  SqlRun run = run_sql(libraries_, command.lrm, command.lookup_key, command.info.value_or(""));
+  return {run.result, {}, std::move(run.rows), std::move(run.lines)};
+}
+
 Outcome Player::outcome_of(const Command &command) const {
   switch (command.verb) {
     case Verb::recover:
       return call_recover(command);
+    case Verb::sql:
+      return call_sql(command);
     case Verb::statement:
-      return {libraries_.statement_number(command.rmid), {}};
+      return outcome(libraries_.statement_number(command.rmid));
     case Verb::sleep:
       std::this_thread::sleep_for(std::chrono::duration<double>(command.seconds));
       return {};
     case Verb::env:
-      return {setenv(command.words[0].c_str(), command.words[1].c_str(), 1), {}};
+      return outcome(setenv(command.words[0].c_str(), command.words[1].c_str(), 1));
     case Verb::echo:
     case Verb::wait:
       return {};
@@ -136,9 +152,9 @@ Outcome Player::outcome_of(const Command &command) const {
     case Verb::force:
     case Verb::state:
     case Verb::disconnect:
-      return {steer_server(command), {}};
+      return outcome(steer_server(command));
     default:
-      return {call_switch(command), {}};
+      return outcome(call_switch(command));
   }
 }
 
@@ -150,6 +166,8 @@ static std::string text_of(ResultKind kind, const Outcome &outcome) {
       return name_of(Vocabulary::answers, outcome.code);
     case ResultKind::branch_state:
       return name_of(Vocabulary::branch_states, outcome.code);
+    case ResultKind::sql:
+      return name_of(Vocabulary::sql_results, outcome.code);
     default:
       break;
   }
@@ -165,7 +183,8 @@ static std::string text_of(ResultKind kind, const Outcome &outcome) {
 }
 
 static bool meets(const Outcome &outcome, const Expectation &expected) {
-  return outcome.code == expected.code && (expected.xids.empty() || outcome.xids == expected.xids);
+  return outcome.code == expected.code && (expected.xids.empty() || outcome.xids == expected.xids) &&
+         (expected.rows.empty() || outcome.rows == expected.rows);
 }
 
 bool Player::surprised() {
@@ -180,12 +199,19 @@ void Player::report(const Command &command, const Outcome &outcome) {
     std::cout << std::endl;
     return;
   }
-  const std::string got = text_of(command.kind, outcome);
+  std::string got = text_of(command.kind, outcome);
   std::cout << " => " << got << std::endl;
+  for (const std::string &line : outcome.lines) {
+    std::cout << "    " << line << std::endl;
+  }
   if (!command.expected || meets(outcome, *command.expected)) {
     return;
   }
   surprised_ = true;
+  for (const std::string &row : outcome.rows) {
+    got += ' ';
+    got += ::quoted(row); /* not the standard library's, which the row's type would bring in */
+  }
   std::cerr << "xadrive: " << script_.file << ':' << command.line << ": @" << command.thread << ' ' << command.shown
             << ": expected " << command.expected->text << ", got " << got << std::endl;
 }
@@ -212,6 +238,7 @@ void Player::dispatch(const Command &command) {
 }
 
 bool Player::play() {
+  listen_for_messages(libraries_);
   for (const Command &command : script_.commands) {
     if (surprised()) {
       break;

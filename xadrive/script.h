@@ -25,6 +25,7 @@ enum class Verb {
   forget,
   recover,
   complete,
+  sql, /* the last that needs a flavour */
   statement,
   server,
   user,
@@ -41,11 +42,12 @@ enum class Verb {
 };
 
 /* What a command's result is, and so how it is written. */
-enum class ResultKind { xa_code, xid_count, number, answer, branch_state, nothing };
+enum class ResultKind { xa_code, xid_count, number, answer, branch_state, sql, nothing };
 
 struct Expectation {
   int32_t code = 0;
   std::vector<std::string> xids; /* sorted names; empty when only the count matters */
+  std::vector<std::string> rows; /* of SQL, in their order; empty when they do not matter */
   std::string text;              /* as a message shows it */
 };
 
@@ -62,7 +64,9 @@ struct Command {
   int32_t number = 0; /* places of a scan; 1 for "on", "commit" and a login with the DTM role */
   double seconds = 0;
   std::optional<XID> xid;          /* none: a null pointer */
-  std::optional<std::string> info; /* open or close string; none: a null pointer */
+  std::optional<std::string> info; /* open or close string, none: a null pointer; or the SQL */
+  std::string lrm;                 /* where SQL runs: of the resource manager's open string */
+  std::string lookup_key;          /* likewise */
   std::vector<std::string> words;  /* names in their order */
   std::optional<Expectation> expected;
 };

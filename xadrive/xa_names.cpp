@@ -1,5 +1,5 @@
 /*
- * xa_names.cpp - the names that scripts use for XA result codes, flag words and branch states, as tables.
+ * xa_names.cpp - the names that scripts use for result codes, flag words and branch states, as tables.
  */
 #include "xa_names.h"
 
@@ -59,6 +59,12 @@ static constexpr NamedNumber branch_states[] = {
   {"heuristic-rollback",    ZDB_HEUR_ROLLED_BACK},
 };
 
+static constexpr NamedNumber sql_results[] = {
+  {"ok",     sql_ok},
+  {"failed", sql_failed},
+  {"none",   sql_none},
+};
+
 static constexpr NamedNumber answers[] = {
   {"done",    1},
   {"refused", 0},
@@ -86,6 +92,8 @@ static std::span<const NamedNumber> table_of(Vocabulary vocabulary) {
       return xa_codes;
     case Vocabulary::branch_states:
       return branch_states;
+    case Vocabulary::sql_results:
+      return sql_results;
     case Vocabulary::answers:
       break;
   }

@@ -1,5 +1,5 @@
 /*
- * xa_names.h - the names that scripts use for XA result codes, flag words and branch states.
+ * xa_names.h - the names that scripts use for result codes, flag words and branch states, and for results of SQL.
  */
 #ifndef XADRIVE_XA_NAMES_H
 #define XADRIVE_XA_NAMES_H
@@ -10,7 +10,11 @@
 #include <string_view>
 
 /* A set of names for numbers. */
-enum class Vocabulary { xa_codes, branch_states, answers };
+enum class Vocabulary { xa_codes, branch_states, sql_results, answers };
+
+inline constexpr int32_t sql_none = -1; /* no connection is published */
+inline constexpr int32_t sql_failed = 0;
+inline constexpr int32_t sql_ok = 1;
 
 std::optional<int32_t> number_of(Vocabulary vocabulary, std::string_view name);
 /* The number itself in decimal when it has no name. */

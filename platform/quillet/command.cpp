@@ -5,6 +5,7 @@
  * Commands of one connection are independent of each other, since each reply is held here as a whole.
  */
 #include "arguments.h"
+#include "conversion.h"
 #include "handles.h"
 #include "operation.h"
 
@@ -17,7 +18,6 @@ using quillet::Reason;
 using quillet::releasing_operation;
 
 constexpr int32_t text_max = 1 << 20;
-constexpr int32_t char_param_max = 255;
 
 /* Begins a request on the command, or refuses while results are pending. */
 int32_t initiate(const CommandLock &locked, const char *caller, zdb::RequestKind kind, std::string text) {
@@ -32,30 +32,10 @@ int32_t initiate(const CommandLock &locked, const char *caller, zdb::RequestKind
   return CS_SUCCEED;
 }
 
-/* False when the value does not fit its format. */
-bool read_parameter(const QLT_FORMAT &format, const void *data, int32_t length, int32_t indicator, zdb::Value &value) {
-  if (indicator == QLT_IND_NULL) {
-    return true;
-  }
-  if (data == nullptr) {
-    return false;
-  }
-  if (format.fmt_datatype == QLT_INT_TYPE) {
-    int32_t number = 0;
-    if (length != QLT_UNUSED && length != static_cast<int32_t>(sizeof number)) {
-      return false;
-    }
-    std::memcpy(&number, data, sizeof number);
-    value = int64_t{number};
-    return true;
-  }
-  const int32_t max = format.fmt_maxlen > 0 && format.fmt_maxlen < char_param_max ? format.fmt_maxlen : char_param_max;
-  auto text = quillet::text_argument(static_cast<const char *>(data), length, max);
-  if (format.fmt_datatype != QLT_CHAR_TYPE || !text) {
-    return false;
-  }
-  value = std::move(*text);
-  return true;
+/* Null, or the value at data; none when that does not fit its format. */
+std::optional<zdb::Value> parameter_value(const QLT_FORMAT &format, const void *data, int32_t length,
+                                          int32_t indicator) {
+  return indicator == QLT_IND_NULL ? zdb::Value() : quillet::read_value(format, data, length);
 }
 
 /* Sends the initiated request and keeps the reply; the session is open. */
@@ -155,12 +135,11 @@ int32_t ct_param(QLT_COMMAND *command, const QLT_FORMAT *format, const void *dat
       return locked.fail(Reason::bad_argument, "ct_param: no format, or not one of an input parameter");
     }
     auto name = quillet::text_argument(format->fmt_name, format->fmt_namelen, QLT_MAX_NAME);
-    zdb::Parameter parameter;
-    if (!name || !read_parameter(*format, data, length, indicator, parameter.value)) {
+    auto value = parameter_value(*format, data, length, indicator);
+    if (!name || !value) {
       return locked.fail(Reason::bad_argument, "ct_param: no valid name or value");
     }
-    parameter.name = std::move(*name);
-    locked->request.parameters.push_back(std::move(parameter));
+    locked->request.parameters.push_back({std::move(*name), std::move(*value)});
     return CS_SUCCEED;
   });
 }

@@ -1,4 +1,7 @@
 /* connection.cpp - making, configuring, opening and closing connections. */
+#include <cstdlib>
+#include <filesystem>
+
 #include "arguments.h"
 #include "handles.h"
 #include "operation.h"
@@ -49,6 +52,33 @@ void deliver_queued(const ConnectionLock &locked) {
   context.queued.clear();
 }
 
+/* The file that the context names by now, which may be later than the connection was made. */
+std::string file_of_context() {
+  CS_CONTEXT &context = quillet::the_context();
+  const std::lock_guard<std::mutex> lock(context.mutex);
+  return context.settings.text(QLT_PROP_IFILE);
+}
+
+/* The installation's own file; empty when it has none. */
+std::string file_of_installation() {
+  const char *folder = std::getenv("TARVEX");
+  if (folder == nullptr || *folder == '\0') {
+    return {};
+  }
+  const std::filesystem::path file = std::filesystem::path(folder) / "interfaces";
+  std::error_code ignored; /* a file that may not be looked at is there, and trying to read it will tell why not */
+  return std::filesystem::status(file, ignored).type() == std::filesystem::file_type::not_found ? "" : file.string();
+}
+
+/* The first that is named: the connection's, the context's, the installation's; empty when there is none. */
+std::string interfaces_file(const ConnectionLock &locked) {
+  std::string file = locked->settings.text(QLT_PROP_IFILE);
+  if (file.empty()) {
+    file = file_of_context();
+  }
+  return file.empty() ? file_of_installation() : file;
+}
+
 int32_t log_in(const ConnectionLock &locked, const std::string &server) {
   zdb::Login login;
   login.user = locked->settings.text(QLT_PROP_USER);
@@ -56,7 +86,7 @@ int32_t log_in(const ConnectionLock &locked, const std::string &server) {
   login.application = locked->settings.text(QLT_PROP_APPNAME);
   login.failover = locked->settings.integer(QLT_PROP_FAILOVER) == 1;
   zdb::Message refusal;
-  auto session = zdb::open_session(server, "", login, refusal);
+  auto session = zdb::open_session(server, interfaces_file(locked), login, refusal);
   if (session == nullptr) {
     locked->outbox.emplace_back(quillet::server_message(refusal, server));
     return locked.fail(Reason::login_failed, "ct_connect: cannot log in to server '" + server + "': " + refusal.text);

@@ -5,9 +5,10 @@
  * the end of the data a fetch says so again until the next ct_results.
  */
 #include <algorithm>
-#include <charconv>
 #include <cstring>
+#include <utility>
 
+#include "conversion.h"
 #include "handles.h"
 #include "operation.h"
 
@@ -19,8 +20,6 @@ using quillet::operation;
 using quillet::PendingReply;
 using quillet::Phase;
 using quillet::Reason;
-
-constexpr int32_t integer_size = 4;
 
 int32_t type_of(zdb::ResultKind kind) {
   switch (kind) {
@@ -75,68 +74,18 @@ void deliver_server_messages(const CommandLock &locked) {
   locked->reply.messages.clear();
 }
 
-std::string as_text(const zdb::Value &value) {
-  if (const auto *number = std::get_if<int64_t>(&value)) {
-    return std::to_string(*number);
-  }
-  const auto *text = std::get_if<std::string>(&value);
-  return text == nullptr ? std::string() : *text;
-}
-
-/* None when a text is not a number that fits. */
-std::optional<int32_t> as_integer(const zdb::Value &value) {
-  if (const auto *number = std::get_if<int64_t>(&value)) {
-    return static_cast<int32_t>(*number);
-  }
-  const auto *text = std::get_if<std::string>(&value);
-  int32_t number = 0;
-  if (text != nullptr) {
-    const char *end = text->data() + text->size();
-    const auto [rest, error] = std::from_chars(text->data(), end, number);
-    if (error != std::errc() || rest != end) {
-      return std::nullopt;
-    }
-  }
-  return number;
-}
-
-/* Writes a text to its place and returns how many bytes of it there was room for. */
-std::size_t place_text(const std::string &text, const QLT_FORMAT &format, char *place) {
-  const bool ends_with_zero = format.fmt_format == QLT_FMT_NULLTERM;
-  const std::size_t room = static_cast<std::size_t>(format.fmt_maxlen) - (ends_with_zero ? 1 : 0);
-  const std::size_t size = std::min(room, text.size());
-  std::memcpy(place, text.data(), size);
-  if (ends_with_zero) {
-    place[size] = '\0';
-  }
-  return size;
-}
-
 /* Puts one value into row r of its binding; false when it did not fit or could not be converted. */
 bool store(const zdb::Value &value, const Binding &binding, int32_t row) {
-  const QLT_FORMAT &format = binding.format;
-  char *place = binding.buffer + static_cast<std::ptrdiff_t>(row) * format.fmt_maxlen;
+  char *place = binding.buffer + static_cast<std::ptrdiff_t>(row) * binding.format.fmt_maxlen;
+  const quillet::Stored stored = quillet::store_value(value, binding.format, place);
   const bool is_null = std::holds_alternative<std::monostate>(value);
-  bool whole = true;
-  int32_t length = integer_size;
-  if (format.fmt_datatype == QLT_CHAR_TYPE) {
-    const std::string text = as_text(value);
-    const std::size_t size = place_text(text, format, place);
-    whole = size == text.size();
-    length = static_cast<int32_t>(size);
-  } else {
-    const auto number = as_integer(value);
-    whole = number.has_value();
-    const int32_t stored = number.value_or(0);
-    std::memcpy(place, &stored, sizeof stored);
-  }
   if (binding.lengths != nullptr) {
-    binding.lengths[row] = is_null ? 0 : length;
+    binding.lengths[row] = is_null ? 0 : stored.length;
   }
   if (binding.indicators != nullptr) {
     binding.indicators[row] = is_null ? QLT_IND_NULL : 0;
   }
-  return whole;
+  return stored.whole;
 }
 
 /* Rows delivered by one fetch: the count of the bindings, 1 without any. */
@@ -159,15 +108,15 @@ bool store_row(const std::vector<zdb::Value> &values, const PendingReply &reply,
   return whole;
 }
 
-bool is_bindable(const QLT_FORMAT &format) {
-  const bool is_char = format.fmt_datatype == QLT_CHAR_TYPE;
-  if (format.fmt_count < 1 || (!is_char && format.fmt_datatype != QLT_INT_TYPE)) {
-    return false;
+/* Known while the end of a command is current; -1 also stands for a count that is too large to tell. */
+int32_t tell_row_count(const CommandLock &locked, void *buffer, int32_t length, int32_t *outlen) {
+  const PendingReply &reply = locked->reply;
+  if (!reply.current || reply.results.front().kind != zdb::ResultKind::done) {
+    return locked.fail(Reason::no_results, "ct_res_info: rows are counted at the end of a command (CS_CMD_DONE) only");
   }
-  if (!is_char) {
-    return format.fmt_format == QLT_FMT_NONE && format.fmt_maxlen >= integer_size;
-  }
-  return (format.fmt_format == QLT_FMT_NONE || format.fmt_format == QLT_FMT_NULLTERM) && format.fmt_maxlen >= 1;
+  const int64_t count = reply.results.front().row_count;
+  const int32_t told = count >= 0 && std::in_range<int32_t>(count) ? static_cast<int32_t>(count) : -1;
+  return quillet::copy_integer(told, buffer, length, outlen);
 }
 
 }  // namespace
@@ -205,12 +154,15 @@ int32_t ct_res_info(QLT_COMMAND *command, int32_t type, void *buffer, int32_t le
     if (!locked) {
       return CS_FAIL;
     }
+    if (type == QLT_ROW_COUNT) {
+      return tell_row_count(locked, buffer, length, outlen);
+    }
     const zdb::Result *result = fetchable(*locked);
     if (result == nullptr) {
       return no_rows(locked, "ct_res_info");
     }
     if (type != QLT_NUM_COLUMNS) {
-      return locked.fail(Reason::bad_argument, "ct_res_info: only the number of columns is known");
+      return locked.fail(Reason::bad_argument, "ct_res_info: only the numbers of columns and of rows are known");
     }
     return quillet::copy_integer(static_cast<int32_t>(result->columns.size()), buffer, length, outlen);
   });
@@ -234,7 +186,7 @@ int32_t ct_describe(QLT_COMMAND *command, int32_t column, QLT_FORMAT *format) {
     const std::size_t size = std::min(described->name.size(), sizeof format->fmt_name - 1);
     std::memcpy(format->fmt_name, described->name.data(), size);
     format->fmt_namelen = static_cast<int32_t>(size);
-    format->fmt_datatype = described->type == zdb::ColumnType::text ? QLT_CHAR_TYPE : QLT_INT_TYPE;
+    format->fmt_datatype = quillet::datatype_of(described->type);
     format->fmt_maxlen = described->max_length;
     format->fmt_count = 1;
     return CS_SUCCEED;
@@ -261,7 +213,7 @@ int32_t ct_bind(QLT_COMMAND *command, int32_t column, const QLT_FORMAT *format, 
     if (buffer == nullptr) {
       return CS_SUCCEED;
     }
-    if (format == nullptr || !is_bindable(*format)) {
+    if (format == nullptr || !quillet::is_bindable(*format)) {
       return locked.fail(Reason::bad_bind, "ct_bind: the format cannot be bound");
     }
     if (format->fmt_count != rows_per_fetch(locked->reply)) {

@@ -37,6 +37,7 @@ constexpr Setting connection_table[] = {
   {QLT_PROP_USER,      string,  0,    0,    0,       before_login},
   {QLT_PROP_PASSWORD,  string,  0,    0,    0,       before_login | write_only},
   {QLT_PROP_APPNAME,   string,  0,    0,    0,       before_login},
+  {QLT_PROP_IFILE,     string,  0,    0,    0,       before_login},
   {9105,               number,  7360, 7364, 7364,    before_login},  // protocol version
   {9107,               number,  256,  65536, 512,    before_login},  // packet size
   {9110,               number,  8110, 8112, 8111,    no_limits},     // waiting for the network

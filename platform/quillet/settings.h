@@ -39,7 +39,7 @@ class SettingValues {
   int32_t access(int32_t action, int32_t code, void *buffer, int32_t length, int32_t *outlen, bool logged_in);
   int32_t integer(int32_t code) const;
   std::string text(int32_t code) const;
-  /* Takes over the values that were set in other, where this knows their codes. */
+  /* Takes over the integers that were set in other, where this knows their codes. Texts stay with their owner. */
   void inherit(const SettingValues &other);
 
  private:

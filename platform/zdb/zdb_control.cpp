@@ -8,8 +8,10 @@
 
 #include <cstring>
 #include <exception>
+#include <filesystem>
 
 #include "directory.h"
+#include "folder.h"
 
 namespace {
 
@@ -43,12 +45,22 @@ int32_t zdb_create_server(const char *server) {
   }
 }
 
+int32_t zdb_open_folder(const char *server, const char *folder) {
+  if (server == nullptr || *server == '\0' || std::strlen(server) > server_name_max || folder == nullptr) {
+    return 0;
+  }
+  try {
+    if (!std::filesystem::exists(folder)) {
+      zdb::create_folder(folder);
+    }
+    return zdb::add_durable_server(server, folder) ? 1 : 0;
+  } catch (const std::exception &) {
+    return 0;
+  }
+}
+
 int32_t zdb_drop_server(const char *server) {
-  return on_server(server, 0, [&](zdb::Server &found) {
-    zdb::remove_server(server);
-    found.shut_down();
-    return true;
-  });
+  return on_server(server, 0, [&](zdb::Server &) { return zdb::drop_server(server); });
 }
 
 int32_t zdb_add_user(const char *server, const char *user, const char *password, int32_t dtm_role) {

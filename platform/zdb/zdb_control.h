@@ -1,7 +1,8 @@
 /*
  * zdb_control.h - how tests, tools and operators set up and steer the embedded database servers.
  *
- * A server lives in the process and is found by its name; the client library logs in to it with ct_connect. All
+ * These servers live in the process and are found by their names; the client library logs in to them with ct_connect,
+ * as it does to those of an interfaces file. All
  * functions may be called from any thread. They return 1 on success and 0 when the server (or the branch) is unknown
  * or the arguments are bad, unless stated otherwise. libxadtm never calls any of them.
  */
@@ -16,7 +17,12 @@ extern "C" {
 
 /* Makes an empty server with DTM switched on; 0 when the name is taken, empty or longer than 31 characters. */
 int32_t zdb_create_server(const char *server);
-/* Removes a server: its sessions break off, its branches are gone. */
+/*
+ * Opens the folder, made when it does not exist, as a server of that name that keeps its data there. 0 also when the
+ * folder cannot be opened.
+ */
+int32_t zdb_open_folder(const char *server, const char *folder);
+/* Removes a server: its sessions break off, its branches are gone, but for what a folder keeps. */
 int32_t zdb_drop_server(const char *server);
 /* Adds or replaces a login; dtm_role says whether it may call the DTM procedures. */
 int32_t zdb_add_user(const char *server, const char *user, const char *password, int32_t dtm_role);

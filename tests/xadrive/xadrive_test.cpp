@@ -91,6 +91,13 @@ TEST(Scripts, bad_lines_are_all_named_before_anything_runs) {
       {"open 1 \"-NL1\"", nullptr},
       {"env A B", "before the first open"},
       {"flavour tux", "before the first XA call"},
+      {"sql 1 \"select 1\" => ok \"1\" \"2 | null\"", nullptr},
+      {"sql 1 select", "put the SQL select in double quotes"},
+      {"sql 1", "the line's form is: sql RMID \"SQL\""},
+      {"sql 2 \"select 1\"", "no line above opens RMID 2 with an LRM name"},
+      {"sql 1 \"select 1\" => done", "write ok (and perhaps rows in double quotes), failed or none"},
+      {"sql 1 \"select 1\" => ok 1", "put the row 1 in double quotes"},
+      {"sql 1 \"select 1\" => failed \"1\"", "one result is enough"},
   };
   std::string text;
   for (const Row &row : rows) {
@@ -160,6 +167,29 @@ class Flavours : public testing::TestWithParam<const char *> {};
 TEST_P(Flavours, branch_script_plays_as_expected) {
   const Playing run = run_xadrive(std::string("--flavour ").append(GetParam()).append(" " SCRIPTS "/branches.xas"));
   EXPECT_EQ(run.status, 0) << run.output;
+}
+
+/* The readiness query is one that every server answers. */
+TEST_P(Flavours, sql_runs_where_the_library_has_published_a_connection) {
+  const std::string head =
+      std::string("flavour ")
+          .append(GetParam())
+          .append(
+              "\nserver bank1\nuser bank1 sa secret\nopen 1 \"-NL0 -n L1 -nL1 -Usa -Psecret -Sbank1 -kk1\" => XA_OK\n"
+              "sql 1 \"select 1\" => none\nstart 1 X1 => XA_OK\n");
+  const std::string query = R"(sql 1 "select value from master.dbo.sysconfigures where name = \"enable DTM\"")";
+  const Playing good = run_script(head + query + " => ok \"1\"\nsql 1 \"no such thing\" => failed\n" +
+                                  "end 1 X1 TMSUCCESS => XA_OK\nrollback 1 X1 => XA_OK\n");
+  EXPECT_EQ(good.status, 0) << good.output;
+  EXPECT_TRUE(holds(good, " => ok\n    1\n")) << good.output;
+  EXPECT_TRUE(holds(good, "\"no such thing\" => failed\n    message ")) << good.output;
+
+  const Playing bad = run_script(head + query + " => ok \"1\" \"2\"\n");
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_TRUE(holds(bad, ": expected ok \"1\" \"2\", got ok \"1\"\n")) << bad.output;
+  const Playing lost = run_script(head + "break bank1\n" + query + " => failed\n");
+  EXPECT_EQ(lost.status, 0) << lost.output;
+  EXPECT_TRUE(holds(lost, "\n    client library: ct_send: the session has broken off")) << lost.output;
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Flavours, testing::Values("mts", "tux", "txs"),

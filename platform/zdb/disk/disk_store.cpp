@@ -1,0 +1,122 @@
+/* disk_store.cpp - logins, the catalog's queries, SQL outside branches, and the taking up of branches at the start. */
+#include "disk_store.h"
+
+#include "passwords.h"
+#include "sql_text.h"
+#include "transactions_table.h"
+#include "zdb_control.h"
+
+namespace zdb {
+
+DiskStore::DiskStore(const std::string &folder)
+    : lock_(folder),
+      catalog_(catalog_path(folder)),
+      data_(data_path(folder)),
+      lister_([] { return std::vector<BranchRow>(); }),
+      queries_(catalog_path(folder)) {
+  sqlite3_db_config(queries_.database().handle(), SQLITE_DBCONFIG_MAINDBNAME, "master");
+  add_transactions_table(queries_.database(), lister_);
+  const int64_t mark = data_.mark();
+  for (const JournalRow &row : catalog_.journal()) {
+    take_up(row, mark);
+  }
+}
+
+DiskStore::~DiskStore() {
+  kept_.clear();
+  try {
+    catalog_.settle();
+    data_.settle();
+  } catch (const std::exception &) {
+    return;  // only a convenience for the next start
+  }
+}
+
+/* Goes on where the branch stood when the server went away. */
+void DiskStore::take_up(const JournalRow &row, int64_t mark) {
+  const bool committed = row.id == mark;
+  if (row.state == ZDB_PREPARED && committed) {
+    catalog_.remove_later(row.id);
+    return;
+  }
+  const auto work = std::make_shared<DiskWork>(parts(), row.branch);
+  JournalRow left = row;
+  if (committed || row.state == ZDB_HEUR_ROLLED_BACK) {
+    left.changes.clear();
+    catalog_.clear_changes_later(row.id);
+  }
+  work->take_up(left);
+  if (row.state == ZDB_HEUR_COMMITTED && !left.changes.empty()) {
+    work->settle(true);
+  }
+  kept_.push_back({{row.branch, row.state, row.since, false}, work});
+}
+
+DiskParts DiskStore::parts() {
+  return {catalog_, data_, [this](const std::string &sql) { return query_catalog(sql); }};
+}
+
+// ---- Logins ---------------------------------------------------------------------------------------------------------
+
+void DiskStore::add_user(const std::string &user, const std::string &password, bool dtm_role) {
+  catalog_.set_login(user, {hash_password(password), dtm_role});
+}
+
+/* Takes as long for a user that does not exist. */
+bool DiskStore::admits(const std::string &user, const std::string &password) {
+  const std::optional<Catalog::Login> login = catalog_.login(user);
+  return is_password(password, login ? login->hash : nobodys_hash()) && login.has_value();
+}
+
+bool DiskStore::has_dtm_role(const std::string &user) {
+  const std::optional<Catalog::Login> login = catalog_.login(user);
+  return login && login->dtm_role;
+}
+
+// ---- Work and SQL ---------------------------------------------------------------------------------------------------
+
+std::shared_ptr<Work> DiskStore::make_work(const std::string &branch) {
+  return std::make_shared<DiskWork>(parts(), branch);
+}
+
+SqlOutcome DiskStore::query_catalog(const std::string &sql) {
+  const std::lock_guard<std::mutex> lock(queries_mutex_);
+  return queries_.run(Place::catalog, sql, {[](bool) {}, [](bool) {}});
+}
+
+/* Each statement that changes something is a transaction of its own, which waits its turn and is on the disk then. */
+SqlOutcome DiskStore::run(const std::string &sql) {
+  const CatalogText text = catalog_text(sql);
+  if (text.names_catalog) {
+    return query_catalog(text.sql);
+  }
+  std::unique_ptr<SqlConnection> connection = data_.take();
+  Database &database = connection->database();
+  WriteHold hold(data_.write_lock());
+  const std::atomic<bool> never{false};
+  const auto before = [&](bool writes) {
+    const std::chrono::milliseconds limit(catalog_.setting(lock_timeout_setting).value_or(0));
+    if (writes && hold.take(limit, never) != WriteLock::Answer::taken) {
+      throw StoreError(message_lock_timeout, "A transaction holds the server's data for too long. Try again later.");
+    }
+    if (writes) {
+      database.execute("BEGIN IMMEDIATE");
+    }
+  };
+  const auto after = [&](bool changed_tables) {
+    if (changed_tables) {
+      require_primary_keys(database);
+    }
+    if (database.in_transaction()) {
+      database.execute("COMMIT");
+    }
+    hold.release();
+  };
+  SqlOutcome outcome = connection->run(Place::alone, text.sql, {before, after});
+  database.roll_back();
+  hold.release();
+  data_.give_back(std::move(connection));
+  return outcome;
+}
+
+}  // namespace zdb

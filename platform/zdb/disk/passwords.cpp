@@ -1,0 +1,55 @@
+/* passwords.cpp - hashing by the system's crypt functions. */
+#include "passwords.h"
+
+#include <crypt.h>
+
+#include <memory>
+#include <stdexcept>
+
+namespace zdb {
+namespace {
+
+constexpr const char *method = "$6$";
+
+std::string hashed(const std::string &password, const std::string &setting) {
+  const auto work = std::make_unique<crypt_data>();
+  const char *hash = crypt_r(password.c_str(), setting.c_str(), work.get());
+  return hash == nullptr || *hash == '*' ? std::string() : std::string(hash);
+}
+
+bool same_in_constant_time(const std::string &left, const std::string &right) {
+  if (left.size() != right.size()) {
+    return false;
+  }
+  unsigned difference = 0;
+  for (std::size_t i = 0; i < left.size(); ++i) {
+    difference |= static_cast<unsigned char>(left[i]) ^ static_cast<unsigned char>(right[i]);
+  }
+  return difference == 0;
+}
+
+}  // namespace
+
+std::string hash_password(const std::string &password) {
+  char setting[CRYPT_GENSALT_OUTPUT_SIZE];
+  if (crypt_gensalt_rn(method, 0, nullptr, 0, setting, sizeof setting) == nullptr) {
+    throw std::runtime_error("the system gives no salt for a password");
+  }
+  std::string hash = hashed(password, setting);
+  if (hash.empty()) {
+    throw std::runtime_error("the system cannot hash this password");
+  }
+  return hash;
+}
+
+bool is_password(const std::string &password, const std::string &hash) {
+  const std::string computed = hashed(password, hash);
+  return !computed.empty() && same_in_constant_time(computed, hash);
+}
+
+const std::string &nobodys_hash() {
+  static const std::string hash = hash_password("") + "!";
+  return hash;
+}
+
+}  // namespace zdb

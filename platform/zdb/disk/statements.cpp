@@ -1,0 +1,265 @@
+/* statements.cpp - the authoriser that says no, and the results of what it lets through. */
+#include "statements.h"
+
+#include <algorithm>
+#include <limits>
+#include <string_view>
+#include <utility>
+
+namespace zdb {
+namespace {
+
+constexpr std::size_t result_bytes_max = 32 << 20;
+constexpr int32_t integer_size = 4;
+constexpr int32_t wide_size = 8;
+
+Value value_of(const Statement &statement, int column) {
+  switch (sqlite3_column_type(statement.handle(), column)) {
+    case SQLITE_INTEGER:
+      return statement.integer(column);
+    case SQLITE_FLOAT:
+      return sqlite3_column_double(statement.handle(), column);
+    case SQLITE_TEXT:
+      return statement.text(column);
+    case SQLITE_BLOB:
+      return Binary{statement.blob(column)};
+    default:
+      return std::monostate();
+  }
+}
+
+std::size_t size_of(const Value &value) {
+  if (const auto *text = std::get_if<std::string>(&value)) {
+    return text->size();
+  }
+  const auto *binary = std::get_if<Binary>(&value);
+  return binary == nullptr ? static_cast<std::size_t>(wide_size) : binary->bytes.size();
+}
+
+ColumnType type_of(const Value &value) {
+  if (const auto *number = std::get_if<int64_t>(&value)) {
+    const bool narrow =
+        *number >= std::numeric_limits<int32_t>::min() && *number <= std::numeric_limits<int32_t>::max();
+    return narrow ? ColumnType::integer : ColumnType::bigint;
+  }
+  if (std::holds_alternative<double>(value)) {
+    return ColumnType::real;
+  }
+  return std::holds_alternative<Binary>(value) ? ColumnType::binary : ColumnType::text;
+}
+
+bool is_number(ColumnType type) {
+  return type == ColumnType::integer || type == ColumnType::bigint || type == ColumnType::real;
+}
+
+/* The type that takes values of both: the wider one of numbers, else text. */
+ColumnType common_type(ColumnType left, ColumnType right) {
+  if (left == right) {
+    return left;
+  }
+  return is_number(left) && is_number(right) ? std::max(left, right) : ColumnType::text;
+}
+
+/* A column is typed by its values, as the data are: each row of a table may have a type of its own. */
+void describe_column(Result &result, std::size_t column) {
+  bool typed = false;
+  ColumnType type = ColumnType::text;
+  std::size_t longest = 1;
+  for (const std::vector<Value> &row : result.rows) {
+    const Value &value = row[column];
+    if (std::holds_alternative<std::monostate>(value)) {
+      continue;
+    }
+    type = typed ? common_type(type, type_of(value)) : type_of(value);
+    typed = true;
+    longest = std::max(longest, size_of(value));
+  }
+  Column &described = result.columns[column];
+  described.type = type;
+  if (type == ColumnType::integer) {
+    described.max_length = integer_size;
+  } else if (is_number(type)) {
+    described.max_length = wide_size;
+  } else {
+    // A mixed column shows its numbers as text; none takes more than this.
+    constexpr std::size_t number_as_text = 32;
+    described.max_length = static_cast<int32_t>(type == ColumnType::text ? std::max(longest, number_as_text) : longest);
+  }
+}
+
+bool is_own_table(const char *name) {
+  return name != nullptr && std::string_view(name) == mark_table;
+}
+
+bool is_catalog_table(const char *name) {
+  const std::string_view table = name == nullptr ? "" : name;
+  return table == "sysconfigures" || table == "systransactions";
+}
+
+bool changes_tables(int action) {
+  switch (action) {
+    case SQLITE_CREATE_TABLE:
+    case SQLITE_DROP_TABLE:
+    case SQLITE_ALTER_TABLE:
+    case SQLITE_CREATE_INDEX:
+    case SQLITE_DROP_INDEX:
+    case SQLITE_CREATE_VIEW:
+    case SQLITE_DROP_VIEW:
+    case SQLITE_REINDEX:
+    case SQLITE_ANALYZE:
+      return true;
+    default:
+      return false;
+  }
+}
+
+constexpr const char *read_only_catalog = "The catalog cannot be changed by SQL. Use zdbd --admin.";
+
+}  // namespace
+
+SqlConnection::SqlConnection(const std::string &file) : database_(file) {
+  sqlite3_set_authorizer(database_.handle(), authorise, this);
+  sqlite3_db_config(database_.handle(), SQLITE_DBCONFIG_DQS_DML, 1, nullptr);  // "text" is a text, as clients write it
+  sqlite3_db_config(database_.handle(), SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+}
+
+int SqlConnection::authorise(void *self, int action, const char *table, const char *, const char *, const char *) {
+  auto &connection = *static_cast<SqlConnection *>(self);
+  if (!connection.clients_turn_) {
+    return SQLITE_OK;
+  }
+  const char *refusal = connection.refusal_of(action, table);
+  if (refusal == nullptr) {
+    connection.changes_tables_ = connection.changes_tables_ || changes_tables(action);
+    return SQLITE_OK;
+  }
+  connection.refusal_ = refusal;
+  return SQLITE_DENY;
+}
+
+/* Null for what may be said. */
+const char *SqlConnection::refusal_of(int action, const char *table) const {
+  const char *own = is_own_table(table) ? "This table is the server's own." : nullptr;
+  if (changes_tables(action)) {
+    switch (place_) {
+      case Place::alone:
+        return own;
+      case Place::branch:
+        return "Tables, indexes and views cannot be changed inside a branch. End the branch first.";
+      case Place::catalog:
+        return read_only_catalog;
+    }
+  }
+  switch (action) {
+    case SQLITE_SELECT:
+    case SQLITE_RECURSIVE:
+    case SQLITE_FUNCTION:
+      return nullptr;
+    case SQLITE_READ:
+      if (place_ == Place::catalog) {
+        return is_catalog_table(table) ? nullptr : "Of the catalog only sysconfigures and systransactions can be read.";
+      }
+      return own;
+    case SQLITE_INSERT:
+    case SQLITE_UPDATE:
+    case SQLITE_DELETE:
+      return place_ == Place::catalog ? read_only_catalog : own;
+    case SQLITE_TRANSACTION:
+    case SQLITE_SAVEPOINT:
+      return "Transactions are begun and ended by the transaction manager, not by SQL.";
+    default:
+      return "This kind of statement is not allowed on this server.";
+  }
+}
+
+SqlOutcome SqlConnection::run(Place place, const std::string &sql, const Around &around) {
+  place_ = place;
+  SqlOutcome outcome;
+  std::string_view rest = sql;
+  try {
+    while (!rest.empty()) {
+      refusal_.clear();
+      changes_tables_ = false;
+      clients_turn_ = true;
+      struct TurnOver {
+        bool &flag;
+        ~TurnOver() { flag = false; }
+      } const turn_over{clients_turn_};
+      Statement statement(database_, rest, &rest);
+      if (statement) {
+        run_statement(statement, around, outcome);
+      }
+    }
+  } catch (const SqliteError &error) {
+    outcome.messages.push_back(message_of(error));
+    outcome.failed = true;
+  } catch (const StoreError &error) {
+    outcome.messages.push_back({error.number, error_severity, error.what()});
+    outcome.failed = true;
+  }
+  return outcome;
+}
+
+void SqlConnection::run_statement(Statement &statement, const Around &around, SqlOutcome &outcome) {
+  const bool writes = sqlite3_stmt_readonly(statement.handle()) == 0;
+  const int64_t changes_before = sqlite3_total_changes64(database_.handle());
+  clients_turn_ = false;
+  around.before(writes);
+  clients_turn_ = true;  // the statement may have to be prepared again, which asks the authoriser
+  Result result{ResultKind::rows, {}, {}};
+  const int columns = sqlite3_column_count(statement.handle());
+  for (int column = 0; column < columns; ++column) {
+    const char *name = sqlite3_column_name(statement.handle(), column);
+    result.columns.push_back({name == nullptr ? "" : name, ColumnType::text, 1});
+  }
+  std::size_t bytes = 0;
+  while (statement.step()) {
+    std::vector<Value> row;
+    row.reserve(result.columns.size());
+    for (int column = 0; column < columns; ++column) {
+      row.push_back(value_of(statement, column));
+      bytes += size_of(row.back());
+    }
+    if (bytes > result_bytes_max && !writes) {
+      throw StoreError(message_result_too_large, "The result is too large. Ask for fewer rows at a time.");
+    }
+    result.rows.push_back(std::move(row));
+  }
+  clients_turn_ = false;
+  const int64_t changes = sqlite3_total_changes64(database_.handle()) - changes_before;
+  const int64_t changed = changes_tables_ ? -1 : changes;
+  const int64_t count = columns != 0 ? static_cast<int64_t>(result.rows.size()) : changed;
+  around.after(changes_tables_);
+  if (columns != 0) {
+    for (std::size_t column = 0; column < result.columns.size(); ++column) {
+      describe_column(result, column);
+    }
+    outcome.results.push_back(std::move(result));
+  }
+  outcome.results.push_back({ResultKind::succeeded, {}, {}});
+  outcome.results.push_back({ResultKind::done, {}, {}, count});
+}
+
+Message SqlConnection::message_of(const SqliteError &error) const {
+  switch (error.code & 0xFF) {
+    case SQLITE_AUTH:
+      return {message_not_allowed, error_severity, refusal_.empty() ? error.what() : refusal_};
+    case SQLITE_INTERRUPT:
+      return {message_interrupted, error_severity, "The statement was interrupted, since its branch is rolled back."};
+    case SQLITE_BUSY:
+      return {
+          message_data_changed, error_severity,
+          "The data that the branch has read were changed by another one since. Roll the branch back and repeat it."};
+    case SQLITE_FULL:
+    case SQLITE_IOERR:
+    case SQLITE_CORRUPT:
+    case SQLITE_NOMEM:
+    case SQLITE_READONLY:
+      return {message_storage, error_severity,
+              std::string("The server cannot store or read its data (") + error.what() + "). Look at its disk."};
+    default:
+      return {message_bad_query, error_severity, error.what()};
+  }
+}
+
+}  // namespace zdb

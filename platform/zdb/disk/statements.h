@@ -1,0 +1,55 @@
+/*
+ * statements.h - runs clients' SQL on a connection and lays its results out as a reply has them. What a client must not
+ * say (a statement about transactions, files or the server's own tables; one that changes tables, in a branch) is
+ * refused when it is prepared.
+ */
+#ifndef ZDB_DISK_STATEMENTS_H
+#define ZDB_DISK_STATEMENTS_H
+
+#include <functional>
+#include <string>
+
+#include "sqlite.h"
+#include "store.h"
+
+namespace zdb {
+
+/* Where SQL runs. */
+enum class Place : uint8_t { branch, alone, catalog };
+
+/* The server's own table among the data. */
+inline constexpr const char *mark_table = "zdb_mark";
+
+/* A connection that clients' SQL runs on; it does not move, since SQLite keeps its address. */
+class SqlConnection {
+ public:
+  explicit SqlConnection(const std::string &file);
+  SqlConnection(const SqlConnection &) = delete;
+  SqlConnection &operator=(const SqlConnection &) = delete;
+
+  Database &database() { return database_; }
+
+  /* What is done around each statement. Both may throw StoreError or SqliteError, which ends the command. */
+  struct Around {
+    std::function<void(bool writes)> before;
+    std::function<void(bool changed_tables)> after;
+  };
+  SqlOutcome run(Place place, const std::string &sql, const Around &around);
+
+ private:
+  static int authorise(void *self, int action, const char *table, const char *part, const char *schema,
+                       const char *trigger);
+  const char *refusal_of(int action, const char *table) const;
+  void run_statement(Statement &statement, const Around &around, SqlOutcome &outcome);
+  Message message_of(const SqliteError &error) const;
+
+  Database database_;
+  Place place_ = Place::alone;
+  bool clients_turn_ = false; /* a client's statement is being prepared; our own are not looked at */
+  bool changes_tables_ = false;
+  std::string refusal_;
+};
+
+}  // namespace zdb
+
+#endif /* ZDB_DISK_STATEMENTS_H */

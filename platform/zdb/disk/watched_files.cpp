@@ -1,0 +1,156 @@
+/*
+ * watched_files.cpp - a layer over SQLite's default file system that passes everything through. A file of the layer is
+ * a header followed by the file of the layer below; the other operations of the layer below (deleting, randomness,
+ * time) do not look at files and are taken as they are.
+ */
+#include "watched_files.h"
+
+#include <sqlite3.h>
+
+#include <atomic>
+#include <cstddef>
+
+#include "crash_points.h"
+
+namespace zdb {
+namespace {
+
+std::atomic<uint64_t> syncs{0};
+
+/* The file below follows, at an offset that suits any of its members. */
+struct alignas(std::max_align_t) WatchedFile {
+  sqlite3_file base;
+};
+
+sqlite3_file *below(sqlite3_file *file) {
+  return reinterpret_cast<sqlite3_file *>(reinterpret_cast<WatchedFile *>(file) + 1);
+}
+
+sqlite3_vfs *system_files() {
+  static sqlite3_vfs *const found = sqlite3_vfs_find(nullptr);
+  return found;
+}
+
+int close_file(sqlite3_file *file) {
+  return below(file)->pMethods->xClose(below(file));
+}
+
+int read_file(sqlite3_file *file, void *bytes, int count, sqlite3_int64 at) {
+  return below(file)->pMethods->xRead(below(file), bytes, count, at);
+}
+
+int write_file(sqlite3_file *file, const void *bytes, int count, sqlite3_int64 at) {
+  crash_point();
+  const int code = below(file)->pMethods->xWrite(below(file), bytes, count, at);
+  crash_point();
+  return code;
+}
+
+int truncate_file(sqlite3_file *file, sqlite3_int64 size) {
+  return below(file)->pMethods->xTruncate(below(file), size);
+}
+
+int sync_file(sqlite3_file *file, int flags) {
+  crash_point();
+  const int code = below(file)->pMethods->xSync(below(file), flags);
+  ++syncs;
+  crash_point();
+  return code;
+}
+
+int file_size(sqlite3_file *file, sqlite3_int64 *size) {
+  return below(file)->pMethods->xFileSize(below(file), size);
+}
+
+int lock_file(sqlite3_file *file, int level) {
+  return below(file)->pMethods->xLock(below(file), level);
+}
+
+int unlock_file(sqlite3_file *file, int level) {
+  return below(file)->pMethods->xUnlock(below(file), level);
+}
+
+int check_reserved_lock(sqlite3_file *file, int *result) {
+  return below(file)->pMethods->xCheckReservedLock(below(file), result);
+}
+
+int control_file(sqlite3_file *file, int operation, void *argument) {
+  return below(file)->pMethods->xFileControl(below(file), operation, argument);
+}
+
+int sector_size(sqlite3_file *file) {
+  return below(file)->pMethods->xSectorSize(below(file));
+}
+
+int device_characteristics(sqlite3_file *file) {
+  return below(file)->pMethods->xDeviceCharacteristics(below(file));
+}
+
+int map_shared(sqlite3_file *file, int page, int size, int extend, void volatile **memory) {
+  return below(file)->pMethods->xShmMap(below(file), page, size, extend, memory);
+}
+
+int lock_shared(sqlite3_file *file, int offset, int count, int flags) {
+  return below(file)->pMethods->xShmLock(below(file), offset, count, flags);
+}
+
+void barrier_shared(sqlite3_file *file) {
+  below(file)->pMethods->xShmBarrier(below(file));
+}
+
+int unmap_shared(sqlite3_file *file, int remove) {
+  return below(file)->pMethods->xShmUnmap(below(file), remove);
+}
+
+/* The second version of the table: files are read, not mapped. */
+constexpr sqlite3_io_methods methods = {2,
+                                        close_file,
+                                        read_file,
+                                        write_file,
+                                        truncate_file,
+                                        sync_file,
+                                        file_size,
+                                        lock_file,
+                                        unlock_file,
+                                        check_reserved_lock,
+                                        control_file,
+                                        sector_size,
+                                        device_characteristics,
+                                        map_shared,
+                                        lock_shared,
+                                        barrier_shared,
+                                        unmap_shared,
+                                        nullptr,
+                                        nullptr};
+
+int open_file(sqlite3_vfs *, const char *name, sqlite3_file *file, int flags, int *opened) {
+  file->pMethods = nullptr;
+  const int code = system_files()->xOpen(system_files(), name, below(file), flags, opened);
+  if (below(file)->pMethods != nullptr) {
+    file->pMethods = &methods;
+  }
+  return code;
+}
+
+sqlite3_vfs *make_layer() {
+  static sqlite3_vfs layer = *system_files();
+  layer.zName = "zdb";
+  layer.szOsFile = static_cast<int>(sizeof(WatchedFile)) + system_files()->szOsFile;
+  layer.pNext = nullptr;
+  layer.xOpen = open_file;
+  sqlite3_vfs_register(&layer, 0);
+  return &layer;
+}
+
+}  // namespace
+
+const char *watched_files() {
+  static const sqlite3_vfs *const layer = make_layer();
+  return layer->zName;
+}
+
+uint64_t syncs_made() {
+  return syncs.load();
+}
+
+}  // namespace zdb

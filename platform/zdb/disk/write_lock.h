@@ -1,0 +1,51 @@
+/*
+ * write_lock.h - who may change the data: one branch or statement at a time, the others in the order in which they
+ * came.
+ */
+#ifndef ZDB_DISK_WRITE_LOCK_H
+#define ZDB_DISK_WRITE_LOCK_H
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+
+namespace zdb {
+
+class WriteLock {
+ public:
+  enum class Answer { taken, timed_out, given_up };
+
+  /* Waits for the lock; gives up when the flag is set, which wake() makes it look at. Not for one that holds it. */
+  Answer take(std::chrono::milliseconds limit, const std::atomic<bool> &give_up);
+  void release();
+  void wake();
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool held_ = false;
+  std::deque<const void *> waiting_; /* the waiters' flags, first come first */
+};
+
+/* The lock held, or not; released at the end of life. */
+class WriteHold {
+ public:
+  explicit WriteHold(WriteLock &lock) : lock_(lock) {}
+  ~WriteHold() { release(); }
+  WriteHold(const WriteHold &) = delete;
+  WriteHold &operator=(const WriteHold &) = delete;
+
+  bool held() const { return held_; }
+  WriteLock::Answer take(std::chrono::milliseconds limit, const std::atomic<bool> &give_up);
+  void release();
+
+ private:
+  WriteLock &lock_;
+  bool held_ = false;
+};
+
+}  // namespace zdb
+
+#endif /* ZDB_DISK_WRITE_LOCK_H */

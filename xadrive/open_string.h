@@ -1,0 +1,13 @@
+/*
+ * open_string.h - reads the options of an open string as the library does.
+ */
+#ifndef XADRIVE_OPEN_STRING_H
+#define XADRIVE_OPEN_STRING_H
+
+#include <string>
+#include <string_view>
+
+/* The value of the option with that capital letter, of the last one if there are several; empty without any. */
+std::string option_of(std::string_view open_string, char letter);
+
+#endif /* XADRIVE_OPEN_STRING_H */
