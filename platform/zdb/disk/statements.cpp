@@ -113,6 +113,12 @@ bool changes_tables(int action) {
   }
 }
 
+bool is_description_of_table(const char *pragma) {
+  const std::string_view name = pragma == nullptr ? "" : pragma;
+  return name == "table_info" || name == "table_xinfo";
+}
+
+constexpr const char *unknown_kind = "This kind of statement is not allowed on this server.";
 constexpr const char *read_only_catalog = "The catalog cannot be changed by SQL. Use zdbd --admin.";
 
 }  // namespace
@@ -164,11 +170,14 @@ const char *SqlConnection::refusal_of(int action, const char *table) const {
     case SQLITE_UPDATE:
     case SQLITE_DELETE:
       return place_ == Place::catalog ? read_only_catalog : own;
+    case SQLITE_PRAGMA:
+      // The recorder of changes asks for the columns of a table in the middle of the first statement that changes it.
+      return running_ && is_description_of_table(table) ? nullptr : unknown_kind;
     case SQLITE_TRANSACTION:
     case SQLITE_SAVEPOINT:
       return "Transactions are begun and ended by the transaction manager, not by SQL.";
     default:
-      return "This kind of statement is not allowed on this server.";
+      return unknown_kind;
   }
 }
 
@@ -181,10 +190,7 @@ SqlOutcome SqlConnection::run(Place place, const std::string &sql, const Around 
       refusal_.clear();
       changes_tables_ = false;
       clients_turn_ = true;
-      struct TurnOver {
-        bool &flag;
-        ~TurnOver() { flag = false; }
-      } const turn_over{clients_turn_};
+      const TurnOver turn_over{*this};
       Statement statement(database_, rest, &rest);
       if (statement) {
         run_statement(statement, around, outcome);
@@ -205,7 +211,9 @@ void SqlConnection::run_statement(Statement &statement, const Around &around, Sq
   const int64_t changes_before = sqlite3_total_changes64(database_.handle());
   clients_turn_ = false;
   around.before(writes);
-  clients_turn_ = true;  // the statement may have to be prepared again, which asks the authoriser
+  // The statement may have to be prepared again, which asks the authoriser.
+  clients_turn_ = true;
+  running_ = true;
   Result result{ResultKind::rows, {}, {}};
   const int columns = sqlite3_column_count(statement.handle());
   for (int column = 0; column < columns; ++column) {
@@ -225,7 +233,7 @@ void SqlConnection::run_statement(Statement &statement, const Around &around, Sq
     }
     result.rows.push_back(std::move(row));
   }
-  clients_turn_ = false;
+  clients_turn_ = running_ = false;
   const int64_t changes = sqlite3_total_changes64(database_.handle()) - changes_before;
   const int64_t changed = changes_tables_ ? -1 : changes;
   const int64_t count = columns != 0 ? static_cast<int64_t>(result.rows.size()) : changed;

@@ -43,9 +43,16 @@ class SqlConnection {
   void run_statement(Statement &statement, const Around &around, SqlOutcome &outcome);
   Message message_of(const SqliteError &error) const;
 
+  /* Ends a client's turn, however its statement ends. */
+  struct TurnOver {
+    SqlConnection &connection;
+    ~TurnOver() { connection.clients_turn_ = connection.running_ = false; }
+  };
+
   Database database_;
   Place place_ = Place::alone;
   bool clients_turn_ = false; /* a client's statement is being prepared; our own are not looked at */
+  bool running_ = false;      /* the client's statement is being run */
   bool changes_tables_ = false;
   std::string refusal_;
 };

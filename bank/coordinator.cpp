@@ -1,0 +1,275 @@
+/* coordinator.cpp - two-phase commit with presumed abort: only decisions to commit are recorded. */
+#include "coordinator.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr int32_t format = 0x42414E4B;
+constexpr int32_t scan_size = 50;
+
+XID branch_of(const std::string &global, int32_t rmid) {
+  const std::string part = std::to_string(rmid);
+  XID xid{};
+  xid.formatID = format;
+  xid.gtrid_length = static_cast<int32_t>(global.size());
+  xid.bqual_length = static_cast<int32_t>(part.size());
+  std::memcpy(xid.data, global.data(), global.size());
+  std::memcpy(xid.data + global.size(), part.data(), part.size());
+  return xid;
+}
+
+std::string global_of(const XID &xid) {
+  return xid.formatID == format ? std::string(xid.data, static_cast<size_t>(xid.gtrid_length)) : std::string();
+}
+
+bool is_rolled_back(int32_t code) {
+  return code >= XA_RBBASE && code <= XA_RBEND;
+}
+
+}  // namespace
+
+void coordinator_step() {
+  static const char *const text = std::getenv("BANK_DIE_AT");
+  static const unsigned long long fatal = text == nullptr ? 0 : std::strtoull(text, nullptr, 10);
+  static unsigned long long steps = 0;
+  if (++steps == fatal) {
+    kill(getpid(), SIGKILL);
+  }
+}
+
+std::string xa_code_name(int32_t code) {
+  static constexpr struct {
+    int32_t code;
+    const char *name;
+  } names[] = {
+      {XA_OK, "XA_OK"},
+      {XA_RDONLY, "XA_RDONLY"},
+      {XA_RETRY, "XA_RETRY"},
+      {XA_HEURMIX, "XA_HEURMIX"},
+      {XA_HEURRB, "XA_HEURRB"},
+      {XA_HEURCOM, "XA_HEURCOM"},
+      {XA_HEURHAZ, "XA_HEURHAZ"},
+      {XAER_ASYNC, "XAER_ASYNC"},
+      {XAER_RMERR, "XAER_RMERR"},
+      {XAER_NOTA, "XAER_NOTA"},
+      {XAER_INVAL, "XAER_INVAL"},
+      {XAER_PROTO, "XAER_PROTO"},
+      {XAER_RMFAIL, "XAER_RMFAIL"},
+      {XAER_DUPID, "XAER_DUPID"},
+      {XAER_OUTSIDE, "XAER_OUTSIDE"},
+  };
+  for (const auto &row : names) {
+    if (row.code == code) {
+      return row.name;
+    }
+  }
+  return is_rolled_back(code) ? "XA_RB" + std::to_string(code) : std::to_string(code);
+}
+
+Coordinator::Coordinator(const struct xa_switch_t &xa, std::vector<ResourceManager> managers, Decisions &decisions,
+                         Observer observer)
+    : xa_(xa), decisions_(decisions), observer_(std::move(observer)) {
+  for (ResourceManager &manager : managers) {
+    managers_.push_back({std::move(manager), false});
+  }
+}
+
+/* Makes one XA call and tells of it. The library closes a resource manager whose server has gone away. */
+int32_t Coordinator::call_once(const std::string &text, Manager &manager, const std::function<int32_t()> &verb) {
+  coordinator_step();
+  const int32_t code = verb();
+  observer_(text + ' ' + std::to_string(manager.about.rmid), code);
+  if (code == XAER_RMFAIL) {
+    manager.open = false;
+  }
+  coordinator_step();
+  return code;
+}
+
+int32_t Coordinator::open_one(Manager &manager) {
+  const ResourceManager &about = manager.about;
+  const int32_t code =
+      call_once("open", manager, [&] { return xa_.xa_open_entry(about.open_string.c_str(), about.rmid, TMNOFLAGS); });
+  manager.open = code == XA_OK;
+  return code;
+}
+
+/* Makes an XA call on a resource manager, which is opened anew when need be: XAER_RMFAIL when that fails. */
+int32_t Coordinator::call(const std::string &text, Manager &manager, const std::function<int32_t()> &verb) {
+  if (!manager.open && open_one(manager) != XA_OK) {
+    return XAER_RMFAIL;
+  }
+  return call_once(text, manager, verb);
+}
+
+void Coordinator::open() {
+  for (Manager &manager : managers_) {
+    const int32_t code = manager.open ? XA_OK : open_one(manager);
+    if (code != XA_OK) {
+      throw ResourceManagerError("resource manager " + manager.about.lrm + " cannot be opened: " + xa_code_name(code));
+    }
+  }
+}
+
+void Coordinator::close() {
+  for (Manager &manager : managers_) {
+    call_once("close", manager, [&] { return xa_.xa_close_entry("", manager.about.rmid, TMNOFLAGS); });
+    manager.open = false;
+  }
+}
+
+// ---- A transaction --------------------------------------------------------------------------------------------------
+
+bool Coordinator::start_all(const std::string &global, size_t &started) {
+  for (Manager &manager : managers_) {
+    const XID xid = branch_of(global, manager.about.rmid);
+    const int32_t code =
+        call("start " + global, manager, [&] { return xa_.xa_start_entry(&xid, manager.about.rmid, TMNOFLAGS); });
+    if (code != XA_OK) {
+      reason_ = "start answered " + xa_code_name(code);
+      return false;
+    }
+    ++started;
+  }
+  return true;
+}
+
+bool Coordinator::end_all(const std::string &global, size_t started, int32_t flags) {
+  bool ended = true;
+  for (size_t i = 0; i < started; ++i) {
+    Manager &manager = managers_[i];
+    const XID xid = branch_of(global, manager.about.rmid);
+    const int32_t code =
+        call("end " + global, manager, [&] { return xa_.xa_end_entry(&xid, manager.about.rmid, flags); });
+    if (code != XA_OK) {
+      reason_ = "end answered " + xa_code_name(code);
+      ended = false;
+    }
+  }
+  return ended;
+}
+
+bool Coordinator::prepare_all(const std::string &global) {
+  for (Manager &manager : managers_) {
+    const XID xid = branch_of(global, manager.about.rmid);
+    const int32_t code =
+        call("prepare " + global, manager, [&] { return xa_.xa_prepare_entry(&xid, manager.about.rmid, TMNOFLAGS); });
+    if (code != XA_OK) {
+      reason_ = "prepare answered " + xa_code_name(code);
+      return false;
+    }
+  }
+  return true;
+}
+
+/* It is decided: what cannot be told now is told by recover(). */
+void Coordinator::commit_all(const std::string &global) {
+  for (Manager &manager : managers_) {
+    const XID xid = branch_of(global, manager.about.rmid);
+    complete(manager, xid, global);
+  }
+}
+
+/* What cannot be told now was never prepared, or is rolled back by recover(). */
+void Coordinator::roll_back_all(const std::string &global, size_t started) {
+  for (size_t i = 0; i < started; ++i) {
+    Manager &manager = managers_[i];
+    const XID xid = branch_of(global, manager.about.rmid);
+    call("rollback " + global, manager, [&] { return xa_.xa_rollback_entry(&xid, manager.about.rmid, TMNOFLAGS); });
+  }
+}
+
+Outcome Coordinator::run(const std::string &global, const std::function<void()> &work) {
+  size_t started = 0;
+  reason_.clear();
+  bool good = start_all(global, started);
+  if (good) {
+    try {
+      work();
+    } catch (const std::exception &error) {
+      reason_ = error.what();
+      good = false;
+    }
+  }
+  const std::string why = reason_;
+  good = end_all(global, started, good ? TMSUCCESS : TMFAIL) && good;
+  if (!good && !why.empty()) {
+    reason_ = why;
+  }
+  if (!good || !prepare_all(global)) {
+    roll_back_all(global, started);
+    return Outcome::rolled_back;
+  }
+  coordinator_step();
+  decisions_.commit(global);
+  coordinator_step();
+  commit_all(global);
+  return Outcome::committed;
+}
+
+// ---- Recovery -------------------------------------------------------------------------------------------------------
+
+/* Commits or rolls back one branch as decided; false when that must be tried again. */
+bool Coordinator::complete(Manager &manager, const XID &xid, const std::string &global) {
+  const bool commits = decisions_.is_committed(global);
+  const int32_t code = call((commits ? "commit " : "rollback ") + global, manager, [&] {
+    return commits ? xa_.xa_commit_entry(&xid, manager.about.rmid, TMNOFLAGS)
+                   : xa_.xa_rollback_entry(&xid, manager.about.rmid, TMNOFLAGS);
+  });
+  switch (code) {
+    case XA_OK:
+    case XAER_NOTA:  // completed before, and the answer was lost
+      return true;
+    case XA_HEURCOM:
+    case XA_HEURRB:
+    case XA_HEURMIX:
+    case XA_HEURHAZ:
+      return call("forget " + global, manager,
+                  [&] { return xa_.xa_forget_entry(&xid, manager.about.rmid, TMNOFLAGS); }) == XA_OK;
+    default:
+      return is_rolled_back(code) && !commits;
+  }
+}
+
+int32_t Coordinator::recover_one(Manager &manager, const std::string &prefix) {
+  std::vector<XID> in_doubt;
+  int32_t flags = TMSTARTRSCAN;
+  for (;;) {
+    XID batch[scan_size];
+    const int32_t found =
+        call("recover", manager, [&] { return xa_.xa_recover_entry(batch, scan_size, manager.about.rmid, flags); });
+    if (found < 0) {
+      throw ResourceManagerError("the scan of " + manager.about.lrm + " answered " + xa_code_name(found));
+    }
+    in_doubt.insert(in_doubt.end(), batch, batch + found);
+    if (found < scan_size) {
+      break;
+    }
+    flags = TMNOFLAGS;
+  }
+  int32_t completed = 0;
+  for (const XID &xid : in_doubt) {
+    const std::string global = global_of(xid);
+    if (global.empty() || !global.starts_with(prefix)) {
+      continue;
+    }
+    if (!complete(manager, xid, global)) {
+      throw ResourceManagerError("branch " + global + " of " + manager.about.lrm + " cannot be completed now");
+    }
+    ++completed;
+  }
+  return completed;
+}
+
+int32_t Coordinator::recover(const std::string &prefix) {
+  int32_t completed = 0;
+  for (Manager &manager : managers_) {
+    completed += recover_one(manager, prefix);
+  }
+  return completed;
+}

@@ -1,0 +1,93 @@
+/*
+ * coordinator.h - a small transaction manager: global transactions over the branches of several resource managers, by
+ * two-phase commit through a switch record, and their recovery.
+ *
+ * A branch's XID has the global transaction's name as gtrid and the resource manager's number as bqual. One thread uses
+ * a coordinator.
+ */
+#ifndef BANK_COORDINATOR_H
+#define BANK_COORDINATOR_H
+
+#include <cstdint>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "decisions.h"
+#include "xa.h"
+
+struct ResourceManager {
+  int32_t rmid = 0;
+  std::string lrm; /* its name in the open string */
+  std::string open_string;
+};
+
+/* A resource manager cannot be used now. */
+struct ResourceManagerError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+enum class Outcome { committed, rolled_back };
+
+class Coordinator {
+ public:
+  /* Is told every XA call and its result. */
+  using Observer = std::function<void(const std::string &call, int32_t code)>;
+
+  Coordinator(const struct xa_switch_t &xa, std::vector<ResourceManager> managers, Decisions &decisions,
+              Observer observer);
+
+  /* Opens what is not open. Throws ResourceManagerError. */
+  void open();
+  void close();
+
+  /*
+   * Runs the work in a new global transaction and commits it; what the work throws rolls it back. A transaction counts
+   * as committed once that is decided: branches that cannot be told now are left to recover().
+   */
+  Outcome run(const std::string &global, const std::function<void()> &work);
+
+  /*
+   * Completes the branches in doubt whose global names begin with the prefix, by what was decided, and returns their
+   * number. Throws ResourceManagerError when not all could be completed.
+   */
+  int32_t recover(const std::string &prefix);
+
+  /* Why the last transaction was rolled back. */
+  const std::string &reason() const { return reason_; }
+
+ private:
+  struct Manager {
+    ResourceManager about;
+    bool open = false;
+  };
+
+  int32_t open_one(Manager &manager);
+  int32_t call_once(const std::string &text, Manager &manager, const std::function<int32_t()> &verb);
+  int32_t call(const std::string &text, Manager &manager, const std::function<int32_t()> &verb);
+  bool start_all(const std::string &global, size_t &started);
+  bool end_all(const std::string &global, size_t started, int32_t flags);
+  bool prepare_all(const std::string &global);
+  void commit_all(const std::string &global);
+  void roll_back_all(const std::string &global, size_t started);
+  int32_t recover_one(Manager &manager, const std::string &prefix);
+  bool complete(Manager &manager, const XID &xid, const std::string &global);
+
+  const struct xa_switch_t &xa_;
+  std::vector<Manager> managers_;
+  Decisions &decisions_;
+  Observer observer_;
+  std::string reason_;
+};
+
+/* The name of an XA result code. */
+std::string xa_code_name(int32_t code);
+
+/*
+ * Counts the steps of this process (each XA call and each decision, before and after) and dies by kill -9 at the one
+ * that the environment variable "BANK_DIE_AT" names.
+ */
+void coordinator_step();
+
+#endif /* BANK_COORDINATOR_H */

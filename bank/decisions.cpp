@@ -1,0 +1,48 @@
+/* decisions.cpp - one line a decision, appended and synced. */
+#include "decisions.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+static void cut_to_whole_lines(int file, const std::string &text) {
+  const size_t end = text.rfind('\n');
+  if (ftruncate(file, static_cast<off_t>(end == std::string::npos ? 0 : end + 1)) != 0) {
+    throw std::runtime_error(std::string("cannot cut the decisions' last line off: ") + std::strerror(errno));
+  }
+}
+
+Decisions::Decisions(const std::string &file)
+    : file_(open(file.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, S_IRUSR | S_IWUSR)) {
+  if (file_ < 0) {
+    throw std::runtime_error("cannot open " + file + ": " + std::strerror(errno));
+  }
+  std::ifstream stream(file);
+  const std::string text{std::istreambuf_iterator<char>(stream), {}};
+  size_t start = 0;
+  for (size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', start)) {
+    committed_.insert(text.substr(start, end - start));
+    start = end + 1;
+  }
+  if (start != text.size()) {
+    cut_to_whole_lines(file_, text);
+  }
+}
+
+Decisions::~Decisions() {
+  close(file_);
+}
+
+void Decisions::commit(const std::string &global) {
+  const std::string line = global + '\n';
+  if (write(file_, line.data(), line.size()) != static_cast<ssize_t>(line.size()) || fdatasync(file_) != 0) {
+    throw std::runtime_error(std::string("cannot record a decision: ") + std::strerror(errno));
+  }
+  committed_.insert(global);
+}
