@@ -184,24 +184,44 @@ void Coordinator::roll_back_all(const std::string &global, size_t started) {
   }
 }
 
-Outcome Coordinator::run(const std::string &global, const std::function<void()> &work) {
+/* Starts the branches, does the work and ends them; false when the transaction must be rolled back. */
+bool Coordinator::work_all(const std::string &global, const std::function<void()> &work, size_t &started) {
+  if (!start_all(global, started)) {
+    end_all(global, started, TMFAIL);
+    return false;
+  }
+  try {
+    work();
+  } catch (const std::exception &error) {
+    end_all(global, started, TMFAIL);
+    reason_ = error.what();
+    return false;
+  }
+  return end_all(global, started, TMSUCCESS);
+}
+
+/* The resource manager decides, and so there is nothing to recover. */
+Outcome Coordinator::commit_one_phase(const std::string &global) {
+  Manager &manager = managers_.front();
+  const XID xid = branch_of(global, manager.about.rmid);
+  const int32_t code = call("commit " + global, manager,
+                            [&] { return xa_.xa_commit_entry(&xid, manager.about.rmid, TMONEPHASE); });
+  if (code == XA_OK) {
+    return Outcome::committed;
+  }
+  reason_ = "commit answered " + xa_code_name(code);
+  return is_rolled_back(code) ? Outcome::rolled_back : Outcome::unknown;
+}
+
+Outcome Coordinator::run(const std::string &global, const std::function<void()> &work,
+                         const std::function<bool()> &confirmed) {
   size_t started = 0;
   reason_.clear();
-  bool good = start_all(global, started);
-  if (good) {
-    try {
-      work();
-    } catch (const std::exception &error) {
-      reason_ = error.what();
-      good = false;
-    }
+  const bool worked = work_all(global, work, started);
+  if (worked && managers_.size() == 1) {
+    return commit_one_phase(global);
   }
-  const std::string why = reason_;
-  good = end_all(global, started, good ? TMSUCCESS : TMFAIL) && good;
-  if (!good && !why.empty()) {
-    reason_ = why;
-  }
-  if (!good || !prepare_all(global)) {
+  if (!worked || !prepare_all(global) || !confirmed()) {
     roll_back_all(global, started);
     return Outcome::rolled_back;
   }

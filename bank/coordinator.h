@@ -28,7 +28,8 @@ struct ResourceManagerError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-enum class Outcome { committed, rolled_back };
+/* unknown: of a transaction with one branch, whose commit was asked for and not answered. */
+enum class Outcome { committed, rolled_back, unknown };
 
 class Coordinator {
  public:
@@ -43,10 +44,12 @@ class Coordinator {
   void close();
 
   /*
-   * Runs the work in a new global transaction and commits it; what the work throws rolls it back. A transaction counts
-   * as committed once that is decided: branches that cannot be told now are left to recover().
+   * Runs the work in a new global transaction and commits it: in one phase when there is one resource manager, else in
+   * two. What the work throws rolls it back, as does a "no" to the question that is asked once all are prepared. A
+   * transaction counts as committed once that is decided: branches that cannot be told now are left to recover().
    */
-  Outcome run(const std::string &global, const std::function<void()> &work);
+  Outcome run(const std::string &global, const std::function<void()> &work,
+              const std::function<bool()> &confirmed = [] { return true; });
 
   /*
    * Completes the branches in doubt whose global names begin with the prefix, by what was decided, and returns their
@@ -69,6 +72,8 @@ class Coordinator {
   bool start_all(const std::string &global, size_t &started);
   bool end_all(const std::string &global, size_t started, int32_t flags);
   bool prepare_all(const std::string &global);
+  bool work_all(const std::string &global, const std::function<void()> &work, size_t &started);
+  Outcome commit_one_phase(const std::string &global);
   void commit_all(const std::string &global);
   void roll_back_all(const std::string &global, size_t started);
   int32_t recover_one(Manager &manager, const std::string &prefix);

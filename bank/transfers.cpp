@@ -119,9 +119,15 @@ static void change_balance(const AccountId &account, int64_t difference, const s
                           ") ON CONFLICT (name) DO UPDATE SET amount = amount + excluded.amount");
 }
 
+/* The first bank comes first in every transfer, so that no two of them wait for each other. */
 void move_money(const Transfer &transfer, const std::string &global) {
-  change_balance(transfer.from, -transfer.amount, global);
-  change_balance(transfer.to, transfer.amount, global);
+  if (transfer.from.bank <= transfer.to.bank) {
+    change_balance(transfer.from, -transfer.amount, global);
+    change_balance(transfer.to, transfer.amount, global);
+  } else {
+    change_balance(transfer.to, transfer.amount, global);
+    change_balance(transfer.from, -transfer.amount, global);
+  }
 }
 
 std::vector<std::string> noted_transfers(int32_t bank) {

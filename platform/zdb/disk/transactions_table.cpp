@@ -125,6 +125,8 @@ void add_transactions_table(const Database &database, const Store::BranchLister 
   if (code != SQLITE_OK) {
     throw database.error(code);
   }
+  // Its columns are declared at its first use, which must not be under a client's limits.
+  Statement(database, "SELECT xactname FROM systransactions").run();
 }
 
 }  // namespace zdb
