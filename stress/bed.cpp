@@ -14,7 +14,7 @@
 
 #include "database.h"
 
-static constexpr int64_t first_balance = 1000;
+static constexpr int64_t first_balance = 1000000;
 
 static void set_environment(const std::string &folder) {
   setenv("TARVEX", folder.c_str(), 1);
@@ -160,12 +160,15 @@ void Bed::check_money() const {
 
 void Bed::check_nothing_in_doubt() const {
   for (int32_t bank = 1; bank <= bank_count; ++bank) {
-    OwnConnection connection(server_of(bank), teller, teller_password);
-    const auto rows = connection.run("SELECT xactname FROM master..systransactions WHERE state >= 7").rows;
-    if (!rows.empty()) {
-      throw std::runtime_error("branch " + rows[0][0] + " is left in doubt at " + server_of(bank));
+    if (const size_t left = in_doubt(bank); left != 0) {
+      throw std::runtime_error(std::to_string(left) + " branches are left in doubt at " + server_of(bank));
     }
   }
+}
+
+size_t Bed::in_doubt(int32_t bank) {
+  OwnConnection connection(server_of(bank), teller, teller_password);
+  return connection.run("SELECT xactname FROM master..systransactions WHERE state >= 7").rows.size();
 }
 
 bool Bed::is_noted(int32_t bank, const std::string &global) {

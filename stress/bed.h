@@ -36,6 +36,8 @@ class Bed {
   void check_money() const;
   /* Throws std::runtime_error when a branch is left at a bank. */
   void check_nothing_in_doubt() const;
+  /* The number of branches that are prepared, or have a heuristic outcome, at the bank. */
+  static size_t in_doubt(int32_t bank);
   /* Whether the transfer is noted at the bank. */
   static bool is_noted(int32_t bank, const std::string &global);
 
