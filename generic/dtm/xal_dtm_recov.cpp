@@ -93,25 +93,6 @@ bool decode_row(const BranchRow &row, XID &xid) {
   return true;
 }
 
-// Takes one row over; true when it was stored in xid.
-bool accept_row(const TraceScope &trace, const XA_CONNECTION *conn, const char *text, XID &xid) {
-  trace.misc()("encoded xid: %s", text);
-  BranchRow row{};
-  const bool split = split_row(text, row);
-  const char *own_lrm = conn->xc_lrm->lrm_name;
-  trace.misc()("formatID %lx , gtridbuf  %s , bqualbuf %s", static_cast<unsigned long>(row.format_id), row.gtrid,
-               row.bqual);
-  trace.misc()("LRM name %s , xa_conn lrm %s", row.lrm, own_lrm);
-  if (split && strcmp(row.lrm, own_lrm) != 0) {
-    return false;
-  }
-  if (!split || !decode_row(row, xid)) {
-    trace.warning()("skipped a transaction that is not named as a branch: %s", text);
-    return false;
-  }
-  return true;
-}
-
 // Fetches rows until count XIDs are stored or the rows end; the last fetch's code goes to *code.
 int32_t fetch_batch(const TraceScope &trace, XA_CONNECTION *conn, XID *xids, int32_t count, int32_t *code) {
   int32_t stored = 0;
@@ -123,7 +104,7 @@ int32_t fetch_batch(const TraceScope &trace, XA_CONNECTION *conn, XID *xids, int
       break;
     }
     text[sizeof text - 1] = '\0';
-    if (accept_row(trace, conn, text, xids[stored])) {
+    if (dtm_accept_row(trace, conn->xc_lrm->lrm_name, text, xids[stored])) {
       ++stored;
     }
   }
@@ -242,6 +223,23 @@ int32_t send_scan(const TraceScope &trace, XA_CONNECTION *conn) {
 }
 
 }  // namespace
+
+bool dtm_accept_row(const TraceScope &trace, const char *own_lrm, const char *text, XID &xid) {
+  trace.misc()("encoded xid: %s", text);
+  BranchRow row{};
+  const bool split = split_row(text, row);
+  trace.misc()("formatID %lx , gtridbuf  %s , bqualbuf %s", static_cast<unsigned long>(row.format_id), row.gtrid,
+               row.bqual);
+  trace.misc()("LRM name %s , xa_conn lrm %s", row.lrm, own_lrm);
+  if (split && strcmp(row.lrm, own_lrm) != 0) {
+    return false;
+  }
+  if (!split || !decode_row(row, xid)) {
+    trace.warning()("skipped a transaction that is not named as a branch: %s", text);
+    return false;
+  }
+  return true;
+}
 
 int32_t xa_dtm_start_scan(XA_CONNECTION *conn) {
   const TraceScope trace("xa_dtm_start_scan", TRACE_MISC);

@@ -6,6 +6,8 @@
 
 #include "xal_conn.h"
 
+class TraceScope;
+
 // Operation codes of xa__dtm_rpc.
 inline constexpr int32_t DTM_BEGIN = 1;
 inline constexpr int32_t DTM_ATTACH = 2;
@@ -142,6 +144,8 @@ int32_t xa__dtm_recover(XA_CONNECTION *conn, XID *xids, int32_t count, int32_t f
 int32_t xa_dtm_start_scan(XA_CONNECTION *conn);
 int32_t xa_dtm_recov_scan(XA_CONNECTION *conn);
 int32_t xa_dtm_terminate_scan(XA_CONNECTION *conn);
+// Takes one row of the scan over; true when it names a branch of the LRM and its XID was stored.
+bool dtm_accept_row(const TraceScope &trace, const char *own_lrm, const char *text, XID &xid);
 
 // 0 when the new connection can be used for DTM work, else XAER_RMERR or XAER_RMFAIL.
 int32_t xa__dtm_check(XA_CONNECTION *conn);

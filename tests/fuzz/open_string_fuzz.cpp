@@ -1,0 +1,107 @@
+/*
+ * open_string_fuzz.cpp - the first byte chooses the flavour and which outputs are null, the others are an open string.
+ * The parser's outputs are fields as the registry has them.
+ */
+#include <array>
+#include <cctype>
+#include <cstring>
+#include <string>
+
+#include "fake_client.h"
+#include "fuzz.h"
+#include "library_state.h"
+#include "xal_config.h"
+#include "xal_log.h"
+#include "xal_personality.h"
+#include "xal_registry.h"
+
+namespace {
+
+constexpr std::size_t fields = 5;
+constexpr std::array<char, fields> letters = {'N', 'U', 'P', 'K', 'S'}; /* in the order of the parser's parameters */
+constexpr std::size_t name_field = 0;
+constexpr std::size_t key_field = 3;
+
+/* Each value is a block of its own, filled with what is no zero. */
+struct Values {
+  std::array<std::vector<char>, fields> of;
+
+  Values() { of.fill(std::vector<char>(XAL_FIELD_SIZE, 'x')); }
+
+  std::string text(std::size_t field) const {
+    const std::size_t length = strnlen(of[field].data(), of[field].size());
+    fuzz::require(length < of[field].size(), "an output is terminated within its field");
+    return {of[field].data(), length};
+  }
+};
+
+int32_t parse(const char *info, Values &values, unsigned nulls) {
+  std::array<char *, fields> out{};
+  for (std::size_t i = 0; i < fields; ++i) {
+    out[i] = (nulls >> i & 1) != 0 ? nullptr : values.of[i].data();
+  }
+  return xacmn_parse_open_info(info, out[0], out[1], out[2], out[3], out[4]);
+}
+
+void check_value(const std::string &value, std::size_t field, const std::string &info) {
+  for (const char c : value) {
+    fuzz::require(isspace(static_cast<unsigned char>(c)) == 0, "a value holds no white space");
+  }
+  const char letter = letters[field];
+  const bool from_info = info.find(std::string("-") + letter + value) != std::string::npos ||
+                         info.find(std::string("-") + static_cast<char>(tolower(letter)) + value) != std::string::npos;
+  fuzz::require(value.empty() || from_info, "a value stands behind its letter");
+}
+
+void check_values(const std::string &info, const Values &values, int32_t result) {
+  std::string again = "-V11 ";
+  for (std::size_t i = 0; i < fields; ++i) {
+    check_value(values.text(i), i, info);
+    if (i != key_field || personality_has(XAPF_LOOKUP_KEY)) {
+      again.append("-").append(1, letters[i]).append(values.text(i)).append("\t");
+    }
+  }
+  if (result != XA_OK) {
+    fuzz::require(result == XAER_INVAL, "an open string is accepted or refused");
+    return;
+  }
+  fuzz::require(!values.text(name_field).empty(), "an accepted open string names an LRM");
+  fuzz::require(!personality_has(XAPF_LOOKUP_KEY) || !values.text(key_field).empty(), "and has the key it must have");
+  Values reread;
+  fuzz::require(parse(fuzz::terminated(again).data(), reread, 0) == XA_OK, "an open string of its values is accepted");
+  for (std::size_t i = 0; i < fields; ++i) {
+    fuzz::require(reread.text(i) == values.text(i), "and gives the same values");
+  }
+}
+
+/* A null output is neither stored nor missed; what the others get only an earlier error can change. */
+void check_null_outputs(const char *info, const Values &values, int32_t result, unsigned nulls) {
+  Values some;
+  const int32_t ret = parse(info, some, nulls);
+  fuzz::require(ret == XA_OK || ret == result, "null outputs cause no error");
+  for (std::size_t i = 0; i < fields && result == XA_OK; ++i) {
+    const bool null = (nulls >> i & 1) != 0;
+    fuzz::require(null ? some.of[i][0] == 'x' : some.text(i) == values.text(i), "the other outputs stay the same");
+  }
+}
+
+}  // namespace
+
+void fuzz::open_string(std::string_view input) {
+  use_library_without_log();
+  static constexpr std::array<const XA_PERSONALITY *, 3> flavours = {&trvxal_tux_threaded_personality,
+                                                                     &trvxal_mts_personality, &trvxal_txs_personality};
+  const unsigned choice = take_choice(input);
+  trvxal_tm_personality.store(flavours[choice % flavours.size()]);
+  const std::vector<char> info = terminated(input);
+
+  Values values;
+  const int32_t result = parse(info.data(), values, 0);
+  check_values(info.data(), values, result);
+  check_null_outputs(info.data(), values, result, choice >> 3);
+  /* The log is open already, so that the option's path is only read. The client library keeps a record of its calls. */
+  require(xalog_init(info.data(), "stderr") == 1, "a log that is open stays open");
+  fake::library().reset();
+  xacmn_log_flags_set(info.data());
+  xacmn_log_tracing.store(0);
+}
