@@ -10,6 +10,8 @@ namespace {
 
 using Arguments = std::vector<std::string>;
 
+constexpr int64_t number_max = 1'000'000'000;
+
 Result table(std::vector<Column> columns) {
   return {ResultKind::rows, std::move(columns), {}};
 }
@@ -54,8 +56,8 @@ int64_t number_of(const std::string &text) {
   int64_t number = 0;
   const char *end = text.data() + text.size();
   const auto [rest, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || rest != end || number < 0) {
-    throw Refused("'" + text + "' is no number of 0 or more.");
+  if (error != std::errc() || rest != end || number < 0 || number > number_max) {
+    throw Refused("'" + text + "' is no number from 0 to " + std::to_string(number_max) + ".");
   }
   return number;
 }
@@ -209,10 +211,10 @@ Reply administer(Server &server, const Request &request) {
     try {
       command->action(server, arguments, reply);
       reply.results.push_back({ResultKind::succeeded, {}, {}});
-    } catch (const Refused &refused) {
-      fail(reply, message_bad_command, refused.what());
     } catch (const StoreError &error) {
       fail(reply, error.number, error.what());
+    } catch (const std::runtime_error &refused) {
+      fail(reply, message_bad_command, refused.what());
     }
   }
   reply.results.push_back({ResultKind::done, {}, {}});

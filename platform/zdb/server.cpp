@@ -15,6 +15,7 @@ namespace zdb {
 namespace {
 
 constexpr std::string_view scan_procedure = "sp_transactions";
+constexpr std::string_view status_procedure = "$statusTrvDtmXact";
 constexpr int32_t name_max = 255;
 
 Result integer_result(ResultKind kind, std::string column, int32_t value) {
@@ -92,6 +93,11 @@ void apply(Effect effect, Work &work) {
   }
 }
 
+bool has_user(Store &store, const std::string &name) {
+  const std::vector<User> users = store.users();
+  return std::any_of(users.begin(), users.end(), [&](const User &user) { return user.name == name; });
+}
+
 Reply broken_reply() {
   Reply reply;
   reply.broken_off = true;
@@ -99,6 +105,12 @@ Reply broken_reply() {
 }
 
 }  // namespace
+
+/* Takes the lock again at its end. */
+struct Server::Relock {
+  Lock &lock;
+  ~Relock() { lock.lock(); }
+};
 
 /* Calls the action on the branch's work without the lock, the branch being busy meanwhile. */
 template <typename Action>
@@ -173,6 +185,9 @@ bool Server::force(const std::string &name, bool commit) {
     return false;
   }
   with_work(lock, name, [&](Work &work) { work.settle(commit); });
+  if (branches_.find(name) == nullptr) {
+    return true;  // the server shuts down
+  }
   branches_.change(name, commit ? ZDB_HEUR_COMMITTED : ZDB_HEUR_ROLLED_BACK, 0);
   return true;
 }
@@ -220,7 +235,13 @@ int32_t Server::session_count() const {
 void Server::shut_down() {
   const Lock lock(mutex_);
   running_ = false;
-  clients_.clear();
+  clients_.clear();  // first: no statement that is stopped now answers
+  store_->stop();
+  for (const BranchRow &row : branches_.rows()) {
+    if (const Branch *branch = branches_.find(row.name); branch->busy) {
+      branch->work->interrupt();
+    }
+  }
   branches_.clear();
   idle_.notify_all();
 }
@@ -240,7 +261,8 @@ std::optional<int> Server::log_in(const Login &login, Message &refusal) {
                "This server has no failover partner. Connect without asking for failover."};
     return std::nullopt;
   }
-  if (!admitted) {
+  // The login may have been dropped meanwhile, and its sessions ended.
+  if (!admitted || !has_user(*store_, login.user)) {
     refusal = {message_login_refused, denied_severity,
                "Login of user '" + login.user + "' refused. Check the user name and the password."};
     return std::nullopt;
@@ -380,20 +402,23 @@ Server::Answer Server::answer(Lock &lock, int session, Client &client, const Req
   }
 }
 
-Server::Answer Server::answer_sql(Lock &lock, int session, const Client &client, const std::string &sql) {
-  const std::string name = client.branch;
-  const Branch *branch = name.empty() ? nullptr : wait_until_idle(lock, name, false);
-  SqlOutcome outcome;
-  if (branch != nullptr && branch->state == ZDB_ATTACHED && branch->holder == session) {
-    outcome = with_work(lock, name, [&](Work &work) { return work.run(sql); });
-    if (outcome.work_lost && branches_.find(name) != nullptr) {
-      branches_.change(name, ZDB_ABORT_ONLY, 0);
-    }
-  } else {
+SqlOutcome Server::run_sql(Lock &lock, int session, const Client &client, const std::string &sql) {
+  const std::string name = client.attached.empty() ? std::string() : client.attached.back();
+  const Branch *branch = wait_until_idle(lock, name, false);
+  if (branch == nullptr || branch->state != ZDB_ATTACHED || branch->holder != session) {
     lock.unlock();
-    outcome = store_->run(sql);
-    lock.lock();
+    const Relock back{lock};
+    return store_->run(sql, !name.empty());
   }
+  SqlOutcome outcome = with_work(lock, name, [&](Work &work) { return work.run(sql); });
+  if (outcome.work_lost && branches_.find(name) != nullptr) {
+    branches_.change(name, ZDB_ABORT_ONLY, 0);
+  }
+  return outcome;
+}
+
+Server::Answer Server::answer_sql(Lock &lock, int session, const Client &client, const std::string &sql) {
+  SqlOutcome outcome = run_sql(lock, session, client, sql);
   Answer answer;
   answer.messages = std::move(outcome.messages);
   answer.results = std::move(outcome.results);
@@ -426,11 +451,24 @@ Server::Answer Server::answer_dtm(Lock &lock, int session, Client &client, const
   const DtmRequest asked{request.text, text_parameter(request, "@name"), integer_parameter(request, "@flags", -1),
                          integer_parameter(request, "@status", -1)};
   answer.statuses.push_back(carry_out(lock, asked, session));
-  const Branch *branch = branches_.find(asked.branch);
-  if (branch != nullptr && branch->state == ZDB_ATTACHED && branch->holder == session) {
-    client.branch = asked.branch;
-  }
+  note_attachment(client, asked, session);
   return answer;
+}
+
+/*
+ * A branch that was taken from the session stays its own until it asks something of it, and so learns what happened:
+ * its SQL must not go on by itself, outside the branch.
+ */
+void Server::note_attachment(Client &client, const DtmRequest &done, int session) {
+  const Branch *branch = branches_.find(done.branch);
+  const bool attached = branch != nullptr && branch->state == ZDB_ATTACHED && branch->holder == session;
+  if (!attached && done.procedure == status_procedure) {
+    return;
+  }
+  std::erase(client.attached, done.branch);
+  if (attached) {
+    client.attached.push_back(done.branch);
+  }
 }
 
 Server::Answer Server::answer_scan(const Client &client, const Request &request) const {

@@ -61,10 +61,11 @@ class Server {
 
  private:
   using Lock = std::unique_lock<std::mutex>;
+  struct Relock;
   struct Client {
     std::string user;
-    std::string branch;            /* the one it attached last */
-    std::set<std::string> cursors; /* open or closed but allocated */
+    std::vector<std::string> attached; /* branches by their names, the last one last; they may be lost meanwhile */
+    std::set<std::string> cursors;     /* open or closed but allocated */
     std::set<std::string> statements;
   };
   /* A reply before the scripts and the order of results have been applied. */
@@ -87,6 +88,8 @@ class Server {
   bool may_use_dtm(const Client &client, Message &refusal) const;
   Answer answer(Lock &lock, int session, Client &client, const Request &request);
   Answer answer_sql(Lock &lock, int session, const Client &client, const std::string &sql);
+  SqlOutcome run_sql(Lock &lock, int session, const Client &client, const std::string &sql);
+  void note_attachment(Client &client, const DtmRequest &done, int session);
   Answer answer_dtm(Lock &lock, int session, Client &client, const Request &request);
   Answer answer_scan(const Client &client, const Request &request) const;
   static Answer answer_object(Client &client, const Request &request);

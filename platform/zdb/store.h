@@ -104,8 +104,13 @@ class Store {
   virtual void set_setting(const std::string &name, std::optional<int64_t> value) = 0;
 
   virtual std::shared_ptr<Work> make_work(const std::string &branch) = 0;
-  /* Outside any branch every statement commits by itself. */
-  virtual SqlOutcome run(const std::string &sql) = 0;
+  /*
+   * Outside any branch every statement commits by itself. Of a client whose branch was rolled back without its doing
+   * only the catalog's queries are taken: it would take the rest for work in the branch.
+   */
+  virtual SqlOutcome run(const std::string &sql, bool branch_lost) = 0;
+  /* The server stops: run() fails soon, also where it is under way. */
+  virtual void stop() = 0;
 };
 
 /* Rows of the configuration table that a server looks at. */
@@ -129,6 +134,7 @@ enum ServerMessage : int32_t {
   message_data_changed = 3108,
   message_result_too_large = 3109,
   message_bad_command = 3110,
+  message_branch_lost = 3111,
   message_no_role = 3201,
   message_dtm_off = 3202,
   message_storage = 3203

@@ -70,7 +70,7 @@ void Catalog::set_login(const std::string &user, const Login &login) {
         .run();
     return true;
   });
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<std::mutex> lock(memory_mutex_);
   logins_[user] = login;
 }
 
@@ -79,18 +79,18 @@ bool Catalog::drop_login(const std::string &user) {
     Statement(database_, "DELETE FROM syslogins WHERE name = ?").bind(1, user).run();
     return true;
   });
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<std::mutex> lock(memory_mutex_);
   return logins_.erase(user) > 0;
 }
 
 std::optional<Catalog::Login> Catalog::login(const std::string &user) const {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<std::mutex> lock(memory_mutex_);
   const auto found = logins_.find(user);
   return found == logins_.end() ? std::nullopt : std::optional(found->second);
 }
 
 std::vector<User> Catalog::users() const {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<std::mutex> lock(memory_mutex_);
   std::vector<User> all;
   for (const auto &[name, login] : logins_) {
     all.push_back({name, login.dtm_role});
@@ -99,7 +99,7 @@ std::vector<User> Catalog::users() const {
 }
 
 std::optional<int64_t> Catalog::setting(const std::string &name) const {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<std::mutex> lock(memory_mutex_);
   const auto found = settings_.find(name);
   return found == settings_.end() ? std::nullopt : std::optional(found->second);
 }
@@ -113,7 +113,7 @@ void Catalog::set_setting(const std::string &name, std::optional<int64_t> value)
     }
     return true;
   });
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<std::mutex> lock(memory_mutex_);
   if (value) {
     settings_[name] = *value;
   } else {
@@ -132,6 +132,13 @@ std::vector<JournalRow> Catalog::journal() {
                     Clock::time_point(std::chrono::seconds(statement.integer(3))), statement.blob(4)});
   }
   return rows;
+}
+
+std::string Catalog::changes_of(int64_t id) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  Statement statement(database_, "SELECT changes FROM branch_journal WHERE id = ?");
+  statement.bind(1, id);
+  return statement.step() ? statement.blob(0) : std::string();
 }
 
 /* Inside a transaction, under the mutex. */

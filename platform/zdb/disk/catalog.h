@@ -47,6 +47,8 @@ class Catalog {
   void set_setting(const std::string &name, std::optional<int64_t> value);
 
   std::vector<JournalRow> journal();
+  /* The changes of the branch with the id. */
+  std::string changes_of(int64_t id);
   /* Enters a prepared branch; it is on the disk when this returns its id. */
   int64_t enter(const std::string &branch, const std::string &changes);
   void set_state(int64_t id, int32_t state);
@@ -66,15 +68,17 @@ class Catalog {
   auto write(Action action);
   void clear_leftovers();
 
-  mutable std::mutex mutex_;
+  std::mutex mutex_; /* guards the file's connection and the leftovers, also while it is synced */
   Database database_;
-  std::map<std::string, Login> logins_;
-  std::map<std::string, int64_t> settings_;
   struct Leftover {
     int64_t id;
     bool row_goes;
   };
   std::vector<Leftover> leftovers_;
+
+  mutable std::mutex memory_mutex_; /* guards what follows, which is to be had while the file is synced */
+  std::map<std::string, Login> logins_;
+  std::map<std::string, int64_t> settings_;
 };
 
 }  // namespace zdb

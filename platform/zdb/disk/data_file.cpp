@@ -13,14 +13,26 @@ constexpr const char *tables_without_key = R"(
         (SELECT count(*) FROM pragma_table_info(t.name) WHERE pk > 0) = 0
   LIMIT 1)";
 
-/* A key of several columns or of another type than INTEGER may hold nulls, unless it is declared otherwise. */
+/* A key that is not the row's own number may hold nulls, unless it is declared otherwise. It has an index then. */
 constexpr const char *tables_with_null_keys = R"(
   SELECT t.name FROM pragma_table_list AS t
   WHERE t.schema = 'main' AND t.type = 'table' AND t.wr = 0 AND t.name NOT LIKE 'sqlite!_%' ESCAPE '!' AND
-        EXISTS (SELECT 1 FROM pragma_table_info(t.name) AS c
-                WHERE c.pk > 0 AND c."notnull" = 0 AND
-                      (upper(c.type) <> 'INTEGER' OR
-                       (SELECT count(*) FROM pragma_table_info(t.name) WHERE pk > 0) > 1))
+        EXISTS (SELECT 1 FROM pragma_index_list(t.name) WHERE origin = 'pk') AND
+        EXISTS (SELECT 1 FROM pragma_table_info(t.name) AS c WHERE c.pk > 0 AND c."notnull" = 0)
+  LIMIT 1)";
+
+/* The recorder tells keys apart by their bytes. */
+constexpr const char *tables_with_collated_keys = R"(
+  SELECT t.name FROM pragma_table_list AS t
+  WHERE t.schema = 'main' AND t.type = 'table' AND t.name NOT LIKE 'sqlite!_%' ESCAPE '!' AND
+        EXISTS (SELECT 1 FROM pragma_index_list(t.name) AS i, pragma_index_xinfo(i.name) AS c
+                WHERE i.origin = 'pk' AND c."key" = 1 AND c.coll <> 'BINARY')
+  LIMIT 1)";
+
+constexpr const char *tables_with_computed_columns = R"(
+  SELECT t.name FROM pragma_table_list AS t
+  WHERE t.schema = 'main' AND t.type = 'table' AND t.name NOT LIKE 'sqlite!_%' ESCAPE '!' AND
+        EXISTS (SELECT 1 FROM pragma_table_xinfo(t.name) AS c WHERE c.hidden > 0)
   LIMIT 1)";
 
 std::string first_name(const Database &database, const char *query) {
@@ -46,7 +58,11 @@ std::unique_ptr<SqlConnection> DataFile::take() {
       return connection;
     }
   }
-  return std::make_unique<SqlConnection>(file_);
+  try {
+    return std::make_unique<SqlConnection>(file_);
+  } catch (const SqliteError &error) {
+    throw StoreError(message_storage, std::string("The server cannot open its data (") + error.what() + ").");
+  }
 }
 
 void DataFile::give_back(std::unique_ptr<SqlConnection> connection) {
@@ -82,15 +98,21 @@ void set_mark(const Database &database, int64_t journal_id) {
       .run();
 }
 
-void require_primary_keys(const Database &database) {
-  if (const std::string name = first_name(database, tables_without_key); !name.empty()) {
-    throw StoreError(message_not_allowed, "Table '" + name +
-                                              "' needs a PRIMARY KEY, so that a branch's changes of it "
-                                              "can be made again after a crash.");
-  }
-  if (const std::string name = first_name(database, tables_with_null_keys); !name.empty()) {
-    throw StoreError(message_not_allowed,
-                     "The PRIMARY KEY of table '" + name + "' may be null. Declare its columns NOT NULL.");
+void require_recordable_tables(const Database &database) {
+  struct Rule {
+    const char *offenders;
+    const char *remedy;
+  };
+  constexpr Rule rules[] = {
+      {tables_without_key, "' needs a PRIMARY KEY, so that a branch's changes of it can be made again after a crash."},
+      {tables_with_null_keys, "' has a PRIMARY KEY that may be null. Declare its columns NOT NULL."},
+      {tables_with_collated_keys, "' has a PRIMARY KEY with a collation. Give the key's columns none."},
+      {tables_with_computed_columns, "' has a generated column. Use a view for it."},
+  };
+  for (const Rule &rule : rules) {
+    if (const std::string name = first_name(database, rule.offenders); !name.empty()) {
+      throw StoreError(message_not_allowed, "Table '" + name + rule.remedy);
+    }
   }
 }
 

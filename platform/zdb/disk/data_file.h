@@ -20,7 +20,8 @@ class DataFile {
   static void create(const std::string &file);
   explicit DataFile(std::string file);
 
-  /* A connection without an open transaction, and its return; one with an open transaction is rolled back. */
+  /* A connection without an open transaction (throws StoreError), and its return; one with an open transaction is
+   * rolled back. */
   std::unique_ptr<SqlConnection> take();
   void give_back(std::unique_ptr<SqlConnection> connection);
 
@@ -41,10 +42,10 @@ class DataFile {
 void set_mark(const Database &database, int64_t journal_id);
 
 /*
- * Throws StoreError when a table's rows cannot be told apart by a primary key: changes of such rows could not be made
- * again after a crash.
+ * Throws StoreError when a table's changes could not be recorded, and so not be made again after a crash: its rows must
+ * be told apart by the bytes of a primary key, and have no columns that are computed.
  */
-void require_primary_keys(const Database &database);
+void require_recordable_tables(const Database &database);
 
 }  // namespace zdb
 

@@ -7,6 +7,12 @@
 #include "zdb_control.h"
 
 namespace zdb {
+namespace {
+
+constexpr const char *server_stops = "The server stops.";
+constexpr std::chrono::seconds catalog_query_limit{2}; /* they run one at a time */
+
+}  // namespace
 
 DiskStore::DiskStore(const std::string &folder)
     : lock_(folder),
@@ -81,22 +87,43 @@ std::shared_ptr<Work> DiskStore::make_work(const std::string &branch) {
 
 SqlOutcome DiskStore::query_catalog(const std::string &sql) {
   const std::lock_guard<std::mutex> lock(queries_mutex_);
-  return queries_.run(Place::catalog, sql, {[](bool) {}, [](bool) {}});
+  const auto deadline = std::chrono::steady_clock::now() + catalog_query_limit;
+  const auto stop = [&] {
+    return stopping_ || std::chrono::steady_clock::now() > deadline
+               ? "The query of the catalog takes too long, and others wait."
+               : nullptr;
+  };
+  return queries_.run(Place::catalog, sql, {[](bool) {}, [](bool) {}, stop});
 }
 
-/* Each statement that changes something is a transaction of its own, which waits its turn and is on the disk then. */
-SqlOutcome DiskStore::run(const std::string &sql) {
+SqlOutcome DiskStore::run(const std::string &sql, bool branch_lost) {
   const CatalogText text = catalog_text(sql);
   if (text.names_catalog) {
     return query_catalog(text.sql);
   }
+  if (branch_lost) {
+    return sql_failure(message_branch_lost, "The session's branch was rolled back. End it before other work.");
+  }
+  return run_alone(text.sql);
+}
+
+void DiskStore::stop() {
+  stopping_ = true;
+  data_.write_lock().wake();
+}
+
+/* Each statement that changes something is a transaction of its own, which waits its turn and is on the disk then. */
+SqlOutcome DiskStore::run_alone(const std::string &sql) {
   std::unique_ptr<SqlConnection> connection = data_.take();
   Database &database = connection->database();
   WriteHold hold(data_.write_lock());
-  const std::atomic<bool> never{false};
   const auto before = [&](bool writes) {
     const std::chrono::milliseconds limit(catalog_.setting(lock_timeout_setting).value_or(0));
-    if (writes && hold.take(limit, never) != WriteLock::Answer::taken) {
+    const auto answer = writes ? hold.take(limit, stopping_) : WriteLock::Answer::taken;
+    if (answer == WriteLock::Answer::given_up) {
+      throw StoreError(message_shut_down, server_stops);
+    }
+    if (answer == WriteLock::Answer::timed_out) {
       throw StoreError(message_lock_timeout, "A transaction holds the server's data for too long. Try again later.");
     }
     if (writes) {
@@ -105,14 +132,15 @@ SqlOutcome DiskStore::run(const std::string &sql) {
   };
   const auto after = [&](bool changed_tables) {
     if (changed_tables) {
-      require_primary_keys(database);
+      require_recordable_tables(database);
     }
     if (database.in_transaction()) {
       database.execute("COMMIT");
     }
     hold.release();
   };
-  SqlOutcome outcome = connection->run(Place::alone, text.sql, {before, after});
+  const auto stop = [this] { return stopping_ ? server_stops : nullptr; };
+  SqlOutcome outcome = connection->run(Place::alone, sql, {before, after, stop});
   database.roll_back();
   hold.release();
   data_.give_back(std::move(connection));

@@ -5,6 +5,7 @@
 #ifndef ZDB_DISK_DISK_STORE_H
 #define ZDB_DISK_DISK_STORE_H
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -42,16 +43,19 @@ class DiskStore final : public Store {
   }
 
   std::shared_ptr<Work> make_work(const std::string &branch) override;
-  SqlOutcome run(const std::string &sql) override;
+  SqlOutcome run(const std::string &sql, bool branch_lost) override;
+  void stop() override;
 
  private:
   void take_up(const JournalRow &row, int64_t mark);
   DiskParts parts();
   SqlOutcome query_catalog(const std::string &sql);
+  SqlOutcome run_alone(const std::string &sql);
 
   FolderLock lock_; /* first: nothing of the folder is touched without it */
   Catalog catalog_;
   DataFile data_;
+  std::atomic<bool> stopping_{false};
   BranchLister lister_;
   std::mutex queries_mutex_; /* guards the connection for queries */
   SqlConnection queries_;

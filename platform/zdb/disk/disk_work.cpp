@@ -1,15 +1,12 @@
 /* disk_work.cpp - what each step of a branch's life does to its transaction and to the journal; see the header. */
 #include "disk_work.h"
 
+#include "changes.h"
 #include "sql_text.h"
 #include "zdb_control.h"
 
 namespace zdb {
 namespace {
-
-int refuse_conflict(void *, int, sqlite3_changeset_iter *) {
-  return SQLITE_CHANGESET_ABORT;
-}
 
 StoreError storage_error(const std::string &what, const std::string &why) {
   return {message_storage, what + " (" + why + "). Look at the server's disk."};
@@ -31,13 +28,10 @@ void DiskWork::take_up(const JournalRow &row) {
     return;
   }
   try {
-    before_statement(true);
-    std::string changes = row.changes;
-    const int code = sqlite3changeset_apply(connection_->database().handle(), static_cast<int>(changes.size()),
-                                            changes.data(), nullptr, refuse_conflict, nullptr);
-    if (code != SQLITE_OK) {
-      throw SqliteError(code, sqlite3_errstr(code));
-    }
+    use_connection();
+    take_lock();
+    open_transaction(true);
+    make_changes_again(connection_->database(), row.changes);
   } catch (const SqliteError &error) {
     throw storage_error("The changes of prepared branch '" + branch_ + "' cannot be made again", error.what());
   }
@@ -52,25 +46,34 @@ SqlOutcome DiskWork::run(const std::string &sql) {
   }
   require_work();
   use_connection();
-  SqlOutcome outcome = connection_->run(
-      Place::branch, text.sql,
-      {[this](bool writes) { before_statement(writes); }, [this](bool) { changed_ = changed_ || hold_.held(); }});
+  SqlOutcome outcome = connection_->run(Place::branch, text.sql, around());
   if (outcome.failed) {
     outcome.work_lost = lost_after_failure();
   }
   return outcome;
 }
 
-/* A failed statement is undone by itself, but some failures undo the whole transaction: true when work went with it. */
+SqlConnection::Around DiskWork::around() {
+  return {[this](bool writes) { before_statement(writes); }, [this](bool) { worked_ = true; },
+          [this] { return stop_reason(); }};
+}
+
+const char *DiskWork::stop_reason() const {
+  return stop_ ? "The statement was interrupted, since its branch is being rolled back." : nullptr;
+}
+
+/*
+ * A failed statement is undone by itself, but some failures undo the whole transaction: true when work went with it.
+ * What was only read counts: the next statement would not see the same data.
+ */
 bool DiskWork::lost_after_failure() {
-  sqlite3 *handle = connection_->database().handle();
-  const int state = sqlite3_txn_state(handle, "main");
-  if (changed_ && state == SQLITE_TXN_NONE) {
+  const Database &database = connection_->database();
+  if (worked_ && !database.in_transaction()) {
     lost_ = true;
     end_transaction();
     return true;
   }
-  if (state != SQLITE_TXN_WRITE) {
+  if (sqlite3_txn_state(database.handle(), "main") != SQLITE_TXN_WRITE) {
     // The statement did not get to change anything: do not keep the next one waiting.
     recorder_.reset();
     hold_.release();
@@ -80,23 +83,30 @@ bool DiskWork::lost_after_failure() {
 
 /* Opens the transaction with the first statement, and takes the lock with the first that changes something. */
 void DiskWork::before_statement(bool writes) {
-  if (stop_) {
-    throw StoreError(message_interrupted, "The branch is being rolled back.");
-  }
   use_connection();
-  if (writes && !hold_.held()) {
-    const std::chrono::milliseconds limit(parts_.catalog.setting(lock_timeout_setting).value_or(0));
-    switch (hold_.take(limit, stop_)) {
-      case WriteLock::Answer::taken:
-        break;
-      case WriteLock::Answer::timed_out:
-        throw StoreError(message_lock_timeout,
-                         "Another transaction holds the server's data for too long. Roll the branch back and repeat it "
-                         "later.");
-      case WriteLock::Answer::given_up:
-        throw StoreError(message_interrupted, "The branch is being rolled back.");
-    }
+  if (writes) {
+    take_lock();
   }
+  if (const char *reason = stop_reason()) {
+    throw StoreError(message_interrupted, reason);
+  }
+  open_transaction(writes);
+}
+
+/* Gives up, without the lock, when the branch is to be rolled back. */
+void DiskWork::take_lock() {
+  if (hold_.held()) {
+    return;
+  }
+  const std::chrono::milliseconds limit(parts_.catalog.setting(lock_timeout_setting).value_or(0));
+  if (hold_.take(limit, stop_) == WriteLock::Answer::timed_out) {
+    throw StoreError(
+        message_lock_timeout,
+        "Another transaction holds the server's data for too long. Roll the branch back and repeat it later.");
+  }
+}
+
+void DiskWork::open_transaction(bool writes) {
   Database &database = connection_->database();
   if (!database.in_transaction()) {
     database.execute(writes ? "BEGIN IMMEDIATE" : "BEGIN");
@@ -107,7 +117,6 @@ void DiskWork::before_statement(bool writes) {
 }
 
 void DiskWork::use_connection() {
-  const std::lock_guard<std::mutex> lock(mutex_);
   if (connection_ == nullptr) {
     connection_ = parts_.data.take();
   }
@@ -142,13 +151,17 @@ std::string DiskWork::recorded_changes() const {
 
 // ---- The steps of a branch ------------------------------------------------------------------------------------------
 
-void DiskWork::require_work() const {
-  if (lost_) {
-    throw StoreError(message_storage, journal_id_ == 0
-                                          ? "The branch's work was lost by a failure of the server. Roll it back."
-                                          : "The prepared branch could not be committed. Restart the server, which "
-                                            "takes the branch up again, and repeat the commit.");
+/* Prepared work that a failed commit undid is made again; its lock was never given up. */
+void DiskWork::require_work() {
+  if (!lost_) {
+    return;
   }
+  if (journal_id_ == 0) {
+    throw StoreError(message_storage, "The branch's work was lost by a failure of the server. Roll it back.");
+  }
+  connection_->database().roll_back();
+  take_up({journal_id_, branch_, ZDB_PREPARED, {}, parts_.catalog.changes_of(journal_id_)});
+  lost_ = false;
 }
 
 void DiskWork::prepare() {
@@ -185,8 +198,7 @@ void DiskWork::commit_transaction() {
     }
     database.execute("COMMIT");
   } catch (const SqliteError &error) {
-    // A transaction that is still open can be committed later. One that is gone is in the journal, if it was prepared:
-    // it is taken up again when the server starts.
+    // A transaction that is still open can be committed later, and so can one that is gone if the journal has it.
     lost_ = !database.in_transaction();
     throw storage_error("The branch cannot be committed now", error.what());
   }
@@ -204,7 +216,12 @@ void DiskWork::settle(bool commit) {
   require_work();
   parts_.catalog.set_state(journal_id_, commit ? ZDB_HEUR_COMMITTED : ZDB_HEUR_ROLLED_BACK);
   if (commit && hold_.held()) {
-    commit_transaction();
+    try {
+      commit_transaction();
+    } catch (const StoreError &) {
+      parts_.catalog.set_state(journal_id_, ZDB_PREPARED);
+      throw;
+    }
   }
   end_transaction();
   parts_.catalog.clear_changes_later(journal_id_);
@@ -217,23 +234,13 @@ void DiskWork::forget() {
 void DiskWork::interrupt() {
   stop_ = true;
   parts_.data.write_lock().wake();
-  const std::lock_guard<std::mutex> lock(mutex_);
-  if (connection_ != nullptr) {
-    connection_->database().interrupt();
-  }
 }
 
 /* Gives back what the branch has of the data; an open transaction is undone. */
 void DiskWork::end_transaction() {
   recorder_.reset();
-  std::unique_ptr<SqlConnection> connection;
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    connection = std::move(connection_);
-  }
-  if (connection != nullptr) {
-    connection->database().roll_back();
-    parts_.data.give_back(std::move(connection));
+  if (connection_ != nullptr) {
+    parts_.data.give_back(std::move(connection_));
   }
   hold_.release();
 }

@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "catalog.h"
@@ -50,23 +49,26 @@ class DiskWork final : public Work {
 
   void use_connection();
   void before_statement(bool writes);
+  void take_lock();
+  void open_transaction(bool writes);
+  SqlConnection::Around around();
+  const char *stop_reason() const;
   bool lost_after_failure();
   void record_changes();
   std::string recorded_changes() const;
-  void require_work() const;
+  void require_work();
   void commit_transaction();
   void end_transaction();
 
   const DiskParts parts_;
   const std::string branch_;
-  std::mutex mutex_;                          /* guards the pointer to the connection against interrupt() */
   std::unique_ptr<SqlConnection> connection_; /* null before the first SQL and after the end */
   std::unique_ptr<sqlite3_session, DeleteSession> recorder_;
   WriteHold hold_;
   int64_t journal_id_ = 0; /* of a prepared branch */
-  bool changed_ = false;   /* a statement that changes something has succeeded */
-  bool lost_ = false;      /* its work was undone by a failure: it can only be rolled back */
-  std::atomic<bool> stop_{false};
+  bool worked_ = false;    /* a statement has succeeded in the open transaction */
+  bool lost_ = false;      /* a failure undid the work: what is prepared can be made again, else only rolled back */
+  std::atomic<bool> stop_{false}; /* set from another thread: no statement is to go on */
 };
 
 }  // namespace zdb

@@ -73,6 +73,7 @@ void create_folder(const std::string &folder) {
   }
   close(file);
   sync_folder(folder);
+  sync_folder(folder + "/..");
 }
 
 FolderLock::FolderLock(const std::string &folder) : file_(open_lock(folder, 0)) {

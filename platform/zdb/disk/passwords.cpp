@@ -11,7 +11,11 @@ namespace {
 
 constexpr const char *method = "$6$";
 
+/* Empty when there is none: the hash of a password with a zero byte would be that of what stands before it. */
 std::string hashed(const std::string &password, const std::string &setting) {
+  if (password.find('\0') != std::string::npos) {
+    return {};
+  }
   const auto work = std::make_unique<crypt_data>();
   const char *hash = crypt_r(password.c_str(), setting.c_str(), work.get());
   return hash == nullptr || *hash == '*' ? std::string() : std::string(hash);

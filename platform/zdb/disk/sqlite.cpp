@@ -13,9 +13,9 @@ Database::Database(const std::string &file) {
   if (code != SQLITE_OK) {
     throw SqliteError(code, "cannot open " + file + ": " + sqlite3_errstr(code));
   }
+  sqlite3_busy_timeout(handle, 1000);  // only a checkpoint may be in the way, for a moment
   // A checkpoint is rare, and large enough that its syncs do not count per transaction.
   execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA wal_autocheckpoint = 4000;");
-  sqlite3_busy_timeout(handle, 1000);  // only a checkpoint may be in the way, for a moment
 }
 
 void Database::execute(const char *sql) const {
@@ -68,6 +68,11 @@ Statement &Statement::bind_blob(int place, const std::string &bytes) {
 
 Statement &Statement::bind_null(int place) {
   check(sqlite3_bind_null(handle(), place));
+  return *this;
+}
+
+Statement &Statement::bind_value(int place, const sqlite3_value *value) {
+  check(sqlite3_bind_value(handle(), place, value));
   return *this;
 }
 

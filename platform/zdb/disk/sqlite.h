@@ -18,7 +18,7 @@ class SqliteError : public std::runtime_error {
   int code; /* an extended result code */
 };
 
-/* One database connection. Used by one thread at a time, except for interrupt(). */
+/* One database connection. Used by one thread at a time. */
 class Database {
  public:
   /* Opens an existing file (or makes it), ready for many connections to one file. Throws SqliteError. */
@@ -30,7 +30,6 @@ class Database {
   bool in_transaction() const { return sqlite3_get_autocommit(handle()) == 0; }
   /* Undoes the open transaction, if there is one; never fails. */
   void roll_back() const noexcept;
-  void interrupt() const noexcept { sqlite3_interrupt(handle()); }
   /* The error that the last call met. */
   SqliteError error(int code) const;
 
@@ -53,10 +52,13 @@ class Statement {
   Statement &bind(int place, const std::string &text);
   Statement &bind_blob(int place, const std::string &bytes);
   Statement &bind_null(int place);
+  Statement &bind_value(int place, const sqlite3_value *value);
   /* True when there is a row, false at the end; throws SqliteError. */
   bool step();
   /* Runs it to its end. */
   void run();
+  /* Back to before the first step; the values stay bound. */
+  void reset() { sqlite3_reset(handle()); }
   int64_t integer(int column) const { return sqlite3_column_int64(handle(), column); }
   std::string text(int column) const;
   std::string blob(int column) const;

@@ -9,7 +9,9 @@
 namespace zdb {
 namespace {
 
-constexpr std::size_t result_bytes_max = 32 << 20;
+constexpr std::size_t result_bytes_max = 32 << 20; /* of a command's results */
+constexpr int value_bytes_max = 16 << 20;
+constexpr int steps_between_looks = 10'000;
 constexpr int32_t integer_size = 4;
 constexpr int32_t wide_size = 8;
 
@@ -87,13 +89,18 @@ void describe_column(Result &result, std::size_t column) {
   }
 }
 
-bool is_own_table(const char *name) {
-  return name != nullptr && std::string_view(name) == mark_table;
+/* Names come as they were declared, or as the client wrote them. */
+bool same_name(const char *name, const char *other) {
+  return name != nullptr && sqlite3_stricmp(name, other) == 0;
+}
+
+bool is_engines_table(const char *name) {
+  constexpr std::string_view prefix = "sqlite_";
+  return name != nullptr && sqlite3_strnicmp(name, prefix.data(), static_cast<int>(prefix.size())) == 0;
 }
 
 bool is_catalog_table(const char *name) {
-  const std::string_view table = name == nullptr ? "" : name;
-  return table == "sysconfigures" || table == "systransactions";
+  return same_name(name, "sysconfigures") || same_name(name, "systransactions");
 }
 
 bool changes_tables(int action) {
@@ -114,8 +121,7 @@ bool changes_tables(int action) {
 }
 
 bool is_description_of_table(const char *pragma) {
-  const std::string_view name = pragma == nullptr ? "" : pragma;
-  return name == "table_info" || name == "table_xinfo";
+  return same_name(pragma, "table_info") || same_name(pragma, "table_xinfo");
 }
 
 constexpr const char *unknown_kind = "This kind of statement is not allowed on this server.";
@@ -127,14 +133,27 @@ SqlConnection::SqlConnection(const std::string &file) : database_(file) {
   sqlite3_set_authorizer(database_.handle(), authorise, this);
   sqlite3_db_config(database_.handle(), SQLITE_DBCONFIG_DQS_DML, 1, nullptr);  // "text" is a text, as clients write it
   sqlite3_db_config(database_.handle(), SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+  sqlite3_limit(database_.handle(), SQLITE_LIMIT_LENGTH, value_bytes_max);
+  sqlite3_progress_handler(database_.handle(), steps_between_looks, look_for_stop, this);
 }
 
-int SqlConnection::authorise(void *self, int action, const char *table, const char *, const char *, const char *) {
+/* Our own statements always come to their end: a commit must not be torn apart. */
+int SqlConnection::look_for_stop(void *self) {
+  auto &connection = *static_cast<SqlConnection *>(self);
+  const char *reason = connection.running_ ? connection.around_->stop() : nullptr;
+  if (reason == nullptr) {
+    return 0;
+  }
+  connection.refusal_ = reason;
+  return 1;
+}
+
+int SqlConnection::authorise(void *self, int action, const char *table, const char *part, const char *, const char *) {
   auto &connection = *static_cast<SqlConnection *>(self);
   if (!connection.clients_turn_) {
     return SQLITE_OK;
   }
-  const char *refusal = connection.refusal_of(action, table);
+  const char *refusal = connection.refusal_of(action, table, part);
   if (refusal == nullptr) {
     connection.changes_tables_ = connection.changes_tables_ || changes_tables(action);
     return SQLITE_OK;
@@ -143,9 +162,10 @@ int SqlConnection::authorise(void *self, int action, const char *table, const ch
   return SQLITE_DENY;
 }
 
-/* Null for what may be said. */
-const char *SqlConnection::refusal_of(int action, const char *table) const {
-  const char *own = is_own_table(table) ? "This table is the server's own." : nullptr;
+/* Null for what may be said. Some actions name the table in the second place. */
+const char *SqlConnection::refusal_of(int action, const char *table, const char *part) const {
+  const char *own =
+      same_name(table, mark_table) || same_name(part, mark_table) ? "This table is the server's own." : nullptr;
   if (changes_tables(action)) {
     switch (place_) {
       case Place::alone:
@@ -169,6 +189,9 @@ const char *SqlConnection::refusal_of(int action, const char *table) const {
     case SQLITE_INSERT:
     case SQLITE_UPDATE:
     case SQLITE_DELETE:
+      if (place_ == Place::branch && is_engines_table(table)) {
+        return "This table cannot be changed inside a branch.";  // changes of it are not recorded
+      }
       return place_ == Place::catalog ? read_only_catalog : own;
     case SQLITE_PRAGMA:
       // The recorder of changes asks for the columns of a table in the middle of the first statement that changes it.
@@ -182,20 +205,15 @@ const char *SqlConnection::refusal_of(int action, const char *table) const {
 }
 
 SqlOutcome SqlConnection::run(Place place, const std::string &sql, const Around &around) {
+  if (sql.find('\0') != std::string::npos) {
+    return sql_failure(message_bad_query, "There is a zero byte in the command.");
+  }
   place_ = place;
+  around_ = &around;
+  result_bytes_ = 0;
   SqlOutcome outcome;
-  std::string_view rest = sql;
   try {
-    while (!rest.empty()) {
-      refusal_.clear();
-      changes_tables_ = false;
-      clients_turn_ = true;
-      const TurnOver turn_over{*this};
-      Statement statement(database_, rest, &rest);
-      if (statement) {
-        run_statement(statement, around, outcome);
-      }
-    }
+    run_statements(sql, around, outcome);
   } catch (const SqliteError &error) {
     outcome.messages.push_back(message_of(error));
     outcome.failed = true;
@@ -206,6 +224,19 @@ SqlOutcome SqlConnection::run(Place place, const std::string &sql, const Around 
   return outcome;
 }
 
+void SqlConnection::run_statements(std::string_view sql, const Around &around, SqlOutcome &outcome) {
+  while (!sql.empty()) {
+    refusal_.clear();
+    changes_tables_ = false;
+    clients_turn_ = true;
+    const TurnOver turn_over{*this};
+    Statement statement(database_, sql, &sql);
+    if (statement) {
+      run_statement(statement, around, outcome);
+    }
+  }
+}
+
 void SqlConnection::run_statement(Statement &statement, const Around &around, SqlOutcome &outcome) {
   const bool writes = sqlite3_stmt_readonly(statement.handle()) == 0;
   const int64_t changes_before = sqlite3_total_changes64(database_.handle());
@@ -214,31 +245,13 @@ void SqlConnection::run_statement(Statement &statement, const Around &around, Sq
   // The statement may have to be prepared again, which asks the authoriser.
   clients_turn_ = true;
   running_ = true;
-  Result result{ResultKind::rows, {}, {}};
-  const int columns = sqlite3_column_count(statement.handle());
-  for (int column = 0; column < columns; ++column) {
-    const char *name = sqlite3_column_name(statement.handle(), column);
-    result.columns.push_back({name == nullptr ? "" : name, ColumnType::text, 1});
-  }
-  std::size_t bytes = 0;
-  while (statement.step()) {
-    std::vector<Value> row;
-    row.reserve(result.columns.size());
-    for (int column = 0; column < columns; ++column) {
-      row.push_back(value_of(statement, column));
-      bytes += size_of(row.back());
-    }
-    if (bytes > result_bytes_max && !writes) {
-      throw StoreError(message_result_too_large, "The result is too large. Ask for fewer rows at a time.");
-    }
-    result.rows.push_back(std::move(row));
-  }
+  Result result = rows_of(statement, writes);
   clients_turn_ = running_ = false;
   const int64_t changes = sqlite3_total_changes64(database_.handle()) - changes_before;
   const int64_t changed = changes_tables_ ? -1 : changes;
-  const int64_t count = columns != 0 ? static_cast<int64_t>(result.rows.size()) : changed;
+  const int64_t count = result.columns.empty() ? changed : static_cast<int64_t>(result.rows.size());
   around.after(changes_tables_);
-  if (columns != 0) {
+  if (!result.columns.empty()) {
     for (std::size_t column = 0; column < result.columns.size(); ++column) {
       describe_column(result, column);
     }
@@ -248,12 +261,35 @@ void SqlConnection::run_statement(Statement &statement, const Around &around, Sq
   outcome.results.push_back({ResultKind::done, {}, {}, count});
 }
 
+/* Runs the statement to its end. */
+Result SqlConnection::rows_of(Statement &statement, bool writes) {
+  Result result{ResultKind::rows, {}, {}};
+  const int columns = sqlite3_column_count(statement.handle());
+  for (int column = 0; column < columns; ++column) {
+    const char *name = sqlite3_column_name(statement.handle(), column);
+    result.columns.push_back({name == nullptr ? "" : name, ColumnType::text, 1});
+  }
+  while (statement.step()) {
+    std::vector<Value> row;
+    row.reserve(result.columns.size());
+    for (int column = 0; column < columns; ++column) {
+      row.push_back(value_of(statement, column));
+      result_bytes_ += sizeof(Value) + size_of(row.back());
+    }
+    if (result_bytes_ > result_bytes_max && !writes) {
+      throw StoreError(message_result_too_large, "The result is too large. Ask for fewer rows at a time.");
+    }
+    result.rows.push_back(std::move(row));
+  }
+  return result;
+}
+
 Message SqlConnection::message_of(const SqliteError &error) const {
   switch (error.code & 0xFF) {
     case SQLITE_AUTH:
       return {message_not_allowed, error_severity, refusal_.empty() ? error.what() : refusal_};
     case SQLITE_INTERRUPT:
-      return {message_interrupted, error_severity, "The statement was interrupted, since its branch is rolled back."};
+      return {message_interrupted, error_severity, refusal_.empty() ? error.what() : refusal_};
     case SQLITE_BUSY:
       return {
           message_data_changed, error_severity,

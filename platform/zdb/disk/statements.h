@@ -29,18 +29,23 @@ class SqlConnection {
 
   Database &database() { return database_; }
 
-  /* What is done around each statement. Both may throw StoreError or SqliteError, which ends the command. */
   struct Around {
+    /* What is done around each statement. Both may throw StoreError or SqliteError, which ends the command. */
     std::function<void(bool writes)> before;
     std::function<void(bool changed_tables)> after;
+    /* Asked now and then while a statement runs: null, or why it must not go on. */
+    std::function<const char *()> stop;
   };
   SqlOutcome run(Place place, const std::string &sql, const Around &around);
 
  private:
   static int authorise(void *self, int action, const char *table, const char *part, const char *schema,
                        const char *trigger);
-  const char *refusal_of(int action, const char *table) const;
+  static int look_for_stop(void *self);
+  const char *refusal_of(int action, const char *table, const char *part) const;
+  void run_statements(std::string_view sql, const Around &around, SqlOutcome &outcome);
   void run_statement(Statement &statement, const Around &around, SqlOutcome &outcome);
+  Result rows_of(Statement &statement, bool writes);
   Message message_of(const SqliteError &error) const;
 
   /* Ends a client's turn, however its statement ends. */
@@ -51,10 +56,12 @@ class SqlConnection {
 
   Database database_;
   Place place_ = Place::alone;
-  bool clients_turn_ = false; /* a client's statement is being prepared; our own are not looked at */
-  bool running_ = false;      /* the client's statement is being run */
-  bool changes_tables_ = false;
-  std::string refusal_;
+  const Around *around_ = nullptr; /* of the command that runs */
+  bool clients_turn_ = false;      /* a client's statement is prepared or runs; our own are not looked at */
+  bool running_ = false;           /* the client's statement runs */
+  bool changes_tables_ = false;    /* the statement does */
+  std::size_t result_bytes_ = 0;   /* of the command so far */
+  std::string refusal_;            /* why the statement was refused or stopped */
 };
 
 }  // namespace zdb

@@ -8,10 +8,11 @@ namespace zdb {
 WriteLock::Answer WriteLock::take(std::chrono::milliseconds limit, const std::atomic<bool> &give_up) {
   std::unique_lock<std::mutex> lock(mutex_);
   const auto deadline = std::chrono::steady_clock::now() + limit;
-  waiting_.push_back(&give_up);
-  const auto may_go_on = [&] { return give_up.load() || (!held_ && waiting_.front() == &give_up); };
+  const uint64_t number = ++last_number_;
+  waiting_.push_back(number);
+  const auto may_go_on = [&] { return give_up.load() || (!held_ && waiting_.front() == number); };
   const bool in_time = changed_.wait_until(lock, deadline, may_go_on);
-  waiting_.erase(std::find(waiting_.begin(), waiting_.end(), &give_up));
+  waiting_.erase(std::find(waiting_.begin(), waiting_.end(), number));
   if (!in_time || give_up.load()) {
     changed_.notify_all();  // whoever stood behind may be the first now
     return in_time ? Answer::given_up : Answer::timed_out;

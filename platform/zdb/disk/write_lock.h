@@ -8,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <mutex>
 
@@ -26,7 +27,8 @@ class WriteLock {
   std::mutex mutex_;
   std::condition_variable changed_;
   bool held_ = false;
-  std::deque<const void *> waiting_; /* the waiters' flags, first come first */
+  std::deque<uint64_t> waiting_; /* the waiters' numbers, first come first */
+  uint64_t last_number_ = 0;
 };
 
 /* The lock held, or not; released at the end of life. */

@@ -151,7 +151,7 @@ int serve(const std::string &folder, const Options &options) {
     int signal = 0;
     sigwait(&signals, &signal);
     log_line(std::string("stopping on ") + strsignal(signal));
-    durable.server()->break_sessions(nullptr);
+    durable.server()->shut_down();
   }
   log_line("stopped; syncs made: " + std::to_string(zdb::syncs_made()));
   return exit_fine;
@@ -246,6 +246,7 @@ int run(int argc, char **argv) {
 }  // namespace
 
 int main(int argc, char **argv) {
+  umask(S_IRWXG | S_IRWXO);  // whatever it makes is its owner's only; the listener opens its socket as told
   try {
     return run(argc, argv);
   } catch (const std::exception &error) {

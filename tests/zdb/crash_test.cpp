@@ -1,0 +1,259 @@
+/*
+ * crash_test.cpp - what a folder still holds when its process has died, by kill -9 at every step in turn.
+ *
+ * The tests' own process never opens a folder: each step of a story runs in a child, which inherits no open files and
+ * reads for itself at which step it is to die.
+ */
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "bank.h"
+
+namespace {
+
+constexpr const char *transfer = "update acct set v = v - 10 where id = 1; update acct set v = v + 10 where id = 2";
+
+constexpr uint64_t never_reached = UINT64_MAX;
+
+/* Runs the action in a child that dies at the step, 0 for never; false when it died. */
+bool survives(uint64_t step, const std::function<void()> &action) {
+  const pid_t child = fork();
+  if (child == 0) {
+    setenv("ZDB_CRASH_AT", std::to_string(step).c_str(), 1);
+    action();
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  const bool killed = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+  EXPECT_TRUE((killed && step != 0) || status == 0) << "step " << step << ", status " << status;
+  return !killed;
+}
+
+/* The steps that were answered before the process died, kept in a file beside the folder. */
+class Answered {
+ public:
+  explicit Answered(const Place &place) : path_(place.path() / "answered") {}
+  void add(const std::string &step) const {
+    const int file = open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    EXPECT_EQ(write(file, step.data(), step.size()), static_cast<ssize_t>(step.size()));
+    close(file);
+  }
+  bool has(const std::string &step) const {
+    std::string all(1000, '\0');
+    const int file = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    const ssize_t size = file < 0 ? 0 : read(file, all.data(), all.size());
+    close(file);
+    return size > 0 && all.substr(0, static_cast<std::size_t>(size)).find(step) != std::string::npos;
+  }
+  void clear() const { std::filesystem::remove(path_); }
+
+ private:
+  std::filesystem::path path_;
+};
+
+void make_accounts(const Place &place) {
+  const auto server = open_bank(place);
+  const Client client(server);
+  EXPECT_EQ(client.sql("create table acct (id integer primary key, v integer not null, name text unique); "
+                       "insert into acct values (1, 100, 'a'), (2, 100, 'b')"),
+            "#2");
+  server->store().set_setting(zdb::lock_timeout_setting, 10);
+  // An earlier branch has left its mark.
+  client.work("earlier", "update acct set v = v");
+  EXPECT_EQ(client.dtm("prepare", "earlier"), 2);
+  EXPECT_EQ(client.dtm("commit", "earlier"), 7);
+}
+
+/* The folder as it was before the step that is tried out. */
+class Snapshot {
+ public:
+  explicit Snapshot(const Place &place) : place_(place) { copy(place.folder(), saved()); }
+  void restore() const {
+    std::filesystem::remove_all(place_.folder());
+    copy(saved(), place_.folder());
+  }
+
+ private:
+  std::filesystem::path saved() const { return place_.path() / "saved"; }
+  static void copy(const std::filesystem::path &from, const std::filesystem::path &to) {
+    std::filesystem::copy(from, to, std::filesystem::copy_options::recursive);
+  }
+  const Place &place_;
+};
+
+/* A branch's end: what is asked after its transfer, and whether the money moves then. */
+struct Story {
+  std::vector<std::string> steps;
+  bool moves;
+};
+
+/* For the tests' names. */
+void PrintTo(const Story &story, std::ostream *out) {
+  for (const std::string &step : story.steps) {
+    *out << (&step == story.steps.data() ? "" : ", ") << step;
+  }
+}
+
+void play(const Place &place, const Story &story) {
+  const auto server = open_bank(place);
+  const Client client(server);
+  const Answered answered(place);
+  client.work("b", transfer);
+  for (const std::string &step : story.steps) {
+    if (step.starts_with("force")) {
+      EXPECT_TRUE(server->force("b", step == "force commit"));
+    } else {
+      EXPECT_GE(client.dtm(step, "b"), 0) << step;
+    }
+    answered.add(step);
+  }
+}
+
+std::string balances(const Client &client) {
+  return client.sql("select v from acct order by id");
+}
+
+/* Looks at what the crash has left, and ends it as the story does. Returns whether the money has moved then. */
+bool finish(const std::shared_ptr<zdb::Server> &server, const Client &client, const Story &story,
+            const Answered &answered) {
+  const int32_t state = server->branch_state("b");
+  const bool promised = answered.has("prepare") || answered.has("commit1");
+  const bool moved = balances(client) == "90;110#2";
+  EXPECT_TRUE(moved || balances(client) == "100;100#2") << balances(client);
+  if (state == ZDB_PREPARED) {
+    EXPECT_FALSE(moved);
+    EXPECT_FALSE(answered.has("commit") || answered.has("rollback") || answered.has("force"));
+    EXPECT_EQ(client.sql("update acct set v = 0"), "!3106") << "its lock is kept";
+    EXPECT_EQ(client.dtm(story.moves ? "commit" : "rollback", "b"), ZDB_PREPARED);
+    return story.moves;
+  }
+  if (state == ZDB_UNKNOWN) {
+    const bool keeps_outcome = story.steps.back().starts_with("force");
+    EXPECT_FALSE(keeps_outcome && (moved || answered.has("force"))) << "nobody has forgotten the outcome";
+    const bool in_flight = story.steps.front() == "commit1" && !answered.has("commit1");
+    EXPECT_TRUE(in_flight || moved == (promised && story.moves));
+    return moved;
+  }
+  EXPECT_EQ(state, story.moves ? ZDB_HEUR_COMMITTED : ZDB_HEUR_ROLLED_BACK);
+  EXPECT_EQ(moved, story.moves);
+  EXPECT_FALSE(answered.has("forget"));
+  EXPECT_EQ(client.dtm("forget", "b"), 0);
+  return moved;
+}
+
+/* Nothing of it comes back or is repeated, also by a branch of the same name. */
+void check_after_crash(const Place &place, const Story &story) {
+  int64_t moved = 0;
+  {
+    const auto server = open_bank(place);
+    const Client client(server);
+    moved = finish(server, client, story, Answered(place)) ? 10 : 0;
+  }
+  for (int round = 0; round < 2; ++round) {
+    const auto server = open_bank(place);
+    const Client client(server);
+    EXPECT_EQ(server->branch_count(), 0);
+    EXPECT_EQ(balances(client), std::to_string(100 - moved) + ";" + std::to_string(100 + moved) + "#2");
+    client.work("b", transfer);
+    EXPECT_EQ(client.dtm("prepare", "b"), 2);
+    EXPECT_EQ(client.dtm("commit", "b"), 7);
+    moved += 10;
+  }
+}
+
+class Crash : public testing::TestWithParam<Story> {};
+
+}  // namespace
+
+TEST_P(Crash, AtNoStepLosesOrRepeatsAnything) {
+  const Place place;
+  ASSERT_TRUE(survives(0, [&] { make_accounts(place); }));
+  const Snapshot before(place);
+  uint64_t step = 1;
+  while (!survives(step, [&] { play(place, GetParam()); })) {
+    EXPECT_TRUE(survives(0, [&] { check_after_crash(place, GetParam()); })) << "step " << step;
+    ASSERT_FALSE(HasFailure()) << "after a crash at step " << step;
+    Answered(place).clear();
+    before.restore();
+    ++step;
+  }
+  EXPECT_GT(step, 10U);
+  EXPECT_TRUE(survives(0, [&] { check_after_crash(place, GetParam()); }));
+}
+
+INSTANTIATE_TEST_SUITE_P(Ends, Crash,
+                         testing::Values(Story{{"prepare", "commit"}, true}, Story{{"prepare", "rollback"}, false},
+                                         Story{{"commit1"}, true}, Story{{"prepare", "force commit"}, true},
+                                         Story{{"prepare", "force commit", "forget"}, true},
+                                         Story{{"prepare", "force rollback", "forget"}, false}));
+
+TEST(Restart, MayDieAtAnyStepToo) {
+  const Place place;
+  const Story story{{"prepare"}, true};
+  ASSERT_FALSE(survives(never_reached, [&] {
+    make_accounts(place);
+    const auto server = open_bank(place);
+    const Client client(server);
+    client.work("b", transfer);
+    EXPECT_EQ(client.dtm("prepare", "b"), 2);
+    Answered(place).add("prepare");
+    kill(getpid(), SIGKILL);
+  }));
+  const Snapshot before(place);
+  const auto recover = [&] { EXPECT_EQ(Client(open_bank(place)).dtm("commit", "b"), 7); };
+  uint64_t step = 1;
+  while (!survives(step, recover)) {
+    EXPECT_TRUE(survives(0, [&] { check_after_crash(place, story); })) << "step " << step;
+    ASSERT_FALSE(HasFailure()) << "after a crash at step " << step;
+    before.restore();
+    ++step;
+  }
+  EXPECT_GT(step, 10U);
+}
+
+TEST(Restart, MakesEveryKindOfChangeAgain) {
+  const char *const changes =
+      "update acct set name = 'x' where id = 1; update acct set name = 'a' where id = 2; "
+      "update acct set name = 'b' where id = 1; "  // the two have exchanged a unique name
+      "update keyed set k = 'K', v = null; insert into keyed values ('it''s \"2', x'0001', 1.5); "
+      "insert into acct values (3, 1, null), (4, 1, null); delete from acct where id = 3; "
+      "update pairs set b = 3 - b where a = 1; update pairs set v = 'new' where a = 1 and b = 2; "
+      "delete from pairs where a = 2; insert into \"odd \"\"name\"\"\" values (7, '')";
+  const char *const all =
+      "select * from acct order by id; select k, v, r from keyed order by k; select * from pairs order by a, b; "
+      "select * from \"odd \"\"name\"\"\"";
+  const Place place;
+  ASSERT_TRUE(survives(0, [&] {
+    make_accounts(place);
+    const auto server = open_bank(place);
+    const Client client(server);
+    EXPECT_EQ(client.sql("create table keyed (k text not null primary key, v, r real unique); "
+                         "insert into keyed values ('k', 'old', 0.5); "
+                         "create table pairs (a, b, v, primary key (a, b)) without rowid; "
+                         "insert into pairs values (1, 1, 'p'), (2, 1, 'q'); "
+                         "create table \"odd \"\"name\"\"\" (\"the \"\"key\" integer primary key, v)"),
+              "#1#2");
+    EXPECT_EQ(client.dtm("begin", "b"), 0);
+    EXPECT_EQ(client.sql(changes).find('!'), std::string::npos);
+    Answered(place).add(client.sql(all));
+    client.work("z", "select * from acct");
+    EXPECT_EQ(client.dtm("prepare", "z"), 2);
+    EXPECT_EQ(client.dtm("prepare", "b"), 1);
+  }));
+  EXPECT_TRUE(survives(0, [&] {
+    const auto server = open_bank(place);
+    const Client client(server);
+    EXPECT_EQ(client.scan(), "z;b0") << "in the order of preparation, and a status";
+    EXPECT_FALSE(Answered(place).has(client.sql(all)));
+    EXPECT_EQ(client.dtm("commit", "b"), 7);
+    EXPECT_TRUE(Answered(place).has(client.sql(all))) << client.sql(all);
+  }));
+}

@@ -1,0 +1,495 @@
+/* server_test.cpp - a server over a folder, asked as libxadtm and application code ask it. */
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <thread>
+#include <vector>
+
+#include "bank.h"
+#include "durable_server.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+/* A bank with two accounts of 100, and short patience. */
+class ServerTest : public testing::Test {
+ protected:
+  ServerTest() {
+    EXPECT_EQ(other.sql("create table acct (id integer primary key, v integer not null check (v >= 0)); "
+                        "insert into acct values (1, 100), (2, 100)"),
+              "#2");
+    server->store().set_setting(zdb::lock_timeout_setting, 50);
+  }
+  std::string value(int account = 1) const {
+    return other.sql("select v from acct where id = " + std::to_string(account));
+  }
+  /* The request meanwhile has begun to wait, or to run, when this returns. */
+  static std::thread meanwhile(std::function<void()> action) {
+    std::thread thread(std::move(action));
+    std::this_thread::sleep_for(100ms);
+    return thread;
+  }
+
+  Place place;
+  std::shared_ptr<zdb::Server> server = open_bank(place);
+  Client one{server};
+  Client other{server};
+};
+
+using BranchSql = ServerTest;
+using Refusals = ServerTest;
+using Locks = ServerTest;
+using Losses = ServerTest;
+using Operators = ServerTest;
+
+}  // namespace
+
+TEST_F(BranchSql, ShowsOutsideOnlyWhenCommitted) {
+  struct Case {
+    std::vector<std::string> steps;
+    const char *value;
+  };
+  const Case cases[] = {
+      {{"commit1"}, "99#1"}, {{"rollback"}, "99#1"}, {{"prepare", "commit"}, "98#1"}, {{"prepare", "rollback"}, "98#1"},
+      {{"abort"}, "98#1"},
+  };
+  for (const Case &one_case : cases) {
+    const std::string before = value();
+    one.work("b", "update acct set v = v - 1 where id = 1");
+    for (const std::string &step : one_case.steps) {
+      EXPECT_EQ(value(), before) << step;
+      EXPECT_GE(other.dtm(step, "b"), 0) << step;  // a session of another one may complete it
+    }
+    EXPECT_EQ(value(), one_case.value);
+    EXPECT_EQ(server->branch_count(), 0);
+  }
+  EXPECT_EQ(one.sql("update acct set v = 5 where id = 1"), "#1") << "it has no branch any more";
+  EXPECT_EQ(value(), "5#1");
+}
+
+TEST_F(BranchSql, ComesBackAsResults) {
+  struct Case {
+    const char *sql;
+    const char *result;
+  };
+  const Case cases[] = {
+      {"update acct set v = v + 1", "#2"},
+      {"update acct set v = 7 where id = 9", "#0"},
+      {"select id, v from acct order by id; ; -- no more", "1|101;2|101#2"},
+      {"insert into acct values (3, 0); delete from acct where id > 1; select count(*) from acct", "#1#21#1"},
+      {"insert into acct values (5, 1), (6, 2) returning id, v", "5|1;6|2#2"},
+      {"select v from acct where id = 77", "#0"},
+      {"select null, 'x', 1.5, x'0102', \"text\"", "null|x|~1.500000|x2|text#1"},
+      {"update acct set v = 1; insert into acct values (1, 1); update acct set v = 2", "#3!3101"},
+      {"select v from acct where id = 1; selec", "1#1!3101"},
+      {"update acct set v = -1", "!3101"},
+      {"select min(v), max(v) from acct", "1|1#1"},
+      {"", ""},
+  };
+  EXPECT_EQ(one.dtm("begin", "b"), 0);
+  for (const Case &one_case : cases) {
+    EXPECT_EQ(one.sql(one_case.sql), one_case.result) << one_case.sql;
+  }
+  EXPECT_EQ(value(), "100#1");
+  EXPECT_EQ(one.dtm("commit1", "b"), 1);
+  EXPECT_EQ(value(), "1#1");
+  EXPECT_EQ(one.sql(std::string("select 1\0; select 2", 19)), "!3101");
+  EXPECT_EQ(other.sql("insert into acct values (8, 1), (8, 1)"), "!3101");
+  EXPECT_EQ(other.sql("update acct set v = 3 where id = 1; nonsense"), "#1!3101") << "the first is committed";
+  EXPECT_EQ(value(), "3#1");
+}
+
+TEST_F(BranchSql, DescribesColumnsByTheirValues) {
+  using zdb::ColumnType;
+  const zdb::Reply reply = one.ask(
+      zdb::RequestKind::language,
+      "select 1 as i, 5000000000 as w, 1.5 as r, 'abc' as s, x'00' as b, null as n, 2 as mixed, 1 as wide "
+      "union all select null, 1, 2, 'a text that is longer than a number would be', null, null, 'x', 2.5 order by r");
+  ASSERT_EQ(reply.results.front().columns.size(), 8U);
+  const std::array types = {ColumnType::integer, ColumnType::bigint, ColumnType::real, ColumnType::text,
+                            ColumnType::binary,  ColumnType::text,   ColumnType::text, ColumnType::real};
+  const std::array<int32_t, 4> sizes = {4, 8, 8, 44};
+  for (std::size_t i = 0; i < types.size(); ++i) {
+    const zdb::Column &column = reply.results.front().columns[i];
+    EXPECT_EQ(column.type, types[i]) << column.name;
+    if (i < sizes.size()) {
+      EXPECT_EQ(column.max_length, sizes[i]) << column.name;
+    }
+  }
+}
+
+TEST_F(Refusals, KeepClientsFromWhatIsNotTheirs) {
+  const char *const never[] = {
+      "begin",
+      "/* x */ commit",
+      "-- x\nrollback",
+      "savepoint s",
+      "release s",
+      "pragma journal_mode = delete",
+      "pragma main.synchronous = off",
+      "select * from pragma_journal_mode('delete')",
+      "attach 'x.db' as x",
+      "detach main",
+      "vacuum",
+      "vacuum into 'x.db'",
+      "create trigger r after insert on acct begin delete from acct; end",
+      "create temp table x (id integer primary key)",
+      "create table temp.x (id integer primary key)",
+      "create virtual table x using fts5(a)",
+      "select load_extension('x')",
+      "insert into sqlite_master values ('table', 'x', 'x', 0, '')",
+      "delete from sqlite_master",
+      "select * from zdb_mark",
+      "select count(*) from Zdb_Mark",
+      "with m as (select * from zdb_mark) select * from m",
+      "update acct set v = (select journal_id from zdb_mark)",
+      "insert into zdb_mark values (1, 2)",
+      "delete from zdb_mark",
+      "drop table zdb_mark",
+      "alter table zdb_mark rename to x",
+      "alter table zdb_mark add column x",
+      "create index x on zdb_mark (journal_id)",
+      "select * from branch_journal",
+      "select * from syslogins",
+      "select * from master..syslogins",
+      "select * from master.dbo.branch_journal",
+      "select * from master..sqlite_master",
+      "select 1 from master..sysconfigures where exists (select 1 from syslogins)",
+      "update master..sysconfigures set value = 0",
+      "delete from master.dbo.systransactions",
+      "create table master..x (id integer primary key)",
+      "select * from master..sysconfigures, acct",
+      "select randomblob(100000000)",
+  };
+  const char *const in_branches[] = {
+      "create table x (id integer primary key)",
+      "create table if not exists acct (id integer primary key)",
+      "create table x as select * from acct",
+      "drop table acct",
+      "alter table acct rename to x",
+      "create index x on acct (v)",
+      "create view x as select 1",
+      "analyze",
+      "insert into sqlite_sequence values ('x', 1)",
+  };
+  EXPECT_EQ(other.sql("create table counted (id integer primary key autoincrement)"), "");
+  const Client guest(server, "guest");
+  EXPECT_EQ(one.dtm("begin", "b"), 0);
+  for (const char *sql : never) {
+    EXPECT_EQ(guest.sql(sql).front(), '!') << sql;
+    EXPECT_EQ(one.sql(sql).front(), '!') << sql;
+  }
+  for (const char *sql : in_branches) {
+    EXPECT_EQ(one.sql(sql), "!3105") << sql;
+  }
+  EXPECT_EQ(one.sql("with a as (select 3 as v) insert into acct select v, v from a"), "#1");
+  EXPECT_EQ(one.dtm("commit1", "b"), 1);
+  EXPECT_EQ(one.sql("select id from acct"), "1;2;3#3");
+  EXPECT_EQ(one.sql("create view sums as select sum(v) as s from acct; select s from sums; create index i on acct (v)"),
+            "203#1");
+}
+
+TEST_F(Refusals, TakeTablesWhoseChangesCanBeRecordedOnly) {
+  struct Case {
+    const char *columns;
+    const char *result;
+  };
+  const Case cases[] = {
+      {"(id integer primary key)", ""},
+      {"(id integer primary key, n text unique, c text check (c <> ''), foreign key (n) references acct (id))", ""},
+      {"(a text not null primary key)", ""},
+      {"(a text, b text, primary key (a, b)) without rowid", ""},
+      {"(a int not null, b int not null, primary key (a, b))", ""},
+      {"(a text)", "!3105"},
+      {"(a text unique not null)", "!3105"},
+      {"(a text primary key)", "!3105"},
+      {"(a int primary key)", "!3105"},
+      {"(a integer primary key desc)", "!3105"},
+      {"(a text collate nocase not null primary key)", "!3105"},
+      {"(a text not null, primary key (a collate rtrim)) without rowid", "!3105"},
+      {"(a int not null, b int, primary key (a, b))", "!3105"},
+      {"as select * from acct", "!3105"},
+      {"(id integer primary key, g int as (id * 2) stored)", "!3105"},
+      {"(id integer primary key, g int as (id * 2))", "!3105"},
+  };
+  for (const Case &one_case : cases) {
+    EXPECT_EQ(one.sql(std::string("create table x ") + one_case.columns), one_case.result) << one_case.columns;
+    EXPECT_EQ(one.sql("drop table x"), *one_case.result == '\0' ? "" : "!3101") << one_case.columns;
+  }
+}
+
+TEST_F(BranchSql, AsksTheCatalogAsLibxadtmDoes) {
+  one.work("0_61_62_:L1", "update acct set v = 1");
+  EXPECT_EQ(one.dtm("begin", "held"), 0);
+  const std::string state = "select state from master..systransactions where xactname = \"0_61_62_:L1\" ";
+  EXPECT_EQ(one.sql("select value from master.dbo.sysconfigures \t\t\t where name = \"enable DTM\" "), "1#1");
+  EXPECT_EQ(other.sql("select xactname, state, age, held from master..systransactions order by 1"),
+            "0_61_62_:L1|2|0|0;held|1|0|1#2");
+  EXPECT_EQ(one.dtm("prepare", "0_61_62_:L1"), 2);
+  EXPECT_EQ(one.sql(state), "7#1") << "inside a branch of its own";
+  EXPECT_EQ(in_one_line(other.ask(zdb::RequestKind::procedure, "sp_transactions")), "!3103");
+  EXPECT_EQ(other.dtm("commit", "0_61_62_:L1"), 7);
+  EXPECT_EQ(other.sql(state), "#0");
+  const auto begin = std::chrono::steady_clock::now();
+  std::string product = "select count(*) from master..sysconfigures";
+  for (char alias = 'a'; alias <= 'z'; ++alias) {
+    product.append(", master..sysconfigures as ").append(1, alias);
+  }
+  EXPECT_EQ(other.sql(product), "!3107");
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 6s) << "others would wait for it";
+}
+
+TEST_F(Locks, LetOneWriteAndAllRead) {
+  one.work("writer", "update acct set v = 1");
+  EXPECT_EQ(one.dtm("prepare", "writer"), 2);
+  EXPECT_EQ(value(), "100#1");
+  EXPECT_EQ(other.sql("update acct set v = 2"), "!3106");
+  EXPECT_EQ(other.dtm("begin", "late"), 0);
+  EXPECT_EQ(other.sql("select v from acct where id = 1; update acct set v = 2"), "100#1!3106");
+  EXPECT_EQ(one.dtm("commit", "writer"), 7);
+  EXPECT_EQ(other.sql("select v from acct where id = 1"), "100#1") << "as the branch saw it first";
+  EXPECT_EQ(other.sql("update acct set v = 2"), "!3108");
+  EXPECT_EQ(one.sql("update acct set v = v + 1"), "#2") << "the refused one does not keep the lock";
+  EXPECT_EQ(other.dtm("rollback", "late"), 1);
+
+  // Any number of branches without changes may be prepared.
+  for (const char *name : {"r1", "r2", "r3"}) {
+    one.work(name, "select * from acct; update acct set v = 0 where id = 99");
+    EXPECT_EQ(one.dtm("prepare", name), 2);
+  }
+  EXPECT_EQ(other.scan(), "r1;r2;r30");
+  EXPECT_EQ(other.sql("update acct set v = v + 1"), "#2");
+  EXPECT_EQ(one.dtm("commit", "r2"), 7);
+  EXPECT_EQ(one.dtm("rollback", "r1"), 7);
+  EXPECT_EQ(one.dtm("commit", "r3"), 7);
+
+  server->store().set_setting(zdb::lock_timeout_setting, 10'000);
+  one.work("first", "update acct set v = 10");
+  std::thread waiting = meanwhile([&] { EXPECT_EQ(other.sql("update acct set v = v + 1"), "#2"); });
+  EXPECT_EQ(one.dtm("commit1", "first"), 2);
+  waiting.join();
+  EXPECT_EQ(value(), "11#1");
+}
+
+TEST_F(Losses, EndWaitingAndEndlessStatements) {
+  server->store().set_setting(zdb::lock_timeout_setting, 60'000);
+  const char *const endless = "with recursive n(i) as (select 1 union all select i + 1 from n) select count(*) from n";
+  one.work("holder", "update acct set v = 1");
+  for (const char *sql : {"update acct set v = 2", endless}) {
+    const Client victim(server);
+    EXPECT_EQ(victim.dtm("begin", "b"), 0);
+    std::thread running = meanwhile([&] { EXPECT_EQ(victim.sql(sql), "!3107") << sql; });
+    EXPECT_EQ(other.dtm("abort", "b"), 1);
+    running.join();
+    EXPECT_EQ(server->branch_state("b"), ZDB_UNKNOWN);
+
+    // The branch is gone, and its session may not know: its SQL must not go on by itself.
+    EXPECT_EQ(victim.sql("update acct set v = 3"), "!3111");
+    EXPECT_EQ(victim.sql("select count(*) from master..systransactions"), "1#1");
+    EXPECT_LT(victim.dtm("status", "b"), 0);
+    EXPECT_EQ(victim.sql("select 1"), "!3111");
+    EXPECT_LT(victim.dtm("end", "b"), 0);
+    EXPECT_EQ(victim.sql("select 1"), "1#1");
+  }
+  std::thread waits = meanwhile([&] { EXPECT_EQ(one.sql("update acct set v = 4"), "broken"); });
+  std::thread runs = meanwhile([&] { EXPECT_EQ(other.sql(endless), "broken"); });
+  server->shut_down();
+  waits.join();
+  runs.join();
+}
+
+TEST_F(Losses, OfASessionUndoTheBranchItHolds) {
+  {
+    const Client victim(server, "sa");
+    EXPECT_EQ(victim.dtm("begin", "b"), 0);
+    EXPECT_EQ(victim.sql("update acct set v = 1"), "#2");
+    EXPECT_EQ(other.sql("update acct set v = 2"), "!3106");
+  }
+  EXPECT_EQ(server->branch_state("b"), ZDB_ABORT_ONLY);
+  EXPECT_EQ(other.sql("update acct set v = v - 1"), "#2") << "the lock is free";
+  EXPECT_EQ(other.dtm("prepare", "b"), -2);
+  EXPECT_EQ(server->branch_state("b"), ZDB_UNKNOWN);
+
+  server->store().set_setting(zdb::lock_timeout_setting, 60'000);
+  one.work("holder", "update acct set v = 1");
+  const Client waiter(server, "sa");
+  EXPECT_EQ(waiter.dtm("begin", "c"), 0);
+  std::thread waiting = meanwhile([&] { EXPECT_EQ(waiter.sql("update acct set v = 3"), "broken"); });
+  EXPECT_EQ(server->break_sessions("sa"), 3);
+  waiting.join();
+  EXPECT_FALSE(waiter.alive());
+  EXPECT_EQ(server->branch_state("c"), ZDB_ABORT_ONLY);
+  EXPECT_EQ(server->branch_state("holder"), ZDB_ENDED) << "nobody held it";
+}
+
+TEST_F(Losses, OfOrphansSparePreparedAndHeldOnes) {
+  one.work("left", "select * from acct");
+  one.work("suspended", "select * from acct");
+  one.work("prepared", "update acct set v = 1");
+  EXPECT_EQ(one.dtm("prepare", "prepared"), 2);
+  EXPECT_EQ(one.dtm("begin", "held"), 0);
+  server->undo_orphans(zdb::Clock::now() - 1h);
+  EXPECT_EQ(server->branch_state("left"), ZDB_ENDED);
+  server->undo_orphans(zdb::Clock::now());
+  EXPECT_EQ(server->branch_state("left"), ZDB_ABORT_ONLY);
+  EXPECT_EQ(server->branch_state("suspended"), ZDB_ABORT_ONLY);
+  EXPECT_EQ(server->branch_state("prepared"), ZDB_PREPARED);
+  EXPECT_EQ(server->branch_state("held"), ZDB_ATTACHED);
+}
+
+TEST(Orphans, AreLookedAfterByTheServerItself) {
+  const Place place;
+  open_bank(place)->store().set_setting(zdb::orphan_age_setting, 1);
+  const zdb::DurableServer durable(place.folder());
+  const Client client(durable.server());
+  client.work("b", "select 1");
+  const auto patience = std::chrono::steady_clock::now() + 20s;
+  while (durable.server()->branch_state("b") == ZDB_ENDED && std::chrono::steady_clock::now() < patience) {
+    std::this_thread::sleep_for(20ms);
+  }
+  EXPECT_EQ(client.dtm("commit1", "b"), -4);
+  EXPECT_EQ(client.dtm("rollback", "b"), ZDB_ABORT_ONLY);
+}
+
+TEST_F(Losses, ByAFullDiskBreakNoPromise) {
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+  const auto fill_disk = [&](bool full) {
+    const rlimit now{full ? 0 : limit.rlim_cur, limit.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &now), 0);
+  };
+  one.work("b", "update acct set v = v - 1 where id = 1");
+  fill_disk(true);
+  EXPECT_EQ(one.dtm("prepare", "b"), Client::no_status);
+  EXPECT_EQ(server->branch_state("b"), ZDB_ENDED);
+  fill_disk(false);
+  EXPECT_EQ(one.dtm("prepare", "b"), 2);
+
+  fill_disk(true);
+  EXPECT_EQ(one.dtm("commit", "b"), Client::no_status);
+  EXPECT_EQ(one.dtm("rollback", "b"), Client::no_status);
+  EXPECT_EQ(operate(*server, "commit", {"b"}).substr(0, 5), "!3203");
+  EXPECT_EQ(server->branch_state("b"), ZDB_PREPARED);
+  EXPECT_EQ(other.sql("update acct set v = 0"), "!3106") << "its lock is kept";
+  fill_disk(false);
+  EXPECT_EQ(one.dtm("commit", "b"), 7);
+  EXPECT_EQ(value(), "99#1");
+
+  EXPECT_EQ(other.sql("create table large (id integer primary key, bytes)"), "");
+  EXPECT_EQ(one.dtm("begin", "c"), 0);
+  EXPECT_EQ(one.sql("update acct set v = 0 where id = 1"), "#1");
+  fill_disk(true);
+  EXPECT_EQ(one.sql("with recursive n(i) as (select 1 union all select i + 1 from n limit 40) "
+                    "insert into large select i, zeroblob(200000) from n"),
+            "!3203");
+  fill_disk(false);
+  EXPECT_EQ(server->branch_state("c"), ZDB_ABORT_ONLY) << "the failure took the update with it";
+  EXPECT_EQ(one.sql("update acct set v = 50 where id = 2"), "!3111");
+  EXPECT_EQ(one.dtm("rollback", "c"), 6);
+  EXPECT_EQ(other.sql("select v from acct"), "99;100#2");
+}
+
+TEST_F(Losses, OfManyAtOnceKeepTheSum) {
+  server->store().set_setting(zdb::lock_timeout_setting, 10'000);
+  std::vector<std::thread> threads;
+  threads.reserve(4);
+  for (int number = 0; number < 4; ++number) {
+    threads.emplace_back([this, number] {
+      const std::string mine(1, static_cast<char>('a' + number));
+      for (int round = 0; round < 12; ++round) {
+        const Client client(server);
+        if (client.dtm("begin", mine) != 0) {
+          client.dtm("rollback", mine);  // it is what an earlier round left
+          continue;
+        }
+        const bool worked = client.sql("update acct set v = v - 1 where id = 1") == "#1" &&
+                            client.sql("update acct set v = v + 1 where id = 2") == "#1";
+        // Some go away with their branch attached, some are completed by others.
+        if (round % 4 == 0) {
+          continue;
+        }
+        client.dtm("end", mine);
+        if (round % 4 != 1) {
+          client.dtm("prepare", mine);
+        }
+        client.dtm(!worked || round % 4 == 3 ? "rollback" : round % 4 == 1 ? "commit1" : "commit", mine);
+      }
+    });
+  }
+  for (int round = 0; round < 60; ++round) {
+    other.dtm("abort", std::string(1, static_cast<char>('a' + round % 4)));
+    EXPECT_EQ(other.sql("select sum(v) from acct"), "200#1");
+    server->undo_orphans(zdb::Clock::now() - 1h);
+    std::this_thread::sleep_for(2ms);
+  }
+  for (std::thread &thread : threads) {
+    thread.join();
+  }
+  for (const zdb::BranchRow &row : server->branches()) {
+    EXPECT_EQ(row.state, ZDB_ABORT_ONLY) << row.name;
+  }
+  EXPECT_EQ(other.sql("update acct set v = v"), "#2") << "nobody holds the lock";
+}
+
+TEST_F(Operators, SettleBranchesByForce) {
+  one.work("b", "update acct set v = 1 where id = 1");
+  EXPECT_EQ(operate(*server, "commit", {"b"}).substr(0, 5), "!3110") << "it is not prepared";
+  EXPECT_EQ(one.dtm("prepare", "b"), 2);
+  EXPECT_EQ(operate(*server, "list", {}), "b|prepared|0|no ");
+  EXPECT_NE(operate(*server, "commit", {"b"}).find("heuristically committed"), std::string::npos);
+  EXPECT_EQ(value(), "1#1");
+  EXPECT_EQ(other.sql("update acct set v = 2 where id = 1"), "#1") << "the lock is free";
+  EXPECT_EQ(other.sql("select state from master..systransactions"), "65548#1");
+  EXPECT_EQ(one.dtm("commit", "b"), -2);
+  EXPECT_EQ(one.dtm("forget", "b"), 0);
+  one.work("b", "update acct set v = 7 where id = 1");
+  EXPECT_EQ(one.dtm("prepare", "b"), 2);
+  EXPECT_EQ(operate(*server, "rollback", {"b"}).front(), ' ');
+  EXPECT_EQ(server->branch_state("b"), ZDB_HEUR_ROLLED_BACK);
+  EXPECT_EQ(value(), "2#1");
+}
+
+TEST_F(Operators, LookAfterUsersAndSettings) {
+  struct Case {
+    const char *command;
+    std::initializer_list<std::string> arguments;
+    const char *result; /* begins with */
+  };
+  const Case cases[] = {
+      {"users", {}, "guest|no;sa|yes "},
+      {"add-user", {"ann", "pw", "dtm"}, " User 'ann' can log in"},
+      {"add-user", {"ann", "pw", "boss"}, "!3110"},
+      {"add-user", {"", "pw", "dtm"}, "!3110"},
+      {"add-user", {"ann", std::string(1000, 'x'), "dtm"}, "!3110"},
+      {"add-user", {"ann", "pw"}, "!3110"},
+      {"drop-user", {"nobody"}, "!3110"},
+      {"drop-user", {"guest"}, " User 'guest' is gone; sessions ended: 1."},
+      {"users", {}, "ann|yes;sa|yes "},
+      {"lock-timeout", {"20"}, " A statement waits 20"},
+      {"lock-timeout", {"-1"}, "!3110"},
+      {"lock-timeout", {"9223372036854775807"}, "!3110"},
+      {"orphan-age", {"1x"}, "!3110"},
+      {"dtm", {"off"}, " Distributed"},
+      {"dtm", {"maybe"}, "!3110"},
+      {"nonsense", {}, "!3110"},
+  };
+  const Client guest(server, "guest");
+  EXPECT_EQ(guest.dtm("begin", "g"), Client::no_status);
+  EXPECT_EQ(in_one_line(guest.ask(zdb::RequestKind::administer, "users")), "!3105");
+  EXPECT_EQ(guest.sql("select count(*) from acct"), "2#1");
+  for (const Case &one_case : cases) {
+    const std::string result = operate(*server, one_case.command, one_case.arguments);
+    EXPECT_EQ(result.substr(0, std::string(one_case.result).size()), one_case.result) << one_case.command;
+  }
+  EXPECT_FALSE(guest.alive());
+  EXPECT_EQ(one.dtm("begin", "b"), Client::no_status) << "DTM is off";
+  zdb::Message refusal;
+  EXPECT_FALSE(server->log_in({"guest", "pw", "", false}, refusal));
+  EXPECT_FALSE(server->log_in({"sa", "Pw", "", false}, refusal));
+  EXPECT_EQ(refusal.number, zdb::message_login_refused);
+}

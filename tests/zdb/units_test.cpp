@@ -1,0 +1,141 @@
+/* units_test.cpp - the parts below the server, each by itself. */
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bank.h"
+#include "disk_store.h"
+#include "folder.h"
+#include "passwords.h"
+#include "sql_text.h"
+#include "watched_files.h"
+#include "write_lock.h"
+
+using namespace std::chrono_literals;
+
+TEST(SqlText, RewritesTheCatalogsNamesAndNothingElse) {
+  struct Case {
+    std::string sql;
+    std::string rewritten; /* empty: names nothing in the catalog and stays as it is */
+  };
+  const Case cases[] = {
+      {"select value from master.dbo.sysconfigures \t where name = \"enable DTM\"",
+       "select value from master.sysconfigures \t where name = \"enable DTM\""},
+      {"select state from MASTER..SysTransactions", "select state from master.SysTransactions"},
+      {"select 1 from Master.DBO.t, master.u", "select 1 from master.t, master.u"},
+      {"select 'it''s', x from/**/master..t", "select 'it''s', x from/**/master.t"},
+      {"select '/*' from master..t -- */", "select '/*' from master.t -- */"},
+      {"select 'master..t'", ""},
+      {"select 'it''s master..t'", ""},
+      {"select \"a\"\"b master..t\"", ""},
+      {"select [master..t], `master..t`", ""},
+      {"select 'master..t", ""},
+      {"-- master..t\nselect 1", ""},
+      {"select 1 /* master..t", ""},
+      {"select 1 -- ' \n from t", ""},
+      {"select webmaster.t, masters.t, x.master.t, _master.t, \xc3\xa9master.t, master, master_t.x", ""},
+      {"master", ""},
+      {"", ""},
+  };
+  for (const Case &one : cases) {
+    const zdb::CatalogText text = zdb::catalog_text(one.sql);
+    EXPECT_EQ(text.sql, one.rewritten.empty() ? one.sql : one.rewritten);
+    EXPECT_EQ(text.names_catalog, !one.rewritten.empty()) << one.sql;
+  }
+}
+
+TEST(WriteLock, ServesInOrderAndPassesOverWhoeverLeaves) {
+  using Answer = zdb::WriteLock::Answer;
+  zdb::WriteLock lock;
+  const std::atomic<bool> stays{false};
+  std::atomic<bool> leaves{false};
+  ASSERT_EQ(lock.take(0ms, stays), Answer::taken);
+  EXPECT_EQ(lock.take(10ms, stays), Answer::timed_out);
+
+  std::mutex mutex;
+  std::vector<int> order;
+  std::vector<std::thread> threads;
+  const auto wait = [&](int number, std::chrono::milliseconds limit, const std::atomic<bool> &flag, Answer expected) {
+    threads.emplace_back([&, number, limit, expected] {
+      EXPECT_EQ(lock.take(limit, flag), expected) << number;
+      const std::lock_guard<std::mutex> guard(mutex);
+      order.push_back(number);
+      if (expected == Answer::taken) {
+        lock.release();
+      }
+    });
+    std::this_thread::sleep_for(30ms);
+  };
+  wait(1, 60ms, stays, Answer::timed_out);
+  wait(2, 10s, leaves, Answer::given_up);
+  wait(3, 10s, stays, Answer::taken);
+  wait(4, 10s, stays, Answer::taken);
+  threads[0].join();
+  leaves = true;
+  lock.wake();
+  threads[1].join();
+  lock.release();
+  threads[2].join();
+  threads[3].join();
+  EXPECT_EQ(order, (std::vector<int>{1, 2, 3, 4}));
+  EXPECT_EQ(lock.take(0ms, stays), Answer::taken);
+}
+
+TEST(Passwords, AdmitTheirOwnerOnly) {
+  const std::string hash = zdb::hash_password("secret");
+  EXPECT_EQ(hash.find("secret"), std::string::npos);
+  EXPECT_NE(hash, zdb::hash_password("secret"));
+  EXPECT_TRUE(zdb::is_password("secret", hash));
+  for (const std::string &wrong : {std::string("Secret"), std::string("secre"), std::string("secret "), std::string(),
+                                   std::string("secret\0x", 8), hash, std::string(1000, 'x')}) {
+    EXPECT_FALSE(zdb::is_password(wrong, hash)) << wrong;
+  }
+  EXPECT_FALSE(zdb::is_password("", zdb::nobodys_hash()));
+  EXPECT_FALSE(zdb::is_password("secret", "secret"));
+  EXPECT_THROW(zdb::hash_password(std::string(1000, 'x')), std::runtime_error);
+  EXPECT_THROW(zdb::hash_password(std::string("a\0b", 3)), std::runtime_error);
+}
+
+TEST(Work, CostsTheSyncsThatItPromises) {
+  const Place place;
+  zdb::create_folder(place.folder());
+  zdb::DiskStore store(place.folder());
+  const auto cost = [&](const std::string &sql, auto... steps) {
+    const auto work = store.make_work("b");
+    if (!sql.empty()) {
+      EXPECT_FALSE(work->run(sql).failed);
+    }
+    const uint64_t before = zdb::syncs_made();
+    ((*work.*steps)(), ...);
+    return zdb::syncs_made() - before;
+  };
+  using zdb::Work;
+  EXPECT_FALSE(store.run("create table t (id integer primary key)", false).failed);
+  cost("insert into t values (1)", &Work::prepare, &Work::commit);  // the first writes begin their files
+  EXPECT_EQ(cost("insert into t values (2)", &Work::prepare, &Work::commit), 2U);
+  EXPECT_EQ(cost("insert into t values (3)", &Work::prepare, &Work::roll_back), 2U);
+  EXPECT_EQ(cost("", &Work::prepare, &Work::commit), 2U);
+  EXPECT_EQ(cost("select * from t", &Work::prepare, &Work::commit), 2U);
+  EXPECT_EQ(cost("insert into t values (4)", &Work::commit), 1U);
+  EXPECT_EQ(cost("select * from t", &Work::commit), 0U);
+  EXPECT_EQ(cost("insert into t values (5)", &Work::roll_back), 0U);
+}
+
+TEST(Folder, IsMadeOnceForItsOwnerAndUsedByOne) {
+  const Place place;
+  EXPECT_THROW(zdb::DiskStore(place.folder()), std::runtime_error);
+  zdb::create_folder(place.folder());
+  EXPECT_THROW(zdb::create_folder(place.folder()), std::runtime_error);
+  EXPECT_THROW(zdb::create_folder(place.path()), std::runtime_error) << "it holds other things";
+  EXPECT_EQ(std::filesystem::status(place.folder()).permissions(), std::filesystem::perms::owner_all);
+  const zdb::DiskStore store(place.folder());
+  try {
+    const zdb::DiskStore second(place.folder());
+    ADD_FAILURE() << "opened twice";
+  } catch (const std::runtime_error &error) {
+    EXPECT_NE(std::string(error.what()).find("in use by another process"), std::string::npos);
+  }
+}
