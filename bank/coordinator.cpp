@@ -204,8 +204,8 @@ bool Coordinator::work_all(const std::string &global, const std::function<void()
 Outcome Coordinator::commit_one_phase(const std::string &global) {
   Manager &manager = managers_.front();
   const XID xid = branch_of(global, manager.about.rmid);
-  const int32_t code = call("commit " + global, manager,
-                            [&] { return xa_.xa_commit_entry(&xid, manager.about.rmid, TMONEPHASE); });
+  const int32_t code =
+      call("commit " + global, manager, [&] { return xa_.xa_commit_entry(&xid, manager.about.rmid, TMONEPHASE); });
   if (code == XA_OK) {
     return Outcome::committed;
   }

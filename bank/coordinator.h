@@ -48,8 +48,9 @@ class Coordinator {
    * two. What the work throws rolls it back, as does a "no" to the question that is asked once all are prepared. A
    * transaction counts as committed once that is decided: branches that cannot be told now are left to recover().
    */
-  Outcome run(const std::string &global, const std::function<void()> &work,
-              const std::function<bool()> &confirmed = [] { return true; });
+  Outcome run(
+      const std::string &global, const std::function<void()> &work,
+      const std::function<bool()> &confirmed = [] { return true; });
 
   /*
    * Completes the branches in doubt whose global names begin with the prefix, by what was decided, and returns their

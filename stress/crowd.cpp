@@ -36,7 +36,7 @@ class Crowd {
 
   Bed &bed_;
   const int32_t accounts_;
-  std::mt19937 random_{20261124};
+  std::mt19937 random_{std::random_device()()};
   std::vector<Process> workers_;
 };
 

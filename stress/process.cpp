@@ -15,17 +15,17 @@ static std::vector<std::string> environment_with(const Process::Environment &add
   for (char **entry = environ; *entry != nullptr; ++entry) {
     all.emplace_back(*entry);
   }
-  for (const auto &[name, value] : added) {
-    std::string entry = name;
-    entry.append("=").append(value);
-    std::erase_if(all, [&](const std::string &other) { return other.starts_with(name + "="); });
-    all.push_back(std::move(entry));
+  for (const auto &variable : added) {
+    const std::string start = variable.first + '=';
+    std::erase_if(all, [&](const std::string &other) { return other.starts_with(start); });
+    all.push_back(start + variable.second);
   }
   return all;
 }
 
 static std::vector<char *> pointers_to(std::vector<std::string> &texts) {
   std::vector<char *> pointers;
+  pointers.reserve(texts.size() + 1);
   for (std::string &text : texts) {
     pointers.push_back(text.data());
   }

@@ -74,6 +74,7 @@ Rate transfer_rate(Bed &bed, int32_t clients, std::chrono::seconds duration, int
   const int64_t before = count_transfers();
   const auto start = Clock::now();
   std::vector<Process> workers;
+  workers.reserve(static_cast<size_t>(clients));
   for (int32_t client = 0; client < clients; ++client) {
     workers.push_back(bed.worker({"transfer", std::string("r").append(std::to_string(client)), std::to_string(client),
                                   std::to_string(accounts), "0", "quiet"}));

@@ -28,7 +28,11 @@ static std::vector<ResourceManager> managers(int32_t count) {
 }
 
 static std::string decisions_of(const std::string &name) {
-  return std::string(std::getenv("TARVEX")) + "/decisions" + name;
+  const char *folder = std::getenv("TARVEX");
+  if (folder == nullptr) {
+    throw std::runtime_error("workers are started by stress itself, which sets $TARVEX");
+  }
+  return std::string(folder) + "/decisions" + name;
 }
 
 static void print_call(const std::string &call, int32_t code) {
