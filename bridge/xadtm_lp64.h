@@ -1,0 +1,82 @@
+/*
+ * xadtm_lp64.h - the switch records for transaction managers whose XA words are C `long`, 64 bits wide.
+ *
+ * Such a manager's XID has 152 bytes and its switch record 128, where those of xa.h have 140 and 120. The records below
+ * have the manager's layout and lead to the same resource managers; libxadtm_lp64.so holds them. The types have names
+ * of their own and there is no macro for a flag or a code, so that this header goes together with the manager's own XA
+ * header: its `struct xa_switch_t *` may point to any of these records.
+ *
+ * docs/transaction-managers.md says how the verbs answer, and what a manager should make of it.
+ */
+#ifndef XADTM_LP64_H
+#define XADTM_LP64_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+#ifdef __GNUC__
+#pragma GCC visibility push(default) /* the library is built hidden */
+#endif
+
+/*
+ * The bridge remembers the resource managers that are open, to open one again that libxadtm closed when its server went
+ * away. One thread identity (a thread under TXS, the whole process under MTS and TUX) can have that many open at a
+ * time; one more is refused with XAER_RMERR.
+ */
+#define XADTM_LP64_OPEN_RMS 32
+/*
+ * Bytes of an open string that is remembered, its terminating zero included (the XA standard allows 256). A resource
+ * manager with a longer one is opened, but cannot be opened again: once libxadtm has closed it, every verb answers
+ * XAER_RMFAIL until the transaction manager opens it itself.
+ */
+#define XADTM_LP64_INFO_SIZE 512
+
+/* A transaction branch identifier; the fields are those of XID in xa.h. */
+struct xadtm_lp64_xid {
+  long formatID;
+  long gtrid_length;
+  long bqual_length;
+  char data[128];
+};
+
+/* A switch record; the entries are those of xa_switch_t in xa.h, in the same order. */
+struct xadtm_lp64_switch {
+  char name[32];
+  long flags;
+  long version;
+  int (*xa_open_entry)(const char *info, int rmid, long flags);
+  int (*xa_close_entry)(const char *info, int rmid, long flags);
+  int (*xa_start_entry)(const struct xadtm_lp64_xid *xid, int rmid, long flags);
+  int (*xa_end_entry)(const struct xadtm_lp64_xid *xid, int rmid, long flags);
+  int (*xa_rollback_entry)(const struct xadtm_lp64_xid *xid, int rmid, long flags);
+  int (*xa_prepare_entry)(const struct xadtm_lp64_xid *xid, int rmid, long flags);
+  int (*xa_commit_entry)(const struct xadtm_lp64_xid *xid, int rmid, long flags);
+  int (*xa_recover_entry)(struct xadtm_lp64_xid *xids, long count, int rmid, long flags);
+  int (*xa_forget_entry)(const struct xadtm_lp64_xid *xid, int rmid, long flags);
+  int (*xa_complete_entry)(int *handle, int *result, int rmid, long flags);
+};
+
+/* Only one flavour works in a process: the first that is opened. */
+extern const struct xadtm_lp64_switch tarvex_MTS_xa_switch_lp64;
+extern const struct xadtm_lp64_switch tarvex_TUX_xa_switch_lp64;
+extern const struct xadtm_lp64_switch tarvex_TXS_xa_switch_lp64;
+
+#ifdef __GNUC__
+#pragma GCC visibility pop
+#endif
+#ifdef __cplusplus
+} /* extern "C" */
+
+static_assert(sizeof(long) == 8, "the bridge is for machines whose long is 64 bits wide");
+static_assert(sizeof(struct xadtm_lp64_xid) == 152);
+static_assert(__builtin_offsetof(struct xadtm_lp64_xid, gtrid_length) == 8);
+static_assert(__builtin_offsetof(struct xadtm_lp64_xid, bqual_length) == 16);
+static_assert(__builtin_offsetof(struct xadtm_lp64_xid, data) == 24);
+static_assert(sizeof(struct xadtm_lp64_switch) == 128);
+static_assert(__builtin_offsetof(struct xadtm_lp64_switch, flags) == 32);
+static_assert(__builtin_offsetof(struct xadtm_lp64_switch, version) == 40);
+static_assert(__builtin_offsetof(struct xadtm_lp64_switch, xa_open_entry) == 48);
+static_assert(__builtin_offsetof(struct xadtm_lp64_switch, xa_complete_entry) == 120);
+#endif
+
+#endif /* XADTM_LP64_H */
