@@ -1,0 +1,160 @@
+/* branches_test.cpp - branches in doubt at a server: listed, committed, rolled back and forgotten. */
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tool.h"
+
+namespace {
+
+/* Runs a command at a terminal of its own, types the answer, and gives back what the terminal showed. */
+Outcome run_at_terminal(const Site &site, const std::string &command, const std::string &answer) {
+  Outcome outcome;
+  int terminal = -1;
+  const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (child == 0) {
+    const std::string whole =
+        "cd '" + site.at("") + "' && export TARVEX=. XACONFIGFILE=xa_config XALOGFILE=xa.log && " + command;
+    execl("/bin/sh", "sh", "-c", whole.c_str(), static_cast<char *>(nullptr));
+    _exit(127);
+  }
+  EXPECT_EQ(write(terminal, answer.data(), answer.size()), static_cast<ssize_t>(answer.size()));
+  char c = 0;
+  while (read(terminal, &c, 1) == 1) {
+    outcome.output += c;
+  }
+  int ended = 0;
+  waitpid(child, &ended, 0);
+  close(terminal);
+  outcome.status = WIFEXITED(ended) ? WEXITSTATUS(ended) : -1;
+  return outcome;
+}
+
+TEST(Branches, are_listed_as_table_and_json) {
+  const Site site;
+  EXPECT_EQ(site.xadtm("branches").output, "branches in doubt: 0\n");
+  EXPECT_EQ(site.xadtm("branches --json").output, "[]\n");
+  site.prepare({"T1.a", "Transfer2.b"});
+  const Outcome table = site.xadtm("branches");
+  EXPECT_EQ(table.status, 0);
+  EXPECT_EQ(table.output,
+            "formatID     gtrid               bqual  branch name\n"
+            "22593        5431                61     5841_l34_og_:L1\n"
+            "22593        5472616e7366657232  62     5841_l79xrDdCpn8O_ow_:L1\n"
+            "branches in doubt: 2\n");
+  for (const char *flavour : {"tux", "txs", "mts"}) {
+    EXPECT_EQ(site.xadtm("branches --flavour " + std::string(flavour)).output, table.output);
+  }
+  EXPECT_EQ(site.xadtm("branches --json").output,
+            "[\n  {\"formatID\": 22593, \"gtrid\": \"5431\", \"bqual\": \"61\", \"name\": \"5841_l34_og_:L1\"},\n"
+            "  {\"formatID\": 22593, \"gtrid\": \"5472616e7366657232\", \"bqual\": \"62\", \"name\": "
+            "\"5841_l79xrDdCpn8O_ow_:L1\"}\n]\n");
+}
+
+TEST(Branches, of_another_lrm_are_its_own_and_its_name_is_escaped) {
+  const Site site;
+  site.prepare({"T1.a"});
+  site.prepare({"T2.a"}, "L\\2");
+  const Outcome other = site.run(XADTM " branches --json -o '-NL\\2 -Uteller -PtopSecret'");
+  EXPECT_TRUE(other.says("\"name\": \"5841_l38_og_:L\\\\2\"}\n]")) << other.output;
+  EXPECT_FALSE(other.says("l34"));
+  const Outcome settled = site.xadtm("commit '5841_l38_og_:L\\2' --yes");
+  EXPECT_EQ(settled.status, 3);
+  EXPECT_TRUE(settled.says("belongs to the LRM L\\2")) << settled.output;
+}
+
+/* More than two batches of a scan, one of them full to the last row. */
+TEST(Branches, any_number_is_listed) {
+  const Site site;
+  std::vector<std::string> xids;
+  for (int i = 0; i < 2000; ++i) {
+    xids.push_back(std::string("T").append(std::to_string(i)).append(".a"));
+  }
+  site.prepare(xids);
+  EXPECT_TRUE(site.xadtm("branches").says("\nbranches in doubt: 2000\n"));
+  site.prepare({"Last.z"});
+  EXPECT_TRUE(site.xadtm("branches").says("4c617374"));
+}
+
+TEST(Settle, outcomes_reach_the_server_and_show_in_the_exit_status) {
+  const Site site;
+  site.prepare({"T1.a", "T2.a", "T3.a", "T4.a", "T5.a"});
+  site.administer("commit 5841_l3c_og_:L1");
+  site.administer("rollback 5841_l3g_og_:L1");
+  struct {
+    std::string words;
+    int status;
+    std::string message;
+  } const steps[] = {
+      {"commit 5841_l34_og_:L1 --yes", 0, "xa_commit: XA_OK (0)"},
+      {"commit 5841_l34_og_:L1 --yes", 3, "no branch of this name"},
+      {"rollback 5841_l38_og_:L1 --yes", 0, "xa_rollback: XA_OK (0)"},
+      {"commit 5841_l3c_og_:L1 --yes", 1, "XA_HEURCOM (7)\nxadtm: commit was not done: it had been committed before"},
+      {"forget 5841_l3c_og_:L1 --yes", 0, "xa_forget: XA_OK (0)"},
+      {"commit 5841_l3g_og_:L1 --yes", 1, "XA_HEURRB (6)\nxadtm: commit was not done: it had been rolled back before"},
+      {"forget 5841_l3k_og_:L1 --yes", 1, "xa_forget: XAER_NOTA (-4)\nxadtm: forget was not done: only branches that"},
+      {"commit 5841_l3o_og_:L1 --yes", 3, "no branch of this name"},
+  };
+  for (const auto &[words, status, message] : steps) {
+    const Outcome outcome = site.xadtm(words);
+    EXPECT_EQ(outcome.status, status) << words << ": " << outcome.output;
+    EXPECT_TRUE(outcome.says(message)) << words << ": " << outcome.output;
+    EXPECT_EQ(outcome.says("goes past the transaction manager"), status < 2) << outcome.output;
+  }
+  const std::string left = site.branches();
+  EXPECT_EQ(left.find("l34"), std::string::npos);
+  EXPECT_EQ(left.find("l38"), std::string::npos);
+  EXPECT_EQ(left.find("l3c"), std::string::npos);
+  EXPECT_NE(left.find("5841_l3g_og_:L1\theuristically rolled back"), std::string::npos) << left;
+  EXPECT_NE(left.find("5841_l3k_og_:L1\tprepared"), std::string::npos) << left;
+}
+
+TEST(Settle, only_yes_at_a_terminal_goes_on) {
+  const Site site;
+  site.prepare({"T1.a"});
+  const std::string command = XADTM " rollback 5841_l34_og_:L1 -o '-NL1 -Uteller -PtopSecret'";
+  const Outcome piped = site.run("echo yes | " + command);
+  EXPECT_EQ(piped.status, 2);
+  EXPECT_TRUE(piped.says("no terminal")) << piped.output;
+  for (const char *answer : {"no\n", "y\n", "YES\n", "yes please\n", "\n", "\x04"}) {
+    const Outcome refused = run_at_terminal(site, command, answer);
+    EXPECT_EQ(refused.status, 4) << answer << refused.output;
+    EXPECT_TRUE(refused.says("Type yes to rollback it")) << refused.output;
+  }
+  EXPECT_NE(site.branches().find("prepared"), std::string::npos);
+  EXPECT_EQ(run_at_terminal(site, command, "yes\n").status, 0);
+  EXPECT_EQ(site.branches().find("prepared"), std::string::npos);
+}
+
+TEST(Settle, what_cannot_be_tried_is_refused) {
+  const Site site;
+  const std::string good = " -o '-NL1 -Uteller -PtopSecret' --yes";
+  struct {
+    std::string command;
+    int status;
+    std::string message;
+  } const rows[] = {
+      {"commit" + good, 2, "write commit NAME"},
+      {"forget 5841_l34_og_:L1 more" + good, 2, "write forget NAME"},
+      {"rollback T1.a" + good, 2, "formatID"},
+      {"commit 5841_l34_og_:L1 --yes", 2, "give the open string"},
+      {"branches", 2, "give the open string"},
+      {"branches -o '-Uteller -PtopSecret'", 2, "LRM name"},
+      {"branches more" + good, 2, "no further words"},
+      {"branches -o '" + std::string(256, 'x') + "'", 2, "shorten it"},
+      {"commit 5841_l34_og_:L1 --yes -o '-NL1 -Uteller -Pwrong'", 1, "XAER_RMERR (-3); xadtm check"},
+      {"branches -o '-NL1 -Uteller -Pwrong'", 1, "XAER_RMERR (-3); xadtm check"},
+  };
+  for (const auto &[command, status, message] : rows) {
+    const Outcome outcome = site.run(XADTM " " + command);
+    EXPECT_EQ(outcome.status, status) << command << ": " << outcome.output;
+    EXPECT_TRUE(outcome.says(message)) << command << ": " << outcome.output;
+  }
+  const Outcome lost = site.run("XACONFIGFILE=/nowhere/xa_config " XADTM " branches" + good);
+  EXPECT_EQ(lost.status, 1);
+  EXPECT_TRUE(lost.says("/nowhere/xa_config")) << lost.output;
+  EXPECT_FALSE(lost.says("topSecret")) << lost.output;
+}
+
+}  // namespace

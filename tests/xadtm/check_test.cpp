@@ -1,0 +1,164 @@
+/* check_test.cpp - xadtm check: configurations that work, that work with remarks, and that do not. */
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "tool.h"
+
+namespace {
+
+Outcome check(const Site &site, const std::string &open_string, const std::string &environment = "",
+              const std::string &options = "") {
+  site.run("mkdir -p tmp");
+  return site.run(environment + " TMPDIR=tmp " XADTM " check " + options + " -o '" + open_string + "'");
+}
+
+/* What every check keeps to, whatever comes of it. */
+void expect_discreet(const Site &site, const Outcome &outcome) {
+  EXPECT_FALSE(outcome.says("topSecret")) << outcome.output;
+  EXPECT_TRUE(std::filesystem::is_empty(site.at("tmp")));
+  EXPECT_FALSE(std::filesystem::exists(site.at("xa.log")));
+}
+
+TEST(Check, what_works_is_shown_with_its_origins) {
+  const Site site;
+  const Outcome outcome = check(site, "-NL1 -Uteller -PtopSecret");
+  EXPECT_EQ(outcome.status, 0) << outcome.output;
+  EXPECT_EQ(outcome.output,
+            "open string, flavour txs (unless --flavour)\n"
+            "  -N L1  LRM name\n  -U teller  user\n  -P ***  password\n"
+            "configuration file xa_config, from $XACONFIGFILE\n"
+            "  [all]\n  [xa]\n    lrm\n      L1\n    server\n      bank1\n"
+            "  [xa]  <- not used: it is another LRM's\n"
+            "server: bank1, from the configuration's [xa] section\n"
+            "log: xa.log, from $XALOGFILE\n"
+            "tried\n  xa_open, with the check that the server is ready: XA_OK (0)\n"
+            "  xa_recover: branches in doubt: 0\n  xa_close: XA_OK (0)\n"
+            "the library had nothing to complain about\n"
+            "A transaction manager can use it as it stands.\n");
+  expect_discreet(site, outcome);
+  for (const char *flavour : {"mts", "tux"}) {
+    const Outcome other = check(site, "-NL1 -Uteller -PtopSecret", "", std::string("--flavour ") + flavour);
+    EXPECT_EQ(other.status, 0) << other.output;
+  }
+}
+
+/* Each row: an open string, and a line that tells what becomes of one of its parts. All can be used. */
+TEST(Check, unused_parts_of_the_open_string_are_named) {
+  const Site site;
+  const std::pair<std::string, std::string> rows[] = {
+      {"-NL9 -NL1", "  -N L9  LRM name; not used: the option stands again later\n"},
+      {"-NL1 -Sbank1", "server: bank1, from -S; the configuration's server entry is not used\n"},
+      {"-NL1 -Txyz", "  -T xyz  trace keyword; ignored: there is no such trace keyword\n"},
+      {"-NL1 -XtopSecret", "  -X (value not shown)  ignored: there is no such option\n"},
+      {"-NL1 -XtopSecret", "Message: flag -X not recognized\n    -> remove the option"},
+      {"-NL1 -XtopSecret", "Warning: invalid open string\n"},
+      {"-NL1 -Kk", "  -K (value not shown)  ignored"},
+      {"-NL1 -Lother.log -Lthird.log", "  -L third.log  log file; not used: only the first -L is\n"},
+      {"-NL1 -Lother.log", "log: other.log, from -L\n"},
+      {"-NL1 topSecret", "  text that belongs to no option is ignored"},
+      {"-NL1 -Lx-PtopSecret", "  -L x-P***  log file; it holds -P, which needs white space before it\n"},
+  };
+  for (const auto &[options, line] : rows) {
+    const Outcome outcome = check(site, options + " -Uteller -PtopSecret");
+    EXPECT_EQ(outcome.status, 0) << options << ": " << outcome.output;
+    EXPECT_TRUE(outcome.says(line)) << options << ": " << outcome.output;
+    expect_discreet(site, outcome);
+  }
+}
+
+TEST(Check, unused_parts_of_the_configuration_are_named) {
+  const Site site;
+  site.write(
+      "xa_config",
+      "[other]\nx=1\n[all]\ntraceflags=all\nnosuch=1\nlogfile=x.log,y.log\nmaxoutconn=3\ncs_dt_info=CS_DATES_LONG=7\n"
+      "properties=CS_TIMEOUT=abc,CS_TIMEOUT=60,CS_NOPE=1\n[all]\nlogfile=z.log\n"
+      "[xa]\nlrm=L1\nserver=bank1\nnosuch=1\nproperties=CS_TDS_VERSION=5.0\ncapabilities=CS_DATA_NOBIT=perhaps\n"
+      "options=CS_OPT_ROWCOUNT=5,CS_PACKETSIZE=512\n[xa]\nlrm=L1\nserver=bank7\n");
+  const Outcome outcome = check(site, "-NL1 -Uteller -PtopSecret -Lmine.log -Txa");
+  EXPECT_EQ(outcome.status, 0) << outcome.output;
+  for (const char *line :
+       {"  -L mine.log  log file; not used: the configuration's logfile entry decides\n",
+        "  -T xa  trace keyword; not used: the configuration's traceflags entry decides\n",
+        "  [other]  <- not used: only sections [all] and [xa] are read\n",
+        "  [all]  <- not used: only the first [all] section is read\n",
+        "  [xa]  <- not used: only the first [xa] section with this lrm is read\n",
+        "    nosuch\n      1\n      <- ignored: no entry of this name belongs here\n    logfile",
+        "      y.log\n      <- ignored: only its first value is used\n",
+        "      CS_TIMEOUT=abc  <- not in force: Unknown value abc for Context Property: CS_TIMEOUT, ignored\n",
+        "      CS_TIMEOUT=60\n", "      CS_NOPE=1  <- not in force: Context Property CS_NOPE not supported, ignored\n",
+        "    nosuch\n      1\n      <- ignored: no entry of this name belongs here\n    properties\n",
+        "      CS_TDS_VERSION=5.0\n",
+        "      CS_DATA_NOBIT=perhaps  <- not in force: Unknown value perhaps for Capability: CS_DATA_NOBIT, ignored\n",
+        "      CS_OPT_ROWCOUNT=5\n      CS_PACKETSIZE=512  <- not in force: Option CS_PACKETSIZE not supported, "
+        "ignored\n",
+        "    -> remove the entry, and write properties=CS_MAX_CONNECT=NUMBER in the [all] section\n",
+        "log: x.log, from the configuration's logfile entry\n"}) {
+    EXPECT_TRUE(outcome.says(line)) << line << "is missing in\n" << outcome.output;
+  }
+  expect_discreet(site, outcome);
+  EXPECT_FALSE(std::filesystem::exists(site.at("x.log")));
+}
+
+/* The client library's refusals of settings are in no log unless events are traced. */
+TEST(Check, a_setting_that_is_refused_silently_is_named) {
+  const Site site;
+  site.write("xa_config", "[all]\n[xa]\nlrm=L1\nserver=bank1\nproperties=CS_PACKETSIZE=0\n");
+  const Outcome outcome = check(site, "-NL1 -Uteller -PtopSecret");
+  EXPECT_TRUE(outcome.says("CS_PACKETSIZE=0  <- not in force: ct_con_props(CS_SET, CS_PACKETSIZE) failed!"))
+      << outcome.output;
+}
+
+TEST(Check, what_cannot_be_used_is_refused_with_its_cure) {
+  const Site site;
+  ASSERT_EQ(site.run("echo topSecret | " ZDBD " --admin bank1 add-user guest plain").status, 0);
+  site.write("malformed", "[all]\n[xa]\nlrm=L1\nserver bank1\n");
+  site.write("foreign", "[all]\n[xa]\nlrm=L7\n");
+  site.write("noserver", "[all]\n[xa]\nlrm=L1\n");
+  const std::string good = "-NL1 -Uteller -PtopSecret";
+  struct {
+    std::string open_string;
+    std::string environment;
+    std::string message;
+  } const rows[] = {
+      {good, "env -u TARVEX -u XACONFIGFILE", "-> set XACONFIGFILE"},
+      {good, "XACONFIGFILE=/nowhere/xa", "  not readable: /nowhere/xa\n"},
+      {good, "env -u XACONFIGFILE TARVEX=/nowhere TARVEX_QLT=q", "  not readable: /nowhere/q/config/xa_config\n"},
+      {good, "XACONFIGFILE=malformed", "[xa]  <- not used: it holds a malformed line"},
+      {good, "XACONFIGFILE=malformed", "-> mend the malformed line"},
+      {good, "XACONFIGFILE=foreign", "-> add an [xa] section with this lrm, or correct -N"},
+      {good, "XACONFIGFILE=noserver", "server: none named; add -S"},
+      {good, "XALOGFILE=/nowhere/log", "log: /nowhere/log, from $XALOGFILE\n  <- it cannot be opened"},
+      {good, "XALOGFILE=tmp", "  <- it cannot be opened"},
+      {"-Uteller -PtopSecret", "", "-> add -N and the LRM's name"},
+      {"-NL1 -UtellertellertellertellertellerXX -PtopSecret", "", "-> shorten it to at most 31 characters"},
+      {"-V12 " + good, "", "-> write -V11, or leave -V out"},
+      {"-C5 " + good, "", "-> remove -C, and write"},
+      {"-NL1 -Uteller -PtopSecrets", "", "-> see that the server runs"},
+      {"-NL1 -Uteller-PtopSecret", "", "  -U teller-P***  user; it holds -P, which needs white space before it\n"},
+      {good + " -Snowhere", "", "Error: Connect(nowhere) failed, rc=0\n    -> see that the server runs"},
+      {"-NL1 -Uguest -PtopSecret", "", "-> give the user the role at the server"},
+  };
+  for (const auto &[open_string, environment, message] : rows) {
+    const Outcome outcome = check(site, open_string, environment);
+    EXPECT_EQ(outcome.status, 1) << environment << open_string << outcome.output;
+    EXPECT_TRUE(outcome.says(message) && outcome.says("cannot use it")) << message << "\n" << outcome.output;
+    expect_discreet(site, outcome);
+  }
+  ASSERT_EQ(site.administer("dtm off").status, 0);
+  const Outcome off = check(site, good);
+  EXPECT_EQ(off.status, 1);
+  EXPECT_TRUE(off.says("-> switch it on at the server")) << off.output;
+}
+
+TEST(Check, bad_usage_tries_nothing) {
+  const Site site;
+  for (const char *arguments : {"check", "check more -o -NL1", "check -o"}) {
+    EXPECT_EQ(site.run(XADTM " " + std::string(arguments)).status, 2) << arguments;
+  }
+  const Outcome outcome = check(site, "-NL1", "", ">/dev/null; TMPDIR=/nowhere " XADTM " check");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_TRUE(outcome.says("TMPDIR")) << outcome.output;
+}
+
+}  // namespace

@@ -1,0 +1,40 @@
+/*
+ * leave_branches.cpp - prepares branches at a server and leaves them in doubt.
+ *
+ * usage: leave_branches OPEN_STRING < names; "T1.a" is the branch "a" of the global transaction "T1". The libraries are
+ * linked, since AddressSanitizer does not know the functions of libraries that a program loads later.
+ */
+#include <algorithm>
+#include <iostream>
+#include <string>
+
+#include "xadtm.h"
+
+static XID xid_of(const std::string &name) {
+  const size_t dot = name.find('.');
+  const std::string data = name.substr(0, dot) + name.substr(dot + 1);
+  XID xid{};
+  xid.formatID = 0x5841;
+  xid.gtrid_length = static_cast<int32_t>(dot);
+  xid.bqual_length = static_cast<int32_t>(data.size() - dot);
+  std::copy(data.begin(), data.end(), xid.data);
+  return xid;
+}
+
+static bool prepare(const xa_switch_t &xa, const XID &xid) {
+  return xa.xa_start_entry(&xid, 1, TMNOFLAGS) == XA_OK && xa.xa_end_entry(&xid, 1, TMSUCCESS) == XA_OK &&
+         xa.xa_prepare_entry(&xid, 1, TMNOFLAGS) == XA_OK;
+}
+
+int main(int argc, char **argv) {
+  const xa_switch_t &xa = tarvex_TXS_xa_switch;
+  if (argc != 2 || xa.xa_open_entry(argv[1], 1, TMNOFLAGS) != XA_OK) {
+    return 1;
+  }
+  for (std::string name; std::cin >> name;) {
+    if (!prepare(xa, xid_of(name))) {
+      return 1;
+    }
+  }
+  return xa.xa_close_entry("", 1, TMNOFLAGS) == XA_OK ? 0 : 1;
+}

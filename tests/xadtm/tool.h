@@ -1,0 +1,48 @@
+/* tool.h - runs xadtm and the programs that make something for it to look at. */
+#ifndef TESTS_XADTM_TOOL_H
+#define TESTS_XADTM_TOOL_H
+
+#include <string>
+#include <vector>
+
+struct Outcome {
+  int status = -1;
+  std::string output; /* of both streams */
+
+  bool says(const std::string &text) const { return output.find(text) != std::string::npos; }
+};
+
+/* Runs a shell command. */
+Outcome run_command(const std::string &command);
+/* Runs xadtm with the arguments, as a shell takes them. */
+Outcome xadtm(const std::string &arguments);
+
+/* A file's whole text. */
+std::string text_of(const std::string &path);
+
+/* A folder with a server's folder, the interfaces file that leads to it, and a configuration. */
+class Site {
+ public:
+  Site();
+  ~Site();
+  Site(const Site &) = delete;
+  Site &operator=(const Site &) = delete;
+
+  std::string at(const std::string &name) const { return folder_ + "/" + name; }
+  void write(const std::string &name, const std::string &text) const;
+  /* Runs a shell command in the folder, with the environment of an application of the server. */
+  Outcome run(const std::string &command) const;
+  /* Runs xadtm with the arguments and a good open string. */
+  Outcome xadtm(const std::string &arguments) const;
+  /* An operator's command at the server. */
+  Outcome administer(const std::string &words) const;
+  /* Prepares branches of the LRM, each named as "T1.a" (gtrid and bqual), and leaves them. */
+  void prepare(const std::vector<std::string> &xids, const std::string &lrm = "L1") const;
+  /* The branches that the server has, as it shows them. */
+  std::string branches() const { return administer("list").output; }
+
+ private:
+  std::string folder_;
+};
+
+#endif /* TESTS_XADTM_TOOL_H */

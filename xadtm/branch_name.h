@@ -1,0 +1,31 @@
+/*
+ * branch_name.h - branch names, by which servers know transaction branches: "formatID_gtrid_bqual_:LRM", the formatID
+ * in hexadecimal and the two byte strings in an alphabet of 64 characters.
+ */
+#ifndef XADTM_TOOL_BRANCH_NAME_H
+#define XADTM_TOOL_BRANCH_NAME_H
+
+#include <string>
+#include <string_view>
+
+#include "xa.h"
+
+struct NamedBranch {
+  XID xid;
+  std::string lrm;
+};
+
+/* Throws UsageError for lengths that no XID has, and for the null XID. */
+XID make_xid(int32_t format, std::string_view gtrid, std::string_view bqual);
+std::string_view gtrid_of(const XID &xid);
+std::string_view bqual_of(const XID &xid);
+bool same_xid(const XID &left, const XID &right);
+
+/* 1 to 31 characters without white space; throws UsageError for others. */
+void check_lrm(std::string_view lrm);
+
+std::string branch_name(const XID &xid, std::string_view lrm);
+/* Throws UsageError saying what is wrong with a text that is no branch name. */
+NamedBranch read_branch_name(std::string_view name);
+
+#endif /* XADTM_TOOL_BRANCH_NAME_H */

@@ -1,0 +1,223 @@
+/*
+ * call_tree.cpp - pairs "Enter" lines with return lines.
+ *
+ * Logs are cut and processes are killed, so a return line may be missing. It is given up on when a call around it
+ * returns, when an XA verb begins that is never called from within another, and when the process starts anew.
+ */
+#include "call_tree.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <optional>
+#include <string_view>
+
+namespace {
+
+/* What a return line says. */
+struct Return {
+  std::string result;
+  std::optional<int32_t> code;
+};
+
+}  // namespace
+
+static constexpr std::array<std::string_view, 8> outermost_verbs = {
+    "xa_open", "xa_start", "xa_prepare", "xa_commit", "xa_rollback", "xa_complt", "xa_forget", "xa_recover"};
+
+static bool is_outermost(std::string_view function) {
+  return std::find(outermost_verbs.begin(), outermost_verbs.end(), function) != outermost_verbs.end();
+}
+
+/* These end without a line, so what they call is shown beside them. */
+static bool ends_silently(std::string_view function) {
+  return function == "xal_getlrm" || function == "xal_addlrm";
+}
+
+static bool is_verb(std::string_view function) {
+  return is_outermost(function) || function == "xa_end" || function == "xa_close";
+}
+
+/* Errors, rollbacks, and outcomes that others have decided. */
+static bool is_failure(int32_t code) {
+  return code < 0 || (code >= 5 && code <= 8) || (code >= 100 && code <= 107);
+}
+
+/* Reads "retstat: -4 ([XAER_NOTA])", behind what the text begins with. */
+static std::optional<Return> read_status(std::string_view text) {
+  static constexpr std::string_view mark = "retstat: ";
+  const size_t at = text.find(mark);
+  if (at == std::string_view::npos) {
+    return std::nullopt;
+  }
+  text.remove_prefix(at + mark.size());
+  int32_t code = 0;
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), code);
+  if (error != std::errc()) {
+    return std::nullopt;
+  }
+  const size_t open = text.find("([");
+  const size_t close = text.find("])");
+  const bool named = open != std::string_view::npos && close != std::string_view::npos && close > open + 2;
+  return Return{named ? std::string(text.substr(open + 2, close - open - 2)) : std::to_string(code), code};
+}
+
+static std::optional<Return> read_return(std::string_view text) {
+  if (text.starts_with(" retstat: ") || text.starts_with("return, retstat: ") || text.starts_with("Return ")) {
+    return read_status(text);
+  }
+  if (text == "return: Void") {
+    return Return{"", std::nullopt};
+  }
+  if (text == "value: <nil>") {
+    return Return{"0", std::nullopt};
+  }
+  if (text.starts_with("value: ")) {
+    return Return{"0x" + std::string(text.substr(7, text.find(' ', 7) - 7)), std::nullopt};
+  }
+  return std::nullopt;
+}
+
+/* All in one line, runs of white space as one blank. */
+static std::string one_line(std::string_view text) {
+  std::string out;
+  for (const char c : text) {
+    const bool blank = c == ' ' || c == '\t' || c == '\n';
+    if (!blank) {
+      out += c;
+    } else if (!out.empty() && out.back() != ' ') {
+      out += ' ';
+    }
+  }
+  out.resize(out.find_last_not_of(' ') + 1);
+  return out;
+}
+
+static LogNode &append(ThreadCalls &calls, const LogRecord &record) {
+  LogNode node;
+  node.depth = calls.open.size();
+  node.parent = calls.open.empty() ? 0 : calls.open.back() + 1;
+  node.when = record.when;
+  node.begin = node.end = record.seconds;
+  node.type = record.type;
+  return calls.nodes.emplace_back(std::move(node));
+}
+
+static LogNode &append_call(ThreadCalls &calls, const LogRecord &record) {
+  LogNode &call = append(calls, record);
+  call.is_call = true;
+  call.name = record.function;
+  return call;
+}
+
+static void set_result(LogNode &call, const LogRecord &record, const Return &result) {
+  call.returned = true;
+  call.end = record.seconds;
+  call.result = result.result;
+  call.failed = call.failed || (is_verb(call.name) && result.code && is_failure(*result.code));
+}
+
+static void enter(ThreadCalls &calls, const LogRecord &record) {
+  if (is_outermost(record.function)) {
+    calls.open.clear();
+  }
+  LogNode &call = append_call(calls, record);
+  call.entered = true;
+  call.untimed = ends_silently(record.function);
+  if (!call.untimed) {
+    calls.open.push_back(calls.nodes.size() - 1);
+  }
+}
+
+/* The innermost open call of the function; the calls inside it are given up. Null when there is none. */
+static LogNode *back_to(ThreadCalls &calls, const std::string &function) {
+  const auto found = std::find_if(calls.open.rbegin(), calls.open.rend(),
+                                  [&](size_t index) { return calls.nodes[index].name == function; });
+  if (found == calls.open.rend()) {
+    return nullptr;
+  }
+  calls.open.erase(found.base(), calls.open.end());
+  return &calls.nodes[calls.open.back()];
+}
+
+/* Ends a call; false when its beginning is not there. */
+static bool leave(ThreadCalls &calls, const LogRecord &record, const Return &result) {
+  LogNode *call = back_to(calls, record.function);
+  if (call == nullptr) {
+    return false;
+  }
+  set_result(*call, record, result);
+  calls.open.pop_back();
+  return true;
+}
+
+/* The report of a failed call, which is written whatever is traced: the code, then what the call was given. */
+static void report(ThreadCalls &calls, const LogRecord &record, const Return &result) {
+  LogNode *open = back_to(calls, record.function);
+  LogNode &call = open != nullptr ? *open : append_call(calls, record);
+  const size_t end = record.text.find('\n');
+  const std::string given = end == std::string::npos ? "" : one_line(record.text.substr(end));
+  call.result = result.result;
+  call.failed = true;
+  call.text = given.empty() ? call.text : given;
+}
+
+static void add_message(ThreadCalls &calls, const LogRecord &record) {
+  LogNode &message = append(calls, record);
+  message.name = record.type;
+  message.text = one_line(record.text);
+}
+
+static bool is_trace(const std::string &type) {
+  return type.ends_with("trace");
+}
+
+static bool is_start_of_process(const LogRecord &record) {
+  return record.function == "xalog_open_file" && record.text.ends_with(" started");
+}
+
+/* The line behind a verb's "Enter" that holds its arguments. */
+static bool are_arguments(const ThreadCalls &calls, const LogRecord &record) {
+  if (calls.open.empty() || !record.text.starts_with("rmid: ")) {
+    return false;
+  }
+  const LogNode &call = calls.nodes[calls.open.back()];
+  return call.name == record.function && call.type == record.type && call.text.empty();
+}
+
+ThreadCalls &CallTree::thread_of(const LogRecord &record) {
+  int64_t &life = lives_[record.process];
+  life += is_start_of_process(record) ? 1 : 0;
+  const auto [place, is_new] = index_.try_emplace({record.process, life, record.thread}, threads_.size());
+  if (is_new) {
+    threads_.push_back({record.process, record.thread, {}, {}});
+  }
+  return threads_[place->second];
+}
+
+void CallTree::add(const LogRecord &record) {
+  ThreadCalls &calls = thread_of(record);
+  if (is_trace(record.type)) {
+    if (record.text == "Enter") {
+      enter(calls, record);
+      return;
+    }
+    if (are_arguments(calls, record)) {
+      calls.nodes[calls.open.back()].text = one_line(record.text);
+      return;
+    }
+    if (const std::optional<Return> result = read_return(record.text)) {
+      if (!leave(calls, record, *result)) {
+        ++stray_returns_;
+        set_result(append_call(calls, record), record, *result);
+      }
+      return;
+    }
+  } else if (record.text.starts_with("Return ") && is_verb(record.function)) {
+    if (const std::optional<Return> result = read_status(record.text)) {
+      report(calls, record, *result);
+      return;
+    }
+  }
+  add_message(calls, record);
+}

@@ -1,0 +1,37 @@
+/*
+ * config_file.h - the configuration file as the library finds and reads it.
+ */
+#ifndef XADTM_TOOL_CONFIG_FILE_H
+#define XADTM_TOOL_CONFIG_FILE_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+struct ConfigLine {
+  std::string name;
+  std::vector<std::string> values;
+  std::string ignored; /* why the library does not use it; empty when it may */
+};
+
+struct ConfigPart {
+  std::string name;
+  std::vector<ConfigLine> lines;
+  std::string ignored;
+};
+
+struct ConfigFile {
+  std::string path;               /* empty: none was found */
+  std::string origin;             /* the variables that led there */
+  std::vector<std::string> tried; /* places before it, or all when none was found */
+  std::vector<ConfigPart> parts;
+};
+
+/* Looks where the library looks, and reads what is there with the LRM's name in mind. */
+ConfigFile read_config(const std::string &lrm);
+
+bool same_name(const std::string &left, const std::string &right);
+/* The first value of the entry in the part of that name which the library uses; nothing without it. */
+std::optional<std::string> config_value(const ConfigFile &file, const std::string &part, const std::string &entry);
+
+#endif /* XADTM_TOOL_CONFIG_FILE_H */

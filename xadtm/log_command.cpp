@@ -1,0 +1,144 @@
+/* log_command.cpp - xadtm log: shows the calls of a trace log. */
+#include <algorithm>
+#include <fstream>
+#include <iostream>
+
+#include "call_tree.h"
+#include "commands.h"
+#include "texts.h"
+
+namespace {
+
+struct Totals {
+  int64_t calls = 0;
+  int64_t failed = 0;
+  int64_t unfinished = 0;
+};
+
+}  // namespace
+
+static CallTree read_log(LogFile &file) {
+  CallTree tree;
+  for (LogRecord record; file.next(record);) {
+    tree.add(record);
+  }
+  return tree;
+}
+
+/* What stands inside a call, or, when nothing was traced, the messages before it. */
+static void choose_causes(const std::vector<LogNode> &nodes, size_t failed, std::vector<bool> &chosen) {
+  size_t at = failed + 1;
+  for (; at < nodes.size() && nodes[at].depth > nodes[failed].depth; ++at) {
+    chosen[at] = true;
+  }
+  if (at != failed + 1) {
+    return;
+  }
+  for (at = failed; at > 0 && !nodes[at - 1].is_call && nodes[at - 1].depth == nodes[failed].depth; --at) {
+    chosen[at - 1] = true;
+  }
+}
+
+/* The failed calls, those around them, and their causes. */
+static std::vector<bool> choose_failures(const std::vector<LogNode> &nodes) {
+  std::vector<bool> chosen(nodes.size(), false);
+  for (size_t i = 0; i < nodes.size(); ++i) {
+    if (!nodes[i].failed || chosen[i]) {
+      continue;
+    }
+    choose_causes(nodes, i, chosen);
+    for (size_t up = i + 1; up != 0 && !chosen[up - 1]; up = nodes[up - 1].parent) {
+      chosen[up - 1] = true;
+    }
+  }
+  return chosen;
+}
+
+static std::string duration_of(const LogNode &call) {
+  if (call.untimed) {
+    return "";
+  }
+  if (!call.entered) {
+    return "  (beginning not in the log)";
+  }
+  if (!call.returned) {
+    return "  (return not in the log)";
+  }
+  const int64_t seconds = call.end - call.begin;
+  return seconds < 0 ? "  (the clock was set back)" : "  " + std::to_string(seconds) + " s";
+}
+
+/* Texts of verbs hold open strings. */
+static std::string shown(const std::string &text) {
+  return printable(without_passwords(text));
+}
+
+static void print_node(const LogNode &node) {
+  constexpr size_t deepest = 40;
+  std::cout << node.when << std::string(2 + 2 * std::min(node.depth, deepest), ' ') << printable(node.name);
+  if (!node.is_call) {
+    std::cout << ": " << shown(node.text) << '\n';
+    return;
+  }
+  std::cout << (node.failed ? "  FAILED" : "") << (node.result.empty() ? "" : "  " + printable(node.result));
+  std::cout << (node.entered || !node.failed ? duration_of(node) : "");
+  std::cout << (node.text.empty() ? "" : "  " + shown(node.text)) << '\n';
+}
+
+static void count(const std::vector<LogNode> &nodes, Totals &totals) {
+  for (const LogNode &node : nodes) {
+    totals.calls += node.is_call ? 1 : 0;
+    totals.failed += node.failed ? 1 : 0;
+    totals.unfinished += node.is_call && node.entered && !node.returned && !node.untimed ? 1 : 0;
+  }
+}
+
+static void print_thread(const ThreadCalls &calls, bool only_failures) {
+  const std::vector<bool> chosen =
+      only_failures ? choose_failures(calls.nodes) : std::vector<bool>(calls.nodes.size(), true);
+  if (std::find(chosen.begin(), chosen.end(), true) == chosen.end()) {
+    return;
+  }
+  std::cout << "process " << calls.process << " (" << std::stoull(calls.process, nullptr, 16) << "), thread "
+            << calls.thread << '\n';
+  for (size_t i = 0; i < chosen.size(); ++i) {
+    if (chosen[i]) {
+      print_node(calls.nodes[i]);
+    }
+  }
+  std::cout << '\n';
+}
+
+static void print_totals(const Totals &totals, const CallTree &tree, const LogFile &file) {
+  std::cout << "calls: " << totals.calls << ", failed: " << totals.failed << ", without a return: " << totals.unfinished
+            << ", returns without their beginning: " << tree.stray_returns()
+            << ", lines that could not be read: " << file.unreadable() << '\n';
+  if (totals.calls == 0) {
+    std::cout << "no calls are in the log; traceflags=xa in the configuration's [all] section, or -Txa in the open "
+                 "string, has them written\n";
+  }
+}
+
+int log_command(const Arguments &arguments) {
+  if (arguments.words.size() != 2) {
+    throw UsageError("write log FILE, FILE being a trace log");
+  }
+  std::ifstream stream(arguments.words[1], std::ios::binary);
+  LogFile file(stream);
+  const CallTree tree = read_log(file);
+  if (!stream.is_open() || stream.bad()) {
+    throw UsageError("the log cannot be read; look at its path and at who may read it");
+  }
+  if (tree.threads().empty() && file.unreadable() > 0) {
+    throw UsageError("the file is no trace log: of its " + std::to_string(file.lines()) +
+                     " lines none has a log line's form; the log is the file of logfile, -L or $XALOGFILE, or "
+                     "$TARVEX/trv_xa_log");
+  }
+  Totals totals;
+  for (const ThreadCalls &calls : tree.threads()) {
+    count(calls.nodes, totals);
+    print_thread(calls, arguments.failures);
+  }
+  print_totals(totals, tree, file);
+  return exit_done;
+}
