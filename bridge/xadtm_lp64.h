@@ -56,7 +56,7 @@ struct xadtm_lp64_switch {
   int (*xa_complete_entry)(int *handle, int *result, int rmid, long flags);
 };
 
-/* Only one flavour works in a process: the first that is opened. */
+/* Only one flavour works in a process: the first whose open finds the configuration. */
 extern const struct xadtm_lp64_switch tarvex_MTS_xa_switch_lp64;
 extern const struct xadtm_lp64_switch tarvex_TUX_xa_switch_lp64;
 extern const struct xadtm_lp64_switch tarvex_TXS_xa_switch_lp64;

@@ -42,7 +42,7 @@ int32_t xa__dtm_await_completion(XA_CONNECTION *conn, const XID *xid) {
   const TraceScope trace("await_completion", TRACE_ZDB);
   int32_t ret = XA_RETRY;
   while (ret == XA_RETRY) {
-    // The serialisation mutex stays held: the branch's outcome must not be overtaken by another call.
+    // The serialisation mutex stays held for the sleep; the request gives it up while the server works.
     xal_sleep(1);
     ret = dtm_request(conn, DTM_STATUS, xid, DTM_WANT_ANY, dtm_await_maps);
   }

@@ -1,5 +1,6 @@
 // The DTM protocol: branch names, the requests to the server's DTM procedures, and the branch operations built on them.
-// Callers hold the serialisation mutex and the connection; the mutex is given up while the client library waits.
+// Callers hold the serialisation mutex and the connection; the mutex is given up while the client library waits for
+// results, but not for a login.
 #pragma once
 
 #include <cstdint>

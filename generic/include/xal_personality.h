@@ -1,6 +1,6 @@
 // The personality record: which thread and lock services, which client-object registry and which behavioural variants
-// belong to a transaction manager's flavour. Generic code asks the active record's fields and operations and never
-// looks at the flavour's name.
+// belong to a transaction manager's flavour. Generic code asks the active record's fields and operations; where a
+// flavour's rules differ in a verb's own steps, it asks for tm_type.
 #pragma once
 
 #include <pthread.h>

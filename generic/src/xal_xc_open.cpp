@@ -1,8 +1,9 @@
 // Making connections: the record, its settings, the login, the personality's share and the readiness check, and the
 // re-making of a lost connection under a record that stays in its list.
 //
-// Runs under the serialisation mutex, which only the readiness check gives up while it waits for the server. Meanwhile
-// lrm_opens keeps the LRM, and a hold keeps a record that is being reopened.
+// Runs under the serialisation mutex, the login too. Only the readiness check, while it waits for the server, and the
+// closing of a connection that is made anew give it up. Meanwhile lrm_opens keeps the LRM, and a hold keeps a record
+// that is being reopened.
 #include "common_routines.h"
 #include "xal_config.h"
 #include "xal_conn.h"

@@ -54,7 +54,8 @@ std::string control_path(const std::string &folder) {
 /* The lock file comes last: with it the folder is a server's. */
 void create_folder(const std::string &folder) {
   if (std::filesystem::exists(lock_path(folder))) {
-    throw std::runtime_error(folder + " is a server's folder already. Use another one, or remove it first");
+    throw std::runtime_error(folder +
+                             " is a server's folder already. It needs no --init; removing it would lose its data");
   }
   if (std::filesystem::exists(folder) && !std::filesystem::is_empty(folder)) {
     throw std::runtime_error(folder + " is not empty. Give a folder that is empty or does not exist");

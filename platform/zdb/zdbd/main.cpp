@@ -31,10 +31,15 @@ constexpr const char *usage = R"(usage: zdbd --init DIR
        zdbd DIR --listen PATH [--mode OCTAL]
        zdbd --admin DIR COMMAND [ARGUMENT...]
 
+zdbd is a small stand-in for a ZDB server, to try and to test with. Client libraries find it by a line
+"NAME = unix:PATH" in their interfaces file.
+
 The first form makes a server's folder: a catalog and a database for the users' tables, readable by its
 owner only. The second serves the folder on a Unix-domain socket until SIGTERM or SIGINT; the socket is
 open to its owner only (mode 0600) unless --mode says otherwise. It logs to standard error. The third
 carries an operator's command out, on a running server or on a folder that nobody serves.
+
+exit status: 0 done, 1 refused or failed, 2 bad usage
 
 Commands:
 )";
