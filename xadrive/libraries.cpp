@@ -71,10 +71,6 @@ static const char *switch_name(const std::string &flavour) {
   return flavour == "tux" ? "tarvex_TUX_xa_switch" : "tarvex_TXS_xa_switch";
 }
 
-std::filesystem::path default_library_folder() {
-  return std::filesystem::read_symlink("/proc/self/exe").parent_path() / ".." / "lib";
-}
-
 Libraries load_libraries(const std::filesystem::path &folder, const std::string &flavour) {
   Libraries libraries;
   bind_common(load(folder / "libtrvcommon.so", RTLD_GLOBAL), libraries);

@@ -50,10 +50,10 @@ struct Libraries {
   decltype(&::intl_close) reader_close = nullptr;
 };
 
-/* The folder lib beside the one that holds this program. */
-std::filesystem::path default_library_folder();
-
-/* Loads all of them, with the switch of the flavour (none when empty); throws std::runtime_error naming what failed. */
+/*
+ * Loads all of them, with the switch of the flavour (none when empty), from the folder, or from where the loader finds
+ * them when the folder is empty. Throws std::runtime_error naming what failed.
+ */
 Libraries load_libraries(const std::filesystem::path &folder, const std::string &flavour);
 
 #endif /* XADRIVE_LIBRARIES_H */

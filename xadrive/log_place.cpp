@@ -5,7 +5,9 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <vector>
 
 static std::string environment(const char *name) {
   const char *value = std::getenv(name);
@@ -31,14 +33,29 @@ static std::string configured_log(const Libraries &libraries, INTL_READER &reade
   return "";
 }
 
-static std::string log_of_config_file(const Libraries &libraries, const std::string &path) {
-  INTL_READER reader{};
-  if (path.empty() || libraries.reader_open(path.c_str(), &reader) != 1) {
-    return "";
+/* Where the configuration file may be, in the library's order. */
+static std::vector<std::string> config_files() {
+  if (std::getenv("XACONFIGFILE") != nullptr) {
+    return {environment("XACONFIGFILE")};
   }
-  std::string log = configured_log(libraries, reader);
-  (void)libraries.reader_close(&reader); /* nothing was written */
-  return log;
+  const std::string home = environment("TARVEX");
+  if (home.empty()) {
+    return {};
+  }
+  const std::string release = home + "/" + environment("TARVEX_QLT");
+  return {release + "/config/xa_config", release + "/xa_config", home + "/config/xa_config", home + "/xa_config"};
+}
+
+static std::string log_of_config_file(const Libraries &libraries) {
+  for (const std::string &path : config_files()) {
+    INTL_READER reader{};
+    if (libraries.reader_open(path.c_str(), &reader) == 1) {
+      std::string log = configured_log(libraries, reader);
+      (void)libraries.reader_close(&reader); /* nothing was written */
+      return log;
+    }
+  }
+  return "";
 }
 
 static std::string log_of_open_string(const std::string &open_string) {
@@ -57,7 +74,7 @@ static std::string default_log() {
 }
 
 std::string log_place(const Libraries &libraries, const std::string &open_string) {
-  std::string place = log_of_config_file(libraries, environment("XACONFIGFILE"));
+  std::string place = log_of_config_file(libraries);
   if (place.empty()) {
     place = log_of_open_string(open_string);
   }

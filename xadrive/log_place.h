@@ -9,8 +9,8 @@
 #include "libraries.h"
 
 /*
- * The place that the first open of a process chooses: the logfile entry of the configuration file that $XACONFIGFILE
- * names, else -L of the open string, else $XALOGFILE, else $TARVEX/trv_xa_log, else standard error.
+ * The place that the first open of a process chooses: the logfile entry of the configuration file, else -L of the open
+ * string, else $XALOGFILE, else $TARVEX/trv_xa_log, else standard error.
  */
 std::string log_place(const Libraries &libraries, const std::string &open_string);
 

@@ -4,7 +4,6 @@
 #include <getopt.h>
 
 #include <exception>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -39,7 +38,8 @@ transaction-manager flavour and makes the calls that the script's lines ask for,
 Each call is printed with its result. The first result that a line does not expect ends the run.
 
   --flavour NAME  the switch to use; goes before the script's own flavour line
-  --lib-dir DIR   where the libraries are; ../lib beside this program's folder otherwise
+  --lib-dir DIR   where the libraries are; otherwise where the loader finds them: along LD_LIBRARY_PATH, then
+                  where they were built or installed with this program, then in the system's folders
   --check         only read the script and say what is wrong with it
   --help          this text
 
@@ -57,12 +57,14 @@ done (which is what these expect by themselves) or refused for server, user, dtm
 Without it the result is not checked.
 A line may begin with "@NAME": it then runs on the thread of that name, made at its first use, and the next
 line waits for it. After "@NAME&" the next line does not wait; "wait NAME" does.
+server makes an empty server in memory; user, dtm, force, break and state reach these servers only. Open may
+lead to others, too: those of the interfaces file.
 sql runs on the connection that the library has published for RMID, as application code does between start
 and end. Its rows, row counts and messages are printed below it; binaries are hexadecimal digits.
 FLAGS are TM... names joined by "|", or 0x and hexadecimal digits. GTRID and BQUAL are hexadecimal digits
-or quoted text. The XID T1.a, unless an xid line defines it, is branch "a" of the global transaction "T1";
-null gives a null pointer. Texts with blanks stand in double quotes, with the escapes \" \\ \n \t \xHH. "#"
-begins a comment.
+or quoted text. The XID T1.a, unless an xid line defines it, is branch "a" of the global transaction "T1",
+T1 alone its branch "1", with formatID 0x5841; null gives a null pointer. Texts with blanks stand in double
+quotes, with the escapes \" \\ \n \t \xHH. "#" begins a comment.
 
 Example:
   flavour tux
@@ -162,8 +164,7 @@ static int play_script(const Options &options, const Script &script) {
               << ": no flavour: give --flavour, or write a line such as \"flavour tux\" before the first XA call\n";
     return exit_unusable;
   }
-  const std::filesystem::path folder(options.library_folder);
-  const Libraries libraries = load_libraries(folder.empty() ? default_library_folder() : folder, flavour);
+  const Libraries libraries = load_libraries(options.library_folder, flavour);
   const bool as_expected = play(script, libraries);
   if (const std::optional<std::string> info = first_open_string(script)) {
     std::cout << "trace log: " << log_place(libraries, *info) << std::endl;

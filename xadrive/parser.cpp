@@ -11,6 +11,7 @@
 #include <set>
 #include <span>
 
+#include "hex_text.h"
 #include "open_string.h"
 #include "tokens.h"
 #include "xa_names.h"
@@ -114,6 +115,14 @@ static int32_t flags_argument(const Token &token) {
     throw ScriptError(quoted(token.text) + " is no flag word; join TM... names with '|', or write 0x and hex digits");
   }
   return *flags;
+}
+
+static std::string bytes_argument(const std::string &digits) {
+  const std::optional<std::string> bytes = bytes_of_hex(digits);
+  if (!bytes) {
+    throw ScriptError(quoted(digits) + " is no row of hexadecimal digit pairs; put plain text in quotes");
+  }
+  return *bytes;
 }
 
 static int32_t choice_argument(const Token &token, const char *yes, const char *no) {
@@ -242,7 +251,7 @@ static void take_required(char letter, const Token &token, Command &command, Xid
       command.number = integer_argument(token, "FORMATID");
       break;
     case 'b':
-      command.words.push_back(token.quoted ? token.text : bytes_of_hex(token.text));
+      command.words.push_back(token.quoted ? token.text : bytes_argument(token.text));
       break;
     default: /* 'w' */
       command.words.push_back(token.text);

@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "branch_text.h"
 #include "sql_runner.h"
 #include "tokens.h"
 #include "workers.h"

@@ -3,10 +3,9 @@
  */
 #include "xa_names.h"
 
-#include <array>
-#include <charconv>
 #include <span>
 
+#include "hex_text.h"
 #include "xa.h"
 #include "zdb_control.h"
 
@@ -122,25 +121,6 @@ std::string name_of(Vocabulary vocabulary, int32_t number) {
   return std::to_string(number);
 }
 
-template <typename Number>
-static std::optional<Number> whole_number(std::string_view text, int base) {
-  Number number = 0;
-  const char *end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number, base);
-  if (text.empty() || error != std::errc{} || stop != end) {
-    return std::nullopt;
-  }
-  return number;
-}
-
-std::optional<int32_t> integer_of(std::string_view text) {
-  if (!text.starts_with("0x")) {
-    return whole_number<int32_t>(text, 10);
-  }
-  const std::optional<uint32_t> bits = whole_number<uint32_t>(text.substr(2), 16);
-  return bits ? std::optional(static_cast<int32_t>(*bits)) : std::nullopt;
-}
-
 static std::optional<int32_t> flag_of(std::string_view name) {
   return name == "TMNOFLAGS" ? std::optional(TMNOFLAGS) : find(flags, name);
 }
@@ -168,12 +148,6 @@ std::optional<int32_t> flags_of(std::string_view text) {
   }
 }
 
-static std::string hex_text(uint32_t bits) {
-  std::array<char, 8> digits{};
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), bits, 16).ptr;
-  return std::string("0x").append(digits.data(), end);
-}
-
 std::string flags_text(int32_t word) {
   std::string text;
   int32_t unnamed = word;
@@ -185,7 +159,7 @@ std::string flags_text(int32_t word) {
     }
   }
   if (unnamed != 0) {
-    return hex_text(static_cast<uint32_t>(word));
+    return std::string("0x").append(hex_number(static_cast<uint32_t>(word)));
   }
   return text.empty() ? "TMNOFLAGS" : text;
 }

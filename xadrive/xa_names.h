@@ -25,7 +25,4 @@ std::optional<int32_t> flags_of(std::string_view text);
 std::string flags_text(int32_t flags);
 bool is_flag_name(std::string_view name);
 
-/* A whole decimal number within 32 bits, or 0x and hexadecimal digits for its bits; nothing for anything else. */
-std::optional<int32_t> integer_of(std::string_view text);
-
 #endif /* XADRIVE_XA_NAMES_H */

@@ -28,9 +28,4 @@ class XidBook {
   std::map<std::string, XID> xids_;
 };
 
-/* Hexadecimal digits as bytes; throws ScriptError. */
-std::string bytes_of_hex(std::string_view digits);
-/* The name under which a server knows the branch: "FORMAT_GTRID_BQUAL_:LRM". */
-std::string branch_name(const XID &xid, std::string_view lrm);
-
 #endif /* XADRIVE_XID_BOOK_H */

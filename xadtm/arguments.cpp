@@ -46,17 +46,17 @@ class Reader {
  private:
   void option(const std::string &word) {
     if (word == "-o" || word == "--open") {
+      arguments_.given.emplace_back("-o");
       arguments_.open_string = value("-o takes the open string in quotes, as in -o \"-NL1 -Uuser -Ppassword\"");
     } else if (word == "--flavour") {
+      arguments_.given.push_back(word);
       set_flavour(arguments_, value("--flavour takes mts, tux or txs"));
     } else if (word.starts_with("--flavour=")) {
+      arguments_.given.emplace_back("--flavour");
       set_flavour(arguments_, word.substr(sizeof "--flavour=" - 1));
-    } else if (word == "--json") {
-      arguments_.json = true;
-    } else if (word == "--yes") {
-      arguments_.yes = true;
-    } else if (word == "--failures") {
-      arguments_.failures = true;
+    } else if (bool *mark = mark_of(word)) {
+      arguments_.given.push_back(word);
+      *mark = true;
     } else if (word == "--help" || word == "-h") {
       arguments_.help = true;
     } else {
@@ -64,6 +64,17 @@ class Reader {
                        " is no option that xadtm knows; if it belongs to the open string, put that in quotes: "
                        "-o \"-NL1 -Uuser -Ppassword\"");
     }
+  }
+
+  /* What an option without a value sets; null for other words. */
+  bool *mark_of(const std::string &word) {
+    if (word == "--json") {
+      return &arguments_.json;
+    }
+    if (word == "--yes") {
+      return &arguments_.yes;
+    }
+    return word == "--failures" ? &arguments_.failures : nullptr;
   }
 
   std::string value(const char *hint) {

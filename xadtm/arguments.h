@@ -17,6 +17,7 @@ struct Arguments {
   bool yes = false;
   bool failures = false;
   bool help = false;
+  std::vector<std::string> given; /* the options, each in its usual spelling */
 };
 
 /*

@@ -1,6 +1,5 @@
 /*
- * branch_name.h - branch names, by which servers know transaction branches: "formatID_gtrid_bqual_:LRM", the formatID
- * in hexadecimal and the two byte strings in an alphabet of 64 characters.
+ * branch_name.h - XIDs and branch names that users write: what is wrong with them is said, as a UsageError.
  */
 #ifndef XADTM_TOOL_BRANCH_NAME_H
 #define XADTM_TOOL_BRANCH_NAME_H
@@ -17,14 +16,10 @@ struct NamedBranch {
 
 /* Throws UsageError for lengths that no XID has, and for the null XID. */
 XID make_xid(int32_t format, std::string_view gtrid, std::string_view bqual);
-std::string_view gtrid_of(const XID &xid);
-std::string_view bqual_of(const XID &xid);
-bool same_xid(const XID &left, const XID &right);
 
 /* 1 to 31 characters without white space; throws UsageError for others. */
 void check_lrm(std::string_view lrm);
 
-std::string branch_name(const XID &xid, std::string_view lrm);
 /* Throws UsageError saying what is wrong with a text that is no branch name. */
 NamedBranch read_branch_name(std::string_view name);
 

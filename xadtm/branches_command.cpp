@@ -3,10 +3,12 @@
 #include <iomanip>
 #include <iostream>
 
-#include "branch_name.h"
+#include "branch_text.h"
 #include "commands.h"
+#include "hex_text.h"
 #include "session.h"
 #include "texts.h"
+#include "xid_bytes.h"
 
 static std::string bqual_text(const XID &xid) {
   return bqual_of(xid).empty() ? "-" : hex_of(bqual_of(xid));

@@ -12,6 +12,8 @@
 #include <optional>
 #include <string_view>
 
+#include "xa.h"
+
 namespace {
 
 /* What a return line says. */
@@ -40,7 +42,7 @@ static bool is_verb(std::string_view function) {
 
 /* Errors, rollbacks, and outcomes that others have decided. */
 static bool is_failure(int32_t code) {
-  return code < 0 || (code >= 5 && code <= 8) || (code >= 100 && code <= 107);
+  return code < 0 || (code >= XA_HEURMIX && code <= XA_HEURHAZ) || (code >= XA_RBBASE && code <= XA_RBEND);
 }
 
 /* Reads "retstat: -4 ([XAER_NOTA])", behind what the text begins with. */

@@ -9,10 +9,12 @@
 #include "arguments.h"
 
 inline constexpr int exit_done = 0;
-inline constexpr int exit_refused = 1;   /* the resource manager did not do it */
+inline constexpr int exit_refused = 1;   /* it was not done */
 inline constexpr int exit_usage = 2;     /* nothing was tried */
 inline constexpr int exit_no_branch = 3; /* there is no such branch */
 inline constexpr int exit_not_sure = 4;  /* the question was not answered with yes */
+inline constexpr int exit_otherwise = 5; /* the branch has another outcome already */
+inline constexpr int exit_unknown = 6;   /* it is not known whether it was done */
 
 /* Wrong words on the command line, or a file that cannot be read; the text says what to do. */
 class UsageError : public std::runtime_error {

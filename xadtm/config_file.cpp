@@ -10,8 +10,10 @@
 #include <string_view>
 
 #include "common_routines.h"
+#include "trace_keywords.h"
 
 static constexpr size_t longest_path = 1023;
+static constexpr size_t longest_log_path = 1024;
 
 static constexpr std::array<std::string_view, 5> all_entries = {"logfile", "traceflags", "cs_dt_info", "properties",
                                                                 "maxoutconn"};
@@ -61,7 +63,9 @@ static std::vector<std::string> read_values(INTL_READER &reader) {
 static ConfigPart read_part(INTL_READER &reader, const char *name, int32_t status) {
   ConfigPart part{name, {}, status == 0 ? "" : "it holds a malformed line; mend that"};
   while (const char *entry = intl_nextentry(&reader, &status)) {
-    ConfigLine line{entry, {}, status == 0 ? "" : "it is malformed"};
+    ConfigLine line;
+    line.name = entry;
+    line.malformed = status != 0;
     line.values = read_values(reader);
     part.lines.push_back(std::move(line));
   }
@@ -83,16 +87,60 @@ static bool is_listed(const std::array<std::string_view, Count> &names, const st
                      [&](std::string_view listed) { return same_name(std::string(listed), name); });
 }
 
+static bool is_list(const std::string &entry) {
+  return same_name(entry, "properties") || same_name(entry, "capabilities") || same_name(entry, "options");
+}
+
+static bool is_usable(const ConfigLine &line) {
+  return !line.values.empty() && !line.values.front().empty() &&
+         (!same_name(line.name, "logfile") || line.values.front().size() <= longest_log_path);
+}
+
+using Line = std::vector<ConfigLine>::const_iterator;
+
+static bool has_usable(Line begin, Line end, const char *entry) {
+  return std::any_of(begin, end,
+                     [=](const ConfigLine &line) { return same_name(line.name, entry) && is_usable(line); });
+}
+
+/* Why an entry is not used that takes one value, if it is so. */
+static std::string why_single_unused(const std::vector<ConfigLine> &lines, Line line) {
+  if (!is_usable(*line)) {
+    return line->values.empty() || line->values.front().empty() ? "it has no value"
+                                                                : "it has more than 1024 characters";
+  }
+  if (same_name(line->name, "logfile") && has_usable(lines.begin(), line, "logfile")) {
+    return "only the first logfile entry is used";
+  }
+  if (same_name(line->name, "server") && has_usable(line + 1, lines.end(), "server")) {
+    return "the entry stands again later";
+  }
+  if (same_name(line->name, "traceflags") && !is_trace_keyword(line->values.front())) {
+    return std::string("there is no such trace keyword; known are ") + trace_keywords;
+  }
+  return line->values.size() > 1 ? "only its first value is used" : "";
+}
+
+static std::string why_line_unused(const std::vector<ConfigLine> &lines, Line line) {
+  if (line->malformed) {
+    return "it is malformed; write NAME=VALUE";
+  }
+  if (!line->known) {
+    return "no entry of this name belongs here";
+  }
+  if (same_name(line->name, "maxoutconn")) {
+    return "write properties=CS_MAX_CONNECT=NUMBER in the [all] section instead";
+  }
+  return is_list(line->name) ? "" : why_single_unused(lines, line);
+}
+
 static void mark_lines(ConfigPart &part) {
   const bool is_all = same_name(part.name, "all");
   for (ConfigLine &line : part.lines) {
-    const bool known = is_all ? is_listed(all_entries, line.name) : is_listed(xa_entries, line.name);
-    if (line.ignored.empty() && !known) {
-      line.ignored = "no entry of this name belongs here";
-    } else if (line.ignored.empty() && line.values.size() > 1 && !same_name(line.name, "properties") &&
-               !same_name(line.name, "capabilities") && !same_name(line.name, "options")) {
-      line.ignored = "only its first value is used";
-    }
+    line.known = !line.malformed && (is_all ? is_listed(all_entries, line.name) : is_listed(xa_entries, line.name));
+  }
+  for (auto line = part.lines.begin(); line != part.lines.end(); ++line) {
+    line->ignored = why_line_unused(part.lines, line);
   }
 }
 
@@ -110,12 +158,14 @@ static void mark_parts(std::vector<ConfigPart> &parts, const std::string &lrm) {
   for (ConfigPart &part : parts) {
     const bool is_all = same_name(part.name, "all");
     const bool is_xa = same_name(part.name, "xa");
-    if (!is_all && !is_xa) {
+    if (!part.ignored.empty()) {
+      mark_lines(part);
+    } else if (!is_all && !is_xa) {
       part.ignored = "only sections [all] and [xa] are read";
     } else if (is_all && have_all) {
       part.ignored = "only the first [all] section is read";
     } else if (is_xa && !names_lrm(part, lrm)) {
-      part.ignored = part.ignored.empty() ? "it is another LRM's" : part.ignored;
+      part.ignored = "it is another LRM's";
     } else if (is_xa && have_xa) {
       part.ignored = "only the first [xa] section with this lrm is read";
     } else {
@@ -143,15 +193,20 @@ ConfigFile read_config(const std::string &lrm) {
 }
 
 std::optional<std::string> config_value(const ConfigFile &file, const std::string &part, const std::string &entry) {
+  std::optional<std::string> value;
   for (const ConfigPart &candidate : file.parts) {
     if (!candidate.ignored.empty() || !same_name(candidate.name, part)) {
       continue;
     }
     for (const ConfigLine &line : candidate.lines) {
-      if (same_name(line.name, entry) && !line.values.empty() && !line.values.front().empty()) {
-        return line.values.front();
+      if (same_name(line.name, entry) && is_usable(line)) {
+        value = value && same_name(entry, "logfile") ? value : line.values.front();
       }
     }
   }
-  return std::nullopt;
+  return value;
+}
+
+std::optional<std::string> log_entry(const ConfigFile &file) {
+  return config_value(file, "all", "logfile");
 }

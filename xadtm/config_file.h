@@ -11,7 +11,9 @@
 struct ConfigLine {
   std::string name;
   std::vector<std::string> values;
-  std::string ignored; /* why the library does not use it; empty when it may */
+  std::string ignored;    /* why the library does not use it; empty when it may */
+  bool malformed = false; /* its name is then the whole line */
+  bool known = false;     /* an entry of this name belongs into the part; asked for parts that are used only */
 };
 
 struct ConfigPart {
@@ -31,7 +33,9 @@ struct ConfigFile {
 ConfigFile read_config(const std::string &lrm);
 
 bool same_name(const std::string &left, const std::string &right);
-/* The first value of the entry in the part of that name which the library uses; nothing without it. */
+/* The value that the library uses of an entry in the part of that name; nothing without it. */
 std::optional<std::string> config_value(const ConfigFile &file, const std::string &part, const std::string &entry);
+/* The path of the logfile entry. */
+std::optional<std::string> log_entry(const ConfigFile &file);
 
 #endif /* XADTM_TOOL_CONFIG_FILE_H */

@@ -2,9 +2,11 @@
 #include <algorithm>
 #include <fstream>
 #include <iostream>
+#include <string_view>
 
 #include "call_tree.h"
 #include "commands.h"
+#include "open_string.h"
 #include "texts.h"
 
 namespace {
@@ -68,8 +70,14 @@ static std::string duration_of(const LogNode &call) {
   return seconds < 0 ? "  (the clock was set back)" : "  " + std::to_string(seconds) + " s";
 }
 
-/* Texts of verbs hold open strings. */
+/* What is quoted of an open string stands at the text's end. */
 static std::string shown(const std::string &text) {
+  for (const std::string_view mark : {"info: ", "open string "}) {
+    if (const size_t at = text.find(mark); at != std::string::npos) {
+      const size_t end = at + mark.size();
+      return printable(without_passwords(text.substr(0, end)) + masked_open_string(text.substr(end)));
+    }
+  }
   return printable(without_passwords(text));
 }
 

@@ -3,8 +3,8 @@
  */
 #include <exception>
 #include <iostream>
-#include <iterator>
 #include <string>
+#include <string_view>
 
 #include "commands.h"
 
@@ -13,6 +13,8 @@ namespace {
 struct Command {
   const char *name;
   int (*run)(const Arguments &arguments);
+  const char *options;
+  bool settles; /* its exit status tells what has been done, whatever becomes of the output */
 };
 
 }  // namespace
@@ -31,11 +33,13 @@ in doubt, reads trace logs. It works through libxadtm as a transaction manager d
   -o OPEN_STRING  what the transaction manager gives to xa_open, in quotes: "-NL1 -Uuser -Ppassword"
   --flavour F     whose switch record to use: mts, tux or txs (which it is unless given)
 
+The environment is that of the transaction manager: XACONFIGFILE, TARVEX, XALOGFILE; xadtm(1) explains more.
+
 check     shows where the configuration comes from, each option of the open string and each entry of the
           configuration file that is meant for its LRM, and what of that is ignored or rejected and why; then
           opens the resource manager (with the library's check that the server is ready), probes recovery and
           closes it. Passwords are never shown. What the library says while it does so goes to a private
-          temporary file, which check reads and removes: nothing is written to the log that the configuration
+          temporary file, which is gone afterwards: nothing is written to the log that the configuration
           or -L names, and no trace is shown.
           exit status: 0 a transaction manager can use it as it stands (remarks may be left), 1 it cannot,
           2 bad usage
@@ -48,10 +52,12 @@ branches  lists the branches in doubt of the open string's LRM: those that are p
 
 commit, rollback, forget
           settle the branch NAME, which is a branch name as branches lists it. The branch is shown, and a
-          question asked, which only "yes" answers; --yes answers it, and without it a terminal is needed.
+          question asked, which only "yes" answers; --yes answers it. Without it, input and output must be a
+          terminal.
           This goes past the transaction manager: settle a branch only when its outcome elsewhere is known.
-          exit status: 0 done, 1 the resource manager refused, or settled the branch otherwise, 2 bad usage
-          (nothing was tried), 3 there is no such branch, 4 the question was not answered with yes
+          exit status: 0 done, 1 the resource manager refused, 2 bad usage (nothing was tried), 3 there is no
+          such branch, 4 the question was not answered with yes, 5 the branch has another outcome already, by
+          which it was settled past the transaction manager, 6 it is not known whether it was done
 
 names     makes a branch name of an XID, and an XID of a branch name. FORMATID is a number, or 0x and
           hexadecimal digits; GTRID and BQUAL are hexadecimal digits; "-" is an empty BQUAL.
@@ -66,22 +72,51 @@ log       shows a trace log (traceflags, -T) by process and thread: the calls as
 )";
 
 static constexpr Command commands[] = {
-    {"check", check_command},       {"names", names_command},   {"log", log_command},
-    {"branches", branches_command}, {"commit", settle_command}, {"rollback", settle_command},
-    {"forget", settle_command},
+    {"check", check_command, "-o --flavour", false},
+    {"branches", branches_command, "-o --flavour --json", false},
+    {"commit", settle_command, "-o --flavour --yes", true},
+    {"rollback", settle_command, "-o --flavour --yes", true},
+    {"forget", settle_command, "-o --flavour --yes", true},
+    {"names", names_command, "", false},
+    {"log", log_command, "--failures", false},
 };
+
+/* An option that would do nothing is a mistake: somebody may rely on it. */
+static void check_options(const Command &command, const Arguments &arguments) {
+  for (const std::string &option : arguments.given) {
+    if (std::string_view(command.options).find(option) == std::string_view::npos) {
+      throw UsageError(option + " does not go with " + command.name +
+                       "; leave it out (xadtm --help lists the options)");
+    }
+  }
+}
+
+static int run_command(const Command &command, const Arguments &arguments) {
+  check_options(command, arguments);
+  const int status = command.run(arguments);
+  if (!std::cout.flush() && !command.settles) {
+    throw UsageError("the output cannot be written; look at the place that it goes to");
+  }
+  return status;
+}
+
+static int show_help() {
+  if (!(std::cout << help << std::flush)) {
+    throw UsageError("the output cannot be written; look at the place that it goes to");
+  }
+  return exit_done;
+}
 
 static int run(const Arguments &arguments) {
   if (arguments.help) {
-    std::cout << help;
-    return exit_done;
+    return show_help();
   }
   if (arguments.words.empty()) {
     throw UsageError("give a command; xadtm --help lists them");
   }
   for (const Command &command : commands) {
     if (arguments.words[0] == command.name) {
-      return command.run(arguments);
+      return run_command(command, arguments);
     }
   }
   throw UsageError("there is no such command; xadtm --help lists them");
@@ -95,12 +130,7 @@ static int complain(const std::exception &error, int status) {
 
 int main(int argc, char **argv) {
   try {
-    const int status = run(read_arguments(argc, argv));
-    std::cout.flush();
-    if (!std::cout) {
-      throw UsageError("the output cannot be written; look at the place that it goes to");
-    }
-    return status;
+    return run(read_arguments(argc, argv));
   } catch (const UsageError &error) {
     return complain(error, exit_usage);
   } catch (const std::exception &error) {

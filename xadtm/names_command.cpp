@@ -1,35 +1,40 @@
 /* names_command.cpp - xadtm names: XIDs to branch names and back. */
-#include <charconv>
+#include <cstdint>
 #include <iostream>
+#include <optional>
 
 #include "branch_name.h"
+#include "branch_text.h"
 #include "commands.h"
+#include "hex_text.h"
 #include "texts.h"
-
-template <typename Number>
-static bool is_number(std::string_view text, int base, Number &number) {
-  const char *end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number, base);
-  return !text.empty() && error == std::errc() && stop == end;
-}
+#include "xid_bytes.h"
 
 static int32_t format_of(std::string_view text) {
-  int32_t number = 0;
-  uint32_t bits = 0;
-  if (text.starts_with("0x") && is_number(text.substr(2), 16, bits)) {
-    return static_cast<int32_t>(bits);
-  }
-  if (!is_number(text, 10, number)) {
+  const std::optional<int32_t> number = integer_of(text);
+  if (!number) {
     throw UsageError(
         "the formatID is no number of 32 bits; give one from -2147483648 to 2147483647, or 0x and up to "
         "eight hexadecimal digits");
   }
-  return number;
+  return *number;
+}
+
+static std::string bytes_of(std::string_view digits, const std::string &what) {
+  if (digits == "-") {
+    return "";
+  }
+  const std::optional<std::string> bytes = bytes_of_hex(digits);
+  if (!bytes) {
+    throw UsageError("the " + what +
+                     " is no row of pairs of hexadecimal digits; write two digits a byte, as in 54310a");
+  }
+  return *bytes;
 }
 
 static void encode(const std::vector<std::string> &words) {
   check_lrm(words[5]);
-  const XID xid = make_xid(format_of(words[2]), bytes_of_hex(words[3], "gtrid"), bytes_of_hex(words[4], "bqual"));
+  const XID xid = make_xid(format_of(words[2]), bytes_of(words[3], "gtrid"), bytes_of(words[4], "bqual"));
   std::cout << branch_name(xid, words[5]) << '\n';
 }
 

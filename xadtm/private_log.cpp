@@ -4,14 +4,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
+#include <sstream>
 #include <string_view>
 
 #include "commands.h"
 #include "log_file.h"
-#include "texts.h"
 #include "xadtm.h"
 
 namespace {
@@ -22,6 +22,9 @@ struct Advice {
 };
 
 }  // namespace
+
+static constexpr const char *cannot_list =
+    "the server did not list its branches in full; see whether it is still recovering, then check again";
 
 static constexpr Advice advices[] = {
     {"No $XACONFIGFILE or $TARVEX found",
@@ -40,7 +43,7 @@ static constexpr Advice advices[] = {
      "correct the spelling, or move it to the entry (properties, capabilities, options) and section it belongs to"},
     {"Maximum number of connections", "remove -C, and write properties=CS_MAX_CONNECT=NUMBER in the [all] section"},
     {"Maximum number of", "remove settings: nine properties, nine options and 53 capabilities are kept"},
-    {"failed!",
+    {"(CS_SET, ",
      "the client library or the server does not take this setting; if the configuration names it, remove it there or "
      "give another value"},
     {"lrm invalid", "give every lrm entry a name of 1 to 31 characters"},
@@ -59,31 +62,50 @@ static constexpr Advice advices[] = {
     {"Unable to determine DTM", "look after the server: it did not answer the question whether DTM is on"},
     {"Connect(", "see that the server runs and the interfaces file leads to it, and that user and password are right"},
     {"Only one type", "give --flavour the one that was used before"},
+    {"start scan result", cannot_list},
+    {"scan termination failed", cannot_list},
+    {"XIDs could", cannot_list},
+    {"No status result to confirm", cannot_list},
+    {"not named as a branch", "whoever made it works without a transaction manager; look at it at the server"},
+    {"without failover", "nothing is wrong unless the server has another one to fail over to"},
+    {"open string", "the next line tells what is wrong with it"},
 };
 
-static std::string advice_for(std::string_view text) {
+static constexpr const char *usual_advice =
+    "set traceflags=all in the [all] section and run xadtm branches; xadtm log FILE --failures then shows what led to "
+    "it";
+
+/* Servers and client libraries say themselves what to do, as far as they know it. */
+static std::string advice_for(const LogRecord &record) {
+  if (record.text.find("Msg: ") != std::string::npos) {
+    return "";
+  }
   const auto *found = std::find_if(std::begin(advices), std::end(advices),
-                                   [&](const Advice &row) { return text.find(row.part) != std::string_view::npos; });
-  return found == std::end(advices) ? "" : found->advice;
+                                   [&](const Advice &row) { return record.text.find(row.part) != std::string::npos; });
+  if (found != std::end(advices)) {
+    return found->advice;
+  }
+  return record.type == "Error" || record.type == "Fatal Error" ? usual_advice : "";
 }
 
 PrivateLog::PrivateLog() {
   std::error_code error;
-  path_ = (std::filesystem::temp_directory_path(error) / "xadtm.XXXXXX").string();
-  const int file = error ? -1 : mkstemp(path_.data());
-  if (file < 0) {
+  std::string path = (std::filesystem::temp_directory_path(error) / "xadtm.XXXXXX").string();
+  file_ = error ? -1 : mkstemp(path.data());
+  if (file_ < 0) {
     throw Refused("no temporary file can be made; look at the folder for such files, or set TMPDIR to another one");
   }
-  close(file);
-  if (xalog_open_file(path_.c_str()) != 1) {
-    unlink(path_.c_str());
+  const bool opened = xalog_open_file(path.c_str()) == 1;
+  unlink(path.c_str());
+  if (!opened) {
+    close(file_);
     throw Refused("the temporary file cannot be used; look at the folder for such files and its space");
   }
   static_cast<void>(xacmn_log_trace_add("event"));
 }
 
 PrivateLog::~PrivateLog() {
-  unlink(path_.c_str());
+  close(file_);
 }
 
 /* Traces, reports that are shown as results, and what the library says about itself. */
@@ -96,36 +118,31 @@ static bool is_chatter(const LogRecord &record) {
          (record.type == "Message" && record.text.find("(CS_SET, ") != std::string::npos);
 }
 
-static std::string replaced(std::string text, const std::string &part, const std::string &by) {
-  for (size_t at = text.find(part); !part.empty() && at != std::string::npos; at = text.find(part, at + by.size())) {
-    text.replace(at, part.size(), by);
+static std::string contents_of(int file) {
+  std::string text;
+  std::array<char, 4096> buffer{};
+  ssize_t got = 0;
+  while ((got = pread(file, buffer.data(), buffer.size(), static_cast<off_t>(text.size()))) > 0) {
+    text.append(buffer.data(), static_cast<size_t>(got));
   }
   return text;
 }
 
-/* A message that quotes the open string does so at its end; it may be cut anywhere, so it goes as a whole. */
-static std::string without_secrets(std::string text, const std::vector<std::string> &passwords) {
-  static constexpr std::string_view quote = "open string ";
-  if (const size_t at = text.find(quote); at != std::string::npos) {
-    text.resize(at + quote.size() - 1);
-  }
-  for (const std::string &password : passwords) {
-    text = replaced(std::move(text), password, "***");
-  }
-  return printable(without_passwords(text));
+static std::string trimmed(const std::string &text) {
+  return text.substr(0, text.find_last_not_of(" \n") + 1);
 }
 
-std::vector<Heard> PrivateLog::read(const std::vector<std::string> &passwords) const {
+std::vector<Heard> PrivateLog::read(const Discretion &discretion) const {
   std::vector<Heard> all;
-  std::ifstream stream(path_, std::ios::binary);
+  std::istringstream stream(contents_of(file_));
   LogFile file(stream);
   for (LogRecord record; file.next(record);) {
     if (is_chatter(record)) {
       continue;
     }
-    Heard heard{record.type.ends_with("trace") ? "Warning" : record.type, without_secrets(record.text, passwords),
-                advice_for(record.text)};
-    if (std::none_of(all.begin(), all.end(), [&](const Heard &other) { return other.text == heard.text; })) {
+    Heard heard{record.type.ends_with("trace") ? "Warning" : record.type, discretion.of_library(record.text),
+                advice_for(record), trimmed(record.text)};
+    if (std::none_of(all.begin(), all.end(), [&](const Heard &other) { return other.said == heard.said; })) {
       all.push_back(std::move(heard));
     }
   }

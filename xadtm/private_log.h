@@ -7,17 +7,20 @@
 #include <string>
 #include <vector>
 
-/* One message, fit to be shown, and what to do about it (may be empty). */
+#include "discretion.h"
+
+/* One message of the library. */
 struct Heard {
   std::string type;
-  std::string text;
-  std::string advice;
+  std::string text;   /* fit to be shown */
+  std::string advice; /* what to do about it; may be empty */
+  std::string said;   /* as the library said it, passwords and all: only to be compared with */
 };
 
 /*
  * Opens a temporary file as the process's log, before the library would open another one: a process has one log, so
- * the file that the configuration or -L names is left alone. The file is readable by its owner only, and removed when
- * this ends. Refused settings are written as event traces only, so these are switched on.
+ * the file that the configuration or -L names is left alone. The file has no name any more once it is open, so nothing
+ * is left of it however the process ends. Refused settings are written as event traces only, so these are switched on.
  */
 class PrivateLog {
  public:
@@ -26,11 +29,11 @@ class PrivateLog {
   PrivateLog(const PrivateLog &) = delete;
   PrivateLog &operator=(const PrivateLog &) = delete;
 
-  /* Errors, warnings and messages, each once, without the open string and without these passwords. */
-  std::vector<Heard> read(const std::vector<std::string> &passwords) const;
+  /* Errors, warnings and messages, each once. */
+  std::vector<Heard> read(const Discretion &discretion) const;
 
  private:
-  std::string path_;
+  int file_ = -1;
 };
 
 #endif /* XADTM_TOOL_PRIVATE_LOG_H */

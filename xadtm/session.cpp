@@ -8,8 +8,7 @@
 
 #include "branch_name.h"
 #include "commands.h"
-#include "open_string.h"
-#include "texts.h"
+#include "discretion.h"
 #include "xadtm.h"
 
 const xa_switch_t &switch_of(const std::string &flavour) {
@@ -57,14 +56,19 @@ static int32_t open_quietly(const xa_switch_t &xa, const std::string &info, std:
   return code;
 }
 
+std::vector<OpenOption> options_of(const Arguments &arguments) {
+  return read_open_string(open_string_of(arguments), arguments.flavour == "mts");
+}
+
 Session::Session(const Arguments &arguments) : xa_(switch_of(arguments.flavour)) {
   const std::string &info = open_string_of(arguments);
-  lrm_ = last_value(read_open_string(info), 'N');
+  const std::vector<OpenOption> options = options_of(arguments);
+  lrm_ = stored_value(options, 'N');
   check_lrm(lrm_);
   std::string errors;
   const int32_t code = open_quietly(xa_, info, errors);
-  if (!errors.empty()) {
-    std::cerr << without_passwords(errors) << '\n';
+  for (const std::string &line : Discretion(info, options).of_errors(errors)) {
+    std::cerr << line << '\n';
   }
   if (code != XA_OK) {
     throw Refused("the resource manager cannot be opened: " + code_text(code) +

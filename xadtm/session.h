@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "arguments.h"
+#include "open_string.h"
 #include "xa.h"
 
 inline constexpr int32_t tool_rmid = 1;
@@ -19,6 +20,9 @@ std::string code_text(int32_t code);
 
 /* The open string of -o; throws UsageError when it is missing or longer than the XA standard allows. */
 const std::string &open_string_of(const Arguments &arguments);
+
+/* The options of the open string, as the flavour takes them. */
+std::vector<OpenOption> options_of(const Arguments &arguments);
 
 /* Closes the resource manager when it ends. */
 class Session {

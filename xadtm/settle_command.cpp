@@ -7,8 +7,11 @@
 
 #include "branch_name.h"
 #include "commands.h"
+#include "hex_text.h"
 #include "session.h"
+#include "settle_outcome.h"
 #include "texts.h"
+#include "xid_bytes.h"
 
 static int32_t settle(const xa_switch_t &xa, const std::string &verb, const XID &xid) {
   if (verb == "commit") {
@@ -18,40 +21,7 @@ static int32_t settle(const xa_switch_t &xa, const std::string &verb, const XID 
                             : xa.xa_forget_entry(&xid, tool_rmid, TMNOFLAGS);
 }
 
-static bool is_done(const std::string &verb, int32_t code) {
-  return code == XA_OK || (verb == "rollback" && code >= XA_RBBASE && code <= XA_RBEND);
-}
-
-static const char *advice(const std::string &verb, int32_t code) {
-  if (verb == "forget" && code == XAER_NOTA) {
-    return "only branches that were settled past their transaction manager can be forgotten; xadtm commit or rollback "
-           "settles one that is prepared";
-  }
-  switch (code) {
-    case XA_HEURCOM:
-      return "it had been committed before, past its transaction manager; xadtm forget removes it from the list";
-    case XA_HEURRB:
-      return "it had been rolled back before, past its transaction manager; xadtm forget removes it from the list";
-    case XA_HEURMIX:
-    case XA_HEURHAZ:
-      return "parts of it may have been committed and others rolled back; look at the data, then xadtm forget removes "
-             "it from the list";
-    case XA_RETRY:
-      return "it cannot be settled now; try again later";
-    case XAER_NOTA:
-      return "the server does not know it any more; xadtm branches shows what is left";
-    case XAER_PROTO:
-      return "its state does not allow that: only prepared branches can be committed, and only those that were settled "
-             "past their transaction manager forgotten";
-    case XAER_RMFAIL:
-    case XAER_RMERR:
-      return "it is not known what became of it; xadtm check tells whether the server can be reached, and xadtm "
-             "branches whether the branch is still there";
-    default:
-      return "the library's log tells more; xadtm log FILE --failures shows it";
-  }
-}
-
+/* Nothing is to be settled that could not be shown. */
 static void show(const XID &xid, const std::string &name) {
   std::cout << "branch   " << printable(name) << '\n';
   std::cout << "formatID " << xid.formatID << '\n';
@@ -60,13 +30,45 @@ static void show(const XID &xid, const std::string &name) {
   std::cout
       << "This goes past the transaction manager. If it decides otherwise, or has decided otherwise elsewhere, the "
          "data of the resource managers will not agree.\n";
+  if (!std::cout.flush()) {
+    throw UsageError("the branch cannot be shown, and nothing was done; look at the place that the output goes to");
+  }
 }
 
+/* Whether the question can be both seen and answered. */
+static bool can_ask() {
+  return isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1;
+}
+
+/* A line that was cut off is no answer. */
 static bool is_confirmed(const std::string &verb) {
   std::cout << "Type yes to " << verb << " it: " << std::flush;
   std::string answer;
-  std::getline(std::cin, answer);
-  return answer == "yes";
+  return std::getline(std::cin, answer) && !std::cin.eof() && answer == "yes";
+}
+
+/* The exit status tells the outcome even when the output has come to nothing meanwhile. */
+static int report(const std::string &verb, int32_t code) {
+  const std::string result = std::string("xa_").append(verb).append(": ").append(code_text(code)).append("\n");
+  if (!(std::cout << result << std::flush)) {
+    std::cerr << result;
+    std::cout.clear();
+  }
+  const SettleOutcome outcome = settle_outcome(verb, code);
+  if (outcome.status != exit_done) {
+    std::cerr << "xadtm: " << outcome.message << '\n';
+  }
+  return outcome.status;
+}
+
+/* Whether the branch is there to be settled; says why not. */
+static bool is_there(const Session &session, const NamedBranch &branch) {
+  const std::vector<XID> xids = session.in_doubt();
+  if (std::any_of(xids.begin(), xids.end(), [&](const XID &xid) { return same_xid(xid, branch.xid); })) {
+    return true;
+  }
+  std::cerr << "xadtm: there is no branch of this name in doubt; xadtm branches lists those that are\n";
+  return false;
 }
 
 int settle_command(const Arguments &arguments) {
@@ -76,7 +78,7 @@ int settle_command(const Arguments &arguments) {
   }
   const NamedBranch branch = read_branch_name(arguments.words[1]);
   open_string_of(arguments);
-  if (!arguments.yes && isatty(STDIN_FILENO) == 0) {
+  if (!arguments.yes && !can_ask()) {
     throw UsageError("there is no terminal to ask at, and nothing was done; --yes answers the question beforehand");
   }
   const Session session(arguments);
@@ -85,9 +87,7 @@ int settle_command(const Arguments &arguments) {
               << "; give the open string that names it with -N\n";
     return exit_no_branch;
   }
-  const std::vector<XID> xids = session.in_doubt();
-  if (std::none_of(xids.begin(), xids.end(), [&](const XID &xid) { return same_xid(xid, branch.xid); })) {
-    std::cerr << "xadtm: there is no branch of this name in doubt; xadtm branches lists those that are\n";
+  if (!is_there(session, branch)) {
     return exit_no_branch;
   }
   show(branch.xid, arguments.words[1]);
@@ -95,12 +95,5 @@ int settle_command(const Arguments &arguments) {
     std::cout << "\nNothing was done, since the answer was not yes.\n";
     return exit_not_sure;
   }
-  const int32_t code = settle(session.xa(), verb, branch.xid);
-  std::cout << "xa_" << verb << ": " << code_text(code) << '\n';
-  if (is_done(verb, code)) {
-    return exit_done;
-  }
-  std::cout.flush();
-  std::cerr << "xadtm: " << verb << " was not done: " << advice(verb, code) << '\n';
-  return exit_refused;
+  return report(verb, settle(session.xa(), verb, branch.xid));
 }

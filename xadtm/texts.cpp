@@ -2,42 +2,11 @@
 #include "texts.h"
 
 #include <cctype>
-#include <charconv>
 
-#include "commands.h"
-
-static constexpr char digits_of_hex[] = "0123456789abcdef";
+#include "hex_text.h"
 
 static bool is_printing(unsigned char c) {
   return c >= ' ' && c != 0x7F;
-}
-
-std::string hex_of(std::string_view bytes) {
-  std::string out;
-  out.reserve(2 * bytes.size());
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    out += {digits_of_hex[byte >> 4], digits_of_hex[byte & 15]};
-  }
-  return out;
-}
-
-std::string bytes_of_hex(std::string_view digits, const std::string &what) {
-  std::string bytes;
-  if (digits == "-") {
-    return bytes;
-  }
-  for (size_t at = 0; at < digits.size(); at += 2) {
-    const std::string_view pair = digits.substr(at, 2);
-    unsigned value = 0;
-    const char *end = pair.data() + pair.size();
-    if (pair.size() != 2 || std::from_chars(pair.data(), end, value, 16).ptr != end) {
-      throw UsageError("the " + what +
-                       " is no row of pairs of hexadecimal digits; write two digits a byte, as in 54310a");
-    }
-    bytes.push_back(static_cast<char>(value));
-  }
-  return bytes;
 }
 
 std::string json_text(std::string_view text) {
@@ -47,7 +16,7 @@ std::string json_text(std::string_view text) {
     if (c == '"' || c == '\\') {
       out += {'\\', c};
     } else if (!is_printing(byte) || byte >= 0x80) {
-      out.append("\\u00").append({digits_of_hex[byte >> 4], digits_of_hex[byte & 15]});
+      out.append("\\u00").append(hex_of({&c, 1}));
     } else {
       out += c;
     }
@@ -63,6 +32,26 @@ std::string printable(std::string_view text) {
   return out;
 }
 
+static bool is_blank(char c) {
+  return std::isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+static size_t skip(std::string_view text, size_t at, bool blanks) {
+  while (at < text.size() && is_blank(text[at]) == blanks) {
+    ++at;
+  }
+  return at;
+}
+
+/* Where the password ends that begins at the place: it may stand behind white space by mistake. */
+static size_t password_end(std::string_view text, size_t at) {
+  if (at == text.size() || !is_blank(text[at])) {
+    return skip(text, at, false);
+  }
+  const size_t next = skip(text, at, true);
+  return next == text.size() || text[next] == '-' ? at : skip(text, next, false);
+}
+
 std::string without_passwords(std::string_view text) {
   std::string out;
   for (size_t at = 0; at < text.size(); ++at) {
@@ -72,9 +61,37 @@ std::string without_passwords(std::string_view text) {
     }
     out += text[++at];
     out += "***";
-    while (at + 1 < text.size() && std::isspace(static_cast<unsigned char>(text[at + 1])) == 0) {
-      ++at;
-    }
+    at = password_end(text, at + 1) - 1;
   }
   return out;
+}
+
+std::string lower_case(std::string_view text) {
+  std::string out(text);
+  for (char &c : out) {
+    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
+  return out;
+}
+
+std::string replaced(std::string text, std::string_view part, std::string_view by) {
+  for (size_t at = text.find(part); !part.empty() && at != std::string::npos; at = text.find(part, at + by.size())) {
+    text.replace(at, part.size(), by);
+  }
+  return text;
+}
+
+static bool is_part_of_word(char c) {
+  return c == '_' || std::isalnum(static_cast<unsigned char>(c)) != 0;
+}
+
+bool holds_word(std::string_view text, std::string_view word) {
+  for (size_t at = text.find(word); !word.empty() && at != std::string_view::npos; at = text.find(word, at + 1)) {
+    const size_t end = at + word.size();
+    const bool begins = at == 0 || !is_part_of_word(text[at - 1]) || !is_part_of_word(word.front());
+    if (begins && (end == text.size() || !is_part_of_word(text[end]) || !is_part_of_word(word.back()))) {
+      return true;
+    }
+  }
+  return false;
 }

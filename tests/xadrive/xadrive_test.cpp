@@ -5,59 +5,27 @@
  * one.
  */
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
+
+#include "programs.h"
 
 namespace {
 
-struct Playing {
-  int status = -1;
-  std::string output;
-};
-
-std::string scratch(const std::string &name) {
-  return testing::TempDir() + name + "." + std::to_string(getpid());
-}
-
-Playing run_command(const std::string &command) {
-  Playing run;
-  std::FILE *pipe = popen((command + " 2>&1").c_str(), "r");
-  if (pipe == nullptr) {
-    return run;
-  }
-  std::array<char, 4096> buffer{};
-  while (const size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
-    run.output.append(buffer.data(), got);
-  }
-  const int ended = pclose(pipe);
-  run.status = WIFEXITED(ended) ? WEXITSTATUS(ended) : -1;
-  return run;
-}
-
-Playing run_xadrive(const std::string &arguments) {
+Outcome run_xadrive(const std::string &arguments) {
   const std::string log = scratch("xadrive.log");
-  Playing run = run_command("XACONFIGFILE=" SCRIPTS "/xa_config XALOGFILE=" + log + " " XADRIVE " " + arguments);
+  Outcome run = run_command("XACONFIGFILE=" SCRIPTS "/xa_config XALOGFILE=" + log + " " XADRIVE " " + arguments);
   std::filesystem::remove(log);
   return run;
 }
 
-Playing run_script(const std::string &text) {
+Outcome run_script(const std::string &text) {
   const std::string path = scratch("script");
-  std::ofstream(path) << text;
-  Playing run = run_xadrive(path);
+  write_text(path, text);
+  Outcome run = run_xadrive(path);
   std::filesystem::remove(path);
   return run;
-}
-
-bool holds(const Playing &run, const std::string &text) {
-  return run.output.find(text) != std::string::npos;
 }
 
 }  // namespace
@@ -103,7 +71,7 @@ TEST(Scripts, bad_lines_are_all_named_before_anything_runs) {
   for (const Row &row : rows) {
     text += std::string(row.line) + "\n";
   }
-  const Playing run = run_script(text);
+  const Outcome run = run_script(text);
   EXPECT_EQ(run.status, 2);
   int number = 0;
   for (const Row &row : rows) {
@@ -116,7 +84,7 @@ TEST(Scripts, bad_lines_are_all_named_before_anything_runs) {
       EXPECT_NE(message.find(row.message), std::string::npos) << row.line << "\n" << message;
     }
   }
-  EXPECT_FALSE(holds(run, "=> XA")) << "nothing may have run\n" << run.output;
+  EXPECT_FALSE(run.says("=> XA")) << "nothing may have run\n" << run.output;
 }
 
 TEST(Usage, what_cannot_run_ends_with_2_and_says_why) {
@@ -132,40 +100,40 @@ TEST(Usage, what_cannot_run_ends_with_2_and_says_why) {
       {"--lib-dir /nonexistent --flavour tux " SCRIPTS "/branches.xas", "/nonexistent/libtrvcommon.so"},
   };
   for (const Row &row : rows) {
-    const Playing run = run_xadrive(row.arguments);
+    const Outcome run = run_xadrive(row.arguments);
     EXPECT_EQ(run.status, 2) << row.arguments;
-    EXPECT_TRUE(holds(run, row.message)) << run.output;
+    EXPECT_TRUE(run.says(row.message)) << run.output;
   }
 }
 
 TEST(Scripts, first_differing_result_ends_the_run) {
-  const Playing run = run_script("flavour tux\n\nclose 7 => XA_OK  # nothing was opened\necho never\n");
+  const Outcome run = run_script("flavour tux\n\nclose 7 => XA_OK  # nothing was opened\necho never\n");
   EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(holds(run, "3: @main close 7 TMNOFLAGS => XAER_PROTO\n")) << run.output;
-  EXPECT_TRUE(holds(run, ":3: @main close 7 TMNOFLAGS: expected XA_OK, got XAER_PROTO\n")) << run.output;
-  EXPECT_FALSE(holds(run, "never")) << run.output;
+  EXPECT_TRUE(run.says("3: @main close 7 TMNOFLAGS => XAER_PROTO\n")) << run.output;
+  EXPECT_TRUE(run.says(":3: @main close 7 TMNOFLAGS: expected XA_OK, got XAER_PROTO\n")) << run.output;
+  EXPECT_FALSE(run.says("never")) << run.output;
 }
 
 TEST(Scripts, background_difference_is_found) {
-  const Playing run =
+  const Outcome run =
       run_script("flavour tux\n@a& sleep 0.05\n@a& close 1 => XA_OK\n@a& echo never\nwait a\necho never\n");
   EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(holds(run, ":3: @a close 1 TMNOFLAGS: expected XA_OK, got XAER_PROTO\n")) << run.output;
-  EXPECT_FALSE(holds(run, "never")) << run.output;
+  EXPECT_TRUE(run.says(":3: @a close 1 TMNOFLAGS: expected XA_OK, got XAER_PROTO\n")) << run.output;
+  EXPECT_FALSE(run.says("never")) << run.output;
 }
 
 TEST(Scripts, missing_xids_of_a_scan_are_a_difference) {
-  const Playing run = run_script(
+  const Outcome run = run_script(
       "flavour tux\nserver bank1\nuser bank1 sa secret\nopen 1 \"-NL1 -Usa -Psecret -Sbank1\" => XA_OK\n"
       "start 1 X1\nend 1 X1 TMSUCCESS\nprepare 1 X1 => XA_OK\nrecover 1 9 TMSTARTRSCAN => 1 X2\n");
   EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(holds(run, ":8: @main recover 1 9 TMSTARTRSCAN: expected 1 X2, got 1 X1\n")) << run.output;
+  EXPECT_TRUE(run.says(":8: @main recover 1 9 TMSTARTRSCAN: expected 1 X2, got 1 X1\n")) << run.output;
 }
 
 class Flavours : public testing::TestWithParam<const char *> {};
 
 TEST_P(Flavours, branch_script_plays_as_expected) {
-  const Playing run = run_xadrive(std::string("--flavour ").append(GetParam()).append(" " SCRIPTS "/branches.xas"));
+  const Outcome run = run_xadrive(std::string("--flavour ").append(GetParam()).append(" " SCRIPTS "/branches.xas"));
   EXPECT_EQ(run.status, 0) << run.output;
 }
 
@@ -178,18 +146,18 @@ TEST_P(Flavours, sql_runs_where_the_library_has_published_a_connection) {
               "\nserver bank1\nuser bank1 sa secret\nopen 1 \"-NL0 -n L1 -nL1 -Usa -Psecret -Sbank1 -kk1\" => XA_OK\n"
               "sql 1 \"select 1\" => none\nstart 1 X1 => XA_OK\n");
   const std::string query = R"(sql 1 "select value from master.dbo.sysconfigures where name = \"enable DTM\"")";
-  const Playing good = run_script(head + query + " => ok \"1\"\nsql 1 \"no such thing\" => failed\n" +
+  const Outcome good = run_script(head + query + " => ok \"1\"\nsql 1 \"no such thing\" => failed\n" +
                                   "end 1 X1 TMSUCCESS => XA_OK\nrollback 1 X1 => XA_OK\n");
   EXPECT_EQ(good.status, 0) << good.output;
-  EXPECT_TRUE(holds(good, " => ok\n    1\n")) << good.output;
-  EXPECT_TRUE(holds(good, "\"no such thing\" => failed\n    message ")) << good.output;
+  EXPECT_TRUE(good.says(" => ok\n    1\n")) << good.output;
+  EXPECT_TRUE(good.says("\"no such thing\" => failed\n    message ")) << good.output;
 
-  const Playing bad = run_script(head + query + " => ok \"1\" \"2\"\n");
+  const Outcome bad = run_script(head + query + " => ok \"1\" \"2\"\n");
   EXPECT_EQ(bad.status, 1);
-  EXPECT_TRUE(holds(bad, ": expected ok \"1\" \"2\", got ok \"1\"\n")) << bad.output;
-  const Playing lost = run_script(head + "break bank1\n" + query + " => failed\n");
+  EXPECT_TRUE(bad.says(": expected ok \"1\" \"2\", got ok \"1\"\n")) << bad.output;
+  const Outcome lost = run_script(head + "break bank1\n" + query + " => failed\n");
   EXPECT_EQ(lost.status, 0) << lost.output;
-  EXPECT_TRUE(holds(lost, "\n    client library: ct_send: the session has broken off")) << lost.output;
+  EXPECT_TRUE(lost.says("\n    client library: ct_send: the session has broken off")) << lost.output;
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Flavours, testing::Values("mts", "tux", "txs"),
@@ -197,12 +165,10 @@ INSTANTIATE_TEST_SUITE_P(All, Flavours, testing::Values("mts", "tux", "txs"),
 
 TEST(Example, two_banks_plays_and_leaves_its_trace_log) {
   const std::string log = scratch("two_banks.log");
-  const Playing run =
+  const Outcome run =
       run_command("XACONFIGFILE=" EXAMPLES "/xa_config XALOGFILE=" + log + " " XADRIVE " " EXAMPLES "/two_banks.xas");
   EXPECT_EQ(run.status, 0) << run.output;
-  EXPECT_TRUE(holds(run, "trace log: " + log + "\n")) << run.output;
-  std::ifstream file(log);
-  const std::string trace{std::istreambuf_iterator<char>(file), {}};
-  EXPECT_NE(trace.find("[xa_recover/"), std::string::npos) << "the log holds no trace of the scan";
+  EXPECT_TRUE(run.says("trace log: " + log + "\n")) << run.output;
+  EXPECT_NE(text_of(log).find("[xa_recover/"), std::string::npos) << "the log holds no trace of the scan";
   std::filesystem::remove(log);
 }

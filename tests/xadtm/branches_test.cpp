@@ -1,34 +1,16 @@
 /* branches_test.cpp - branches in doubt at a server: listed, committed, rolled back and forgotten. */
 #include <gtest/gtest.h>
-#include <pty.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
+#include "terminal.h"
 #include "tool.h"
 
 namespace {
 
-/* Runs a command at a terminal of its own, types the answer, and gives back what the terminal showed. */
+/* Runs a command at a terminal, types the answer, and gives back what the terminal showed. */
 Outcome run_at_terminal(const Site &site, const std::string &command, const std::string &answer) {
-  Outcome outcome;
-  int terminal = -1;
-  const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
-  if (child == 0) {
-    const std::string whole =
-        "cd '" + site.at("") + "' && export TARVEX=. XACONFIGFILE=xa_config XALOGFILE=xa.log && " + command;
-    execl("/bin/sh", "sh", "-c", whole.c_str(), static_cast<char *>(nullptr));
-    _exit(127);
-  }
-  EXPECT_EQ(write(terminal, answer.data(), answer.size()), static_cast<ssize_t>(answer.size()));
-  char c = 0;
-  while (read(terminal, &c, 1) == 1) {
-    outcome.output += c;
-  }
-  int ended = 0;
-  waitpid(child, &ended, 0);
-  close(terminal);
-  outcome.status = WIFEXITED(ended) ? WEXITSTATUS(ended) : -1;
-  return outcome;
+  Terminal terminal(site.there(command));
+  terminal.type(answer);
+  return terminal.finish();
 }
 
 TEST(Branches, are_listed_as_table_and_json) {
@@ -90,9 +72,9 @@ TEST(Settle, outcomes_reach_the_server_and_show_in_the_exit_status) {
       {"commit 5841_l34_og_:L1 --yes", 0, "xa_commit: XA_OK (0)"},
       {"commit 5841_l34_og_:L1 --yes", 3, "no branch of this name"},
       {"rollback 5841_l38_og_:L1 --yes", 0, "xa_rollback: XA_OK (0)"},
-      {"commit 5841_l3c_og_:L1 --yes", 1, "XA_HEURCOM (7)\nxadtm: commit was not done: it had been committed before"},
+      {"commit 5841_l3c_og_:L1 --yes", 5, "XA_HEURCOM (7)\nxadtm: commit was not done: it had been committed before"},
       {"forget 5841_l3c_og_:L1 --yes", 0, "xa_forget: XA_OK (0)"},
-      {"commit 5841_l3g_og_:L1 --yes", 1, "XA_HEURRB (6)\nxadtm: commit was not done: it had been rolled back before"},
+      {"commit 5841_l3g_og_:L1 --yes", 5, "XA_HEURRB (6)\nxadtm: commit was not done: it had been rolled back before"},
       {"forget 5841_l3k_og_:L1 --yes", 1, "xa_forget: XAER_NOTA (-4)\nxadtm: forget was not done: only branches that"},
       {"commit 5841_l3o_og_:L1 --yes", 3, "no branch of this name"},
   };
@@ -100,7 +82,7 @@ TEST(Settle, outcomes_reach_the_server_and_show_in_the_exit_status) {
     const Outcome outcome = site.xadtm(words);
     EXPECT_EQ(outcome.status, status) << words << ": " << outcome.output;
     EXPECT_TRUE(outcome.says(message)) << words << ": " << outcome.output;
-    EXPECT_EQ(outcome.says("goes past the transaction manager"), status < 2) << outcome.output;
+    EXPECT_EQ(outcome.says("goes past the transaction manager"), status != 3) << outcome.output;
   }
   const std::string left = site.branches();
   EXPECT_EQ(left.find("l34"), std::string::npos);
@@ -114,14 +96,21 @@ TEST(Settle, only_yes_at_a_terminal_goes_on) {
   const Site site;
   site.prepare({"T1.a"});
   const std::string command = XADTM " rollback 5841_l34_og_:L1 -o '-NL1 -Uteller -PtopSecret'";
-  const Outcome piped = site.run("echo yes | " + command);
-  EXPECT_EQ(piped.status, 2);
-  EXPECT_TRUE(piped.says("no terminal")) << piped.output;
-  for (const char *answer : {"no\n", "y\n", "YES\n", "yes please\n", "\n", "\x04"}) {
+  const Outcome unasked[] = {
+      site.run("echo yes | " + command),
+      run_at_terminal(site, command + " > unseen; status=$?; cat unseen; exit $status", "yes\n"),
+  };
+  for (const Outcome &outcome : unasked) {
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_TRUE(outcome.says("no terminal")) << outcome.output;
+  }
+  for (const char *answer : {"no\n", "y\n", "YES\n", "yes please\n", "\n", "\x04", "yes\x04\x04"}) {
     const Outcome refused = run_at_terminal(site, command, answer);
     EXPECT_EQ(refused.status, 4) << answer << refused.output;
     EXPECT_TRUE(refused.says("Type yes to rollback it")) << refused.output;
   }
+  EXPECT_TRUE(Terminal(site.there(command)).await("Type yes")); /* which hangs up */
+  EXPECT_EQ(site.run(command + " --yes > /dev/full").status, 2);
   EXPECT_NE(site.branches().find("prepared"), std::string::npos);
   EXPECT_EQ(run_at_terminal(site, command, "yes\n").status, 0);
   EXPECT_EQ(site.branches().find("prepared"), std::string::npos);
@@ -138,10 +127,15 @@ TEST(Settle, what_cannot_be_tried_is_refused) {
       {"commit" + good, 2, "write commit NAME"},
       {"forget 5841_l34_og_:L1 more" + good, 2, "write forget NAME"},
       {"rollback T1.a" + good, 2, "formatID"},
+      {"rollback ''" + good, 2, "ends within its formatID"},
+      {"rollback '5841_l34_og_:L1 '" + good, 2, "LRM name"},
+      {"rollback ' 5841_l34_og_:L1'" + good, 2, "eight hexadecimal digits"},
+      {"rollback 5841_l34_og_:L1/5841_l38_og_:L1" + good, 3, "belongs to the LRM L1/5841"},
+      {"forget -- -5841_l34_og_:L1 --yes", 2, "write forget NAME"},
       {"commit 5841_l34_og_:L1 --yes", 2, "give the open string"},
       {"branches", 2, "give the open string"},
       {"branches -o '-Uteller -PtopSecret'", 2, "LRM name"},
-      {"branches more" + good, 2, "no further words"},
+      {"branches more -o -NL1", 2, "no further words"},
       {"branches -o '" + std::string(256, 'x') + "'", 2, "shorten it"},
       {"commit 5841_l34_og_:L1 --yes -o '-NL1 -Uteller -Pwrong'", 1, "XAER_RMERR (-3); xadtm check"},
       {"branches -o '-NL1 -Uteller -Pwrong'", 1, "XAER_RMERR (-3); xadtm check"},
@@ -151,7 +145,7 @@ TEST(Settle, what_cannot_be_tried_is_refused) {
     EXPECT_EQ(outcome.status, status) << command << ": " << outcome.output;
     EXPECT_TRUE(outcome.says(message)) << command << ": " << outcome.output;
   }
-  const Outcome lost = site.run("XACONFIGFILE=/nowhere/xa_config " XADTM " branches" + good);
+  const Outcome lost = site.run("XACONFIGFILE=/nowhere/xa_config " XADTM " branches -o '-NL1 -Uteller -P topSecret'");
   EXPECT_EQ(lost.status, 1);
   EXPECT_TRUE(lost.says("/nowhere/xa_config")) << lost.output;
   EXPECT_FALSE(lost.says("topSecret")) << lost.output;

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 
+#include "serving.h"
 #include "tool.h"
 
 namespace {
@@ -49,7 +50,8 @@ TEST(Check, unused_parts_of_the_open_string_are_named) {
   const std::pair<std::string, std::string> rows[] = {
       {"-NL9 -NL1", "  -N L9  LRM name; not used: the option stands again later\n"},
       {"-NL1 -Sbank1", "server: bank1, from -S; the configuration's server entry is not used\n"},
-      {"-NL1 -Txyz", "  -T xyz  trace keyword; ignored: there is no such trace keyword\n"},
+      {"-NL1 -topSecret",
+       "  -T (value not shown)  trace keyword; ignored: there is no such trace keyword; known are xa"},
       {"-NL1 -XtopSecret", "  -X (value not shown)  ignored: there is no such option\n"},
       {"-NL1 -XtopSecret", "Message: flag -X not recognized\n    -> remove the option"},
       {"-NL1 -XtopSecret", "Warning: invalid open string\n"},
@@ -57,6 +59,9 @@ TEST(Check, unused_parts_of_the_open_string_are_named) {
       {"-NL1 -Lother.log -Lthird.log", "  -L third.log  log file; not used: only the first -L is\n"},
       {"-NL1 -Lother.log", "log: other.log, from -L\n"},
       {"-NL1 topSecret", "  text that belongs to no option is ignored"},
+      {"-NL1 -p topSecret",
+       "not used: the option stands again later; a password stands directly behind -P, without white space\n"},
+      {"-NL1 --PtopSecret -", "  -- (value not shown)  ignored: there is no such option\n"},
       {"-NL1 -Lx-PtopSecret", "  -L x-P***  log file; it holds -P, which needs white space before it\n"},
   };
   for (const auto &[options, line] : rows) {
@@ -83,21 +88,107 @@ TEST(Check, unused_parts_of_the_configuration_are_named) {
         "  [other]  <- not used: only sections [all] and [xa] are read\n",
         "  [all]  <- not used: only the first [all] section is read\n",
         "  [xa]  <- not used: only the first [xa] section with this lrm is read\n",
-        "    nosuch\n      1\n      <- ignored: no entry of this name belongs here\n    logfile",
+        "    nosuch\n      (value not shown)\n      <- ignored: no entry of this name belongs here\n    logfile",
         "      y.log\n      <- ignored: only its first value is used\n",
         "      CS_TIMEOUT=abc  <- not in force: Unknown value abc for Context Property: CS_TIMEOUT, ignored\n",
-        "      CS_TIMEOUT=60\n", "      CS_NOPE=1  <- not in force: Context Property CS_NOPE not supported, ignored\n",
-        "    nosuch\n      1\n      <- ignored: no entry of this name belongs here\n    properties\n",
+        "      CS_TIMEOUT=60\n",
+        "      CS_NOPE=(value not shown)  <- not in force: Context Property CS_NOPE not supported, ignored\n",
+        "    nosuch\n      (value not shown)\n      <- ignored: no entry of this name belongs here\n    properties\n",
         "      CS_TDS_VERSION=5.0\n",
         "      CS_DATA_NOBIT=perhaps  <- not in force: Unknown value perhaps for Capability: CS_DATA_NOBIT, ignored\n",
-        "      CS_OPT_ROWCOUNT=5\n      CS_PACKETSIZE=512  <- not in force: Option CS_PACKETSIZE not supported, "
-        "ignored\n",
+        "      CS_OPT_ROWCOUNT=5\n",
+        "      CS_PACKETSIZE=(value not shown)  <- not in force: Option CS_PACKETSIZE not supported, ignored\n",
         "    -> remove the entry, and write properties=CS_MAX_CONNECT=NUMBER in the [all] section\n",
         "log: x.log, from the configuration's logfile entry\n"}) {
     EXPECT_TRUE(outcome.says(line)) << line << "is missing in\n" << outcome.output;
   }
   expect_discreet(site, outcome);
   EXPECT_FALSE(std::filesystem::exists(site.at("x.log")));
+}
+
+TEST(Check, configured_twice_or_in_vain_is_named) {
+  const Site site;
+  site.write("xa_config",
+             "[all]\nlogfile=\nlogfile=a.log\nlogfile=b.log\ntraceflags=topSecret\nmaxoutconn=3\n"
+             "properties=CS_PACKETSIZE=512,cs_timeout=Abc\n[xa]\nlrm=L1\nserver=elsewhere\nserver=bank1\n"
+             "properties=CS_PACKETSIZE=512\n");
+  const Outcome outcome = check(site, "-NL1 -Uteller -PtopSecret -Ta");
+  EXPECT_EQ(outcome.status, 0) << outcome.output;
+  for (const char *line :
+       {"    logfile\n      <- ignored: it has no value\n    logfile\n      a.log\n    logfile\n      b.log\n"
+        "      <- ignored: only the first logfile entry is used\n",
+        "      <- ignored: there is no such trace keyword; known are xa", "      <- ignored: write properties=CS_MAX_C",
+        "      CS_PACKETSIZE=(value not shown)  <- not in force: Context Property CS_PACKETSIZE not supported",
+        "      cs_timeout=Abc  <- not in force: Unknown value Abc for Context Property: CS_TIMEOUT, ignored\n",
+        "      elsewhere\n      <- ignored: the entry stands again later\n", "      CS_PACKETSIZE=512\nserver: bank1, ",
+        "  -T a  trace keyword; not used: the configuration's traceflags", "log: a.log, from the configuration's"}) {
+    EXPECT_TRUE(outcome.says(line)) << line << " is missing in\n" << outcome.output;
+  }
+  expect_discreet(site, outcome);
+}
+
+/* The library takes options after an error for not given, and every "-L" for the log's. */
+TEST(Check, the_open_string_is_read_as_the_library_reads_it) {
+  const Site site;
+  struct {
+    std::string open_string;
+    int status;
+    std::string line;
+  } const rows[] = {
+      {"-NL1 -Uteller -PtopSecret -V12 -NL7", 0, "  -N L7  LRM name; not used: an option before it is wrong\n"},
+      {"-NL1 -Uteller -PtopSecret -V11", 0, "  -V 11  version; refused: write -V11 with white space behind it"},
+      {"-NL1 -V11 -Uteller -PtopSecret", 0, "  -V 11  version\n"},
+      {"-Uuser-log/in -NL1 -PtopSecret -Lx", 1, "log: (path not shown), from \"-L\" within another option\n"},
+      {"-NL1 -Uteller -Ptop-lSecret", 1, "log: (path not shown), from \"-L\" within another option\n"},
+  };
+  for (const auto &[open_string, status, line] : rows) {
+    const Outcome outcome = check(site, open_string);
+    EXPECT_EQ(outcome.status, status) << open_string << ": " << outcome.output;
+    EXPECT_TRUE(outcome.says(line)) << open_string << ": " << outcome.output;
+    EXPECT_FALSE(outcome.says("ecret")) << outcome.output;
+  }
+  site.prepare({"T1.a"});
+  EXPECT_TRUE(site.run(XADTM " branches -o '-NL1 -Uteller -PtopSecret -V12 -NL7'").says("5841_l34_og_:L1\n"));
+}
+
+/* What is hidden must not tell by its absence what the password is. */
+TEST(Check, passwords_are_kept_however_they_are_chosen_and_misplaced) {
+  const Site site;
+  site.write("pw",
+             "[all]\npassword=topSecret\nproperties=CS_PASSWORD=topSecret,CS_TIMEOUT=topSecret,topSecret\n"
+             "[xa]\nlrm=L1\nserver=bank1\nlogin=-Uteller -P topSecret\ntopSecret=1\n[xa]\npassword topSecret\n");
+  for (const std::string flavour : {"mts", "tux", "txs"}) {
+    for (const std::string password : {"-PtopSecret", "-P topSecret", "-xtopSecret"}) {
+      const Outcome outcome = check(site, "-NL1 -Uteller " + password, "XACONFIGFILE=pw", "--flavour " + flavour);
+      EXPECT_FALSE(outcome.says("topSecret")) << outcome.output;
+      EXPECT_TRUE(outcome.says("CS_TIMEOUT=(value not shown)  <- not in force")) << outcome.output;
+      EXPECT_TRUE(
+          outcome.says("  [xa]  <- not used: it holds a malformed line; mend that\n    password (rest not shown)"))
+          << outcome.output;
+    }
+  }
+  const std::string expected = check(site, "-NL1 -Uteller -Pwrong").output;
+  for (const std::string password : {"teller", "L1", "bank1", "a", "o"}) {
+    EXPECT_EQ(check(site, "-NL1 -Uteller -P" + password).output, expected) << password;
+  }
+  const Outcome word = check(site, "-NL1 -Uteller -Prefused");
+  EXPECT_TRUE(word.says("  Message: (not shown, since the password may stand in it)\n")) << word.output;
+  for (const std::string odd : {"-P topSecret", "topSecret", "-P\ntopSecret", "-xtopSecret", "-Px-ltopSecret/x"}) {
+    for (const std::string environment : {"XALOGFILE=stderr", "XALOGFILE=/nowhere/x", "XACONFIGFILE=nowhere"}) {
+      const Outcome outcome = site.run(environment + " " XADTM " branches -o '-NL1 -V12 " + odd + "'");
+      EXPECT_EQ(outcome.status, 1) << outcome.output;
+      EXPECT_FALSE(outcome.says("topSecret")) << outcome.output;
+    }
+  }
+}
+
+/* A server that takes the connection and then says nothing; the check is killed while it waits. */
+TEST(Check, nothing_is_left_of_the_private_log_when_it_is_killed) {
+  const Site site;
+  const SilentServer silent(site);
+  const Outcome outcome = check(site, "-NL1 -Uteller -PtopSecret", "timeout -s KILL 1 env");
+  EXPECT_NE(outcome.status, 0) << outcome.output;
+  expect_discreet(site, outcome);
 }
 
 /* The client library's refusals of settings are in no log unless events are traced. */

@@ -4,21 +4,15 @@
  * usage: leave_branches OPEN_STRING < names; "T1.a" is the branch "a" of the global transaction "T1". The libraries are
  * linked, since AddressSanitizer does not know the functions of libraries that a program loads later.
  */
-#include <algorithm>
 #include <iostream>
 #include <string>
 
 #include "xadtm.h"
+#include "xid_bytes.h"
 
-static XID xid_of(const std::string &name) {
+static XID named_xid(const std::string &name) {
   const size_t dot = name.find('.');
-  const std::string data = name.substr(0, dot) + name.substr(dot + 1);
-  XID xid{};
-  xid.formatID = 0x5841;
-  xid.gtrid_length = static_cast<int32_t>(dot);
-  xid.bqual_length = static_cast<int32_t>(data.size() - dot);
-  std::copy(data.begin(), data.end(), xid.data);
-  return xid;
+  return xid_of(0x5841, name.substr(0, dot), name.substr(dot + 1));
 }
 
 static bool prepare(const xa_switch_t &xa, const XID &xid) {
@@ -32,7 +26,7 @@ int main(int argc, char **argv) {
     return 1;
   }
   for (std::string name; std::cin >> name;) {
-    if (!prepare(xa, xid_of(name))) {
+    if (!prepare(xa, named_xid(name))) {
       return 1;
     }
   }

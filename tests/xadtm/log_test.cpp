@@ -1,17 +1,15 @@
 /* log_test.cpp - xadtm log, on logs made by hand and on one that the library wrote. */
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 
 #include "tool.h"
 
 namespace {
 
 Outcome log_of(const std::string &text, const std::string &options = "") {
-  const std::string path = testing::TempDir() + "xadtm_log." + std::to_string(getpid());
-  std::ofstream(path, std::ios::binary) << text;
+  const std::string path = scratch("xadtm_log");
+  write_text(path, text);
   Outcome outcome = xadtm("log " + path + " " + options);
   std::filesystem::remove(path);
   return outcome;
@@ -72,6 +70,25 @@ TEST(Log, failures_come_with_what_led_to_them_and_nothing_else) {
             "2026/01/02 03:04:04  xa_open  FAILED  XAER_RMERR  rmid: 1, flags:[], info: -NL1 -p*** -UU\n\n"
             "calls: 6, failed: 2, without a return: 0, returns without their beginning: 0, lines that could not be "
             "read: 0\n");
+}
+
+TEST(Log, passwords_are_masked_in_every_form) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"rmid: 1, flags:[], info: -NL1 -pSECRET -UU", "rmid: 1, flags:[], info: -NL1 -p*** -UU"},
+      {"rmid: 1, flags:[], info: -NL1 -P SECRET SECRET -", "info: -NL1 -P *** *** -"},
+      {"rmid: 1, flags:[], info: SE-CRET -xSECRET -L.log", "info: ***-C*** -x*** -L.log"},
+      {"rmid: 1, flags:[], info: <nil>", "info: <nil>"},
+      {"rmid: 1, flags:[], info: -NL1\n-PSECRET\nSECRET", "info: -NL1\n"},
+  };
+  for (const auto &[given, shown] : rows) {
+    const Outcome outcome = log_of(line(1, "xa_open", "XA trace: Enter") + line(1, "xa_open", "XA trace: " + given) +
+                                   line(1, "x", "Error: Invalid open string -P SECRET -NL1 -SECRET -xSECRET") +
+                                   line(1, "x", "Error: LRM Name Too long, Truncated:\n\tL1-PSECRET") +
+                                   line(1, "x", "Message: it was -P SECRET"));
+    EXPECT_TRUE(outcome.says(shown)) << given << ": " << outcome.output;
+    EXPECT_TRUE(outcome.says("Invalid open string -P *** -NL1 -SECRET -x***\n")) << outcome.output;
+    EXPECT_TRUE(outcome.says("L1-P***\n") && outcome.says("it was -P***\n")) << outcome.output;
+  }
 }
 
 /* A failed call inside one that did not fail is shown in its place. */
@@ -149,13 +166,13 @@ TEST(Log, files_that_cannot_be_read_are_refused) {
 }
 
 TEST(Log, the_librarys_own_log_is_understood) {
-  const std::string folder = testing::TempDir() + "xadtm_own." + std::to_string(getpid());
+  const std::string folder = scratch("xadtm_own");
   std::filesystem::create_directory(folder);
-  std::ofstream(folder + "/xa_config") << "[all]\ntraceflags=all\n[xa]\nlrm=L1\nserver=bank1\n";
-  std::ofstream(folder + "/script")
-      << "flavour txs\nserver bank1\nuser bank1 sa secret\nopen 1 \"-NL1 -Usa -Psecret\"\n"
-         "start 1 X1\nend 1 X1 TMSUCCESS\nprepare 1 X1\n@other open 1 \"-NL1 -Usa -Psecret\"\n"
-         "@other rollback 1 X9\ncommit 1 X1\nclose 1\n";
+  write_text(folder + "/xa_config", "[all]\ntraceflags=all\n[xa]\nlrm=L1\nserver=bank1\n");
+  write_text(folder + "/script",
+             "flavour txs\nserver bank1\nuser bank1 sa secret\nopen 1 \"-NL1 -Usa -Psecret\"\n"
+             "start 1 X1\nend 1 X1 TMSUCCESS\nprepare 1 X1\n@other open 1 \"-NL1 -Usa -Psecret\"\n"
+             "@other rollback 1 X9\ncommit 1 X1\nclose 1\n");
   ASSERT_EQ(run_command("cd " + folder + " && XACONFIGFILE=xa_config XALOGFILE=log " XADRIVE " script").status, 0);
   const Outcome all = xadtm("log " + folder + "/log");
   EXPECT_TRUE(all.says("  xa_commit  XA_OK  0 s  rmid: 1, flags:[] XID: 22593.2.1 5831 31")) << all.output;

@@ -79,6 +79,12 @@ TEST(CommandLine, wrong_words_are_refused_and_never_shown) {
       {"branches -o -NL1 -Usa -Psecret", "put that in quotes"},
       {"branches -o", "-o takes"},
       {"branches --flavour secret", "mts, tux or txs"},
+      {"check --json -o -NL1", "--json does not go with check; leave it out"},
+      {"check --yes -o -NL1", "--yes does not go with check"},
+      {"branches --yes -o -NL1", "--yes does not go with branches"},
+      {"forget x --failures -o -NL1", "--failures does not go with forget"},
+      {"names decode x --flavour=tux", "--flavour does not go with names"},
+      {"log x --open -NL1", "-o does not go with log"},
   });
   EXPECT_FALSE(xadtm("secret").says("secret"));
   EXPECT_FALSE(xadtm("branches -o -NL1 -Usa -Psecret").says("secret"));

@@ -1,41 +1,15 @@
-/* tool.cpp - programs run through a shell, their output and exit status. */
+/* tool.cpp - a folder such as an operator has, made by the programs that an operator uses. */
 #include "tool.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-
-Outcome run_command(const std::string &command) {
-  Outcome run;
-  std::FILE *pipe = popen(("{ " + command + "; } 2>&1").c_str(), "r");
-  if (pipe == nullptr) {
-    return run;
-  }
-  std::array<char, 4096> buffer{};
-  while (const size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
-    run.output.append(buffer.data(), got);
-  }
-  const int ended = pclose(pipe);
-  run.status = WIFEXITED(ended) ? WEXITSTATUS(ended) : -1;
-  return run;
-}
 
 Outcome xadtm(const std::string &arguments) {
   return run_command(XADTM " " + arguments);
 }
 
-std::string text_of(const std::string &path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-Site::Site() : folder_(testing::TempDir() + "xadtm_site." + std::to_string(getpid())) {
+Site::Site() : folder_(scratch("xadtm_site")) {
   std::filesystem::remove_all(folder_);
   std::filesystem::create_directories(folder_);
   write("interfaces", "bank1 = embedded:" + at("bank1") + "\n");
@@ -49,11 +23,15 @@ Site::~Site() {
 }
 
 void Site::write(const std::string &name, const std::string &text) const {
-  std::ofstream(at(name), std::ios::binary) << text;
+  write_text(at(name), text);
+}
+
+std::string Site::there(const std::string &command) const {
+  return "cd '" + folder_ + "' && export TARVEX=. XACONFIGFILE=xa_config XALOGFILE=xa.log && " + command;
 }
 
 Outcome Site::run(const std::string &command) const {
-  return run_command("cd '" + folder_ + "' && export TARVEX=. XACONFIGFILE=xa_config XALOGFILE=xa.log && " + command);
+  return run_command(there(command));
 }
 
 Outcome Site::xadtm(const std::string &arguments) const {

@@ -5,20 +5,10 @@
 #include <string>
 #include <vector>
 
-struct Outcome {
-  int status = -1;
-  std::string output; /* of both streams */
+#include "programs.h"
 
-  bool says(const std::string &text) const { return output.find(text) != std::string::npos; }
-};
-
-/* Runs a shell command. */
-Outcome run_command(const std::string &command);
 /* Runs xadtm with the arguments, as a shell takes them. */
 Outcome xadtm(const std::string &arguments);
-
-/* A file's whole text. */
-std::string text_of(const std::string &path);
 
 /* A folder with a server's folder, the interfaces file that leads to it, and a configuration. */
 class Site {
@@ -30,7 +20,8 @@ class Site {
 
   std::string at(const std::string &name) const { return folder_ + "/" + name; }
   void write(const std::string &name, const std::string &text) const;
-  /* Runs a shell command in the folder, with the environment of an application of the server. */
+  /* The shell command as it is run in the folder, with the environment of an application of the server. */
+  std::string there(const std::string &command) const;
   Outcome run(const std::string &command) const;
   /* Runs xadtm with the arguments and a good open string. */
   Outcome xadtm(const std::string &arguments) const;

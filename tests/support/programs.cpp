@@ -1,0 +1,42 @@
+/* programs.cpp - programs run through a shell, which joins their two output streams. */
+#include "programs.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+
+Outcome run_command(const std::string &command) {
+  Outcome run;
+  std::FILE *pipe = popen(("{ " + command + "; } 2>&1").c_str(), "r");
+  if (pipe == nullptr) {
+    return run;
+  }
+  std::array<char, 4096> buffer{};
+  while (const size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
+    run.output.append(buffer.data(), got);
+  }
+  run.status = exit_status(pclose(pipe));
+  return run;
+}
+
+int exit_status(int wait_status) {
+  return WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : -1;
+}
+
+std::string scratch(const std::string &name) {
+  return testing::TempDir() + name + "." + std::to_string(getpid());
+}
+
+void write_text(const std::string &path, const std::string &text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+std::string text_of(const std::string &path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}

@@ -1,0 +1,34 @@
+/*
+ * check_reports.h - the parts of the check's report: the open string, the configuration, and where the log goes.
+ *
+ * What the library passes over silently is found by its rules; what it complains about is taken from what it said.
+ */
+#ifndef XADTM_TOOL_CHECK_REPORTS_H
+#define XADTM_TOOL_CHECK_REPORTS_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "config_file.h"
+#include "discretion.h"
+#include "open_string.h"
+#include "private_log.h"
+
+/* What is checked, and what is known about it once it has been tried. */
+struct Findings {
+  const std::string &open_string;
+  const std::string &flavour;
+  const std::vector<OpenOption> &options;
+  const ConfigFile &config;
+  const std::vector<Heard> &heard;
+  const Discretion &discretion;
+};
+
+void report_options(const Findings &findings);
+void report_config(const Findings &findings);
+void report_server(const Findings &findings);
+/* False when the log cannot be opened, which makes xa_open fail. */
+bool report_log(const Findings &findings);
+
+#endif /* XADTM_TOOL_CHECK_REPORTS_H */
