@@ -6,27 +6,28 @@
 
 namespace {
 
-constinit OpenRms mts_memory{};
-constinit OpenRms tux_memory{};
-// Under TXS a thread is an identity of its own, and what it has open ends with it.
-constinit thread_local OpenRms txs_memory{};
+constinit Identity mts_identity{};
+constinit Identity tux_identity{};
+// Under TXS a thread is an identity of its own, and what it has open ends with it. The loader makes room for it at a
+// thread's first open, close or refused verb, unless the bridge was loaded with the program.
+constinit thread_local Identity txs_identity{};
 
-#define XADTM_LP64_FLAVOUR(Flavour, prefix, rms)                                                       \
-  struct Flavour {                                                                                     \
-    static OpenRms &memory() { return rms; }                                                           \
-    static constexpr NarrowRm rm = {memory, prefix##_xa_open, prefix##_xa_close, prefix##_xa_recover}; \
-    static constexpr BranchVerb start = prefix##_xa_start;                                             \
-    static constexpr BranchVerb end = prefix##_xa_end;                                                 \
-    static constexpr BranchVerb rollback = prefix##_xa_rollback;                                       \
-    static constexpr BranchVerb prepare = prefix##_xa_prepare;                                         \
-    static constexpr BranchVerb commit = prefix##_xa_commit;                                           \
-    static constexpr BranchVerb forget = prefix##_xa_forget;                                           \
-    static constexpr auto complete = prefix##_xa_complete;                                             \
+#define XADTM_LP64_FLAVOUR(Flavour, prefix, its_identity)                                                \
+  struct Flavour {                                                                                       \
+    static Identity &identity() { return its_identity; }                                                 \
+    static constexpr NarrowRm rm = {identity, prefix##_xa_open, prefix##_xa_close, prefix##_xa_recover}; \
+    static constexpr BranchVerb start = prefix##_xa_start;                                               \
+    static constexpr BranchVerb end = prefix##_xa_end;                                                   \
+    static constexpr BranchVerb rollback = prefix##_xa_rollback;                                         \
+    static constexpr BranchVerb prepare = prefix##_xa_prepare;                                           \
+    static constexpr BranchVerb commit = prefix##_xa_commit;                                             \
+    static constexpr BranchVerb forget = prefix##_xa_forget;                                             \
+    static constexpr auto complete = prefix##_xa_complete;                                               \
   };
 
-XADTM_LP64_FLAVOUR(Mts, trv_mts, mts_memory)
-XADTM_LP64_FLAVOUR(Tux, trv_tux, tux_memory)
-XADTM_LP64_FLAVOUR(Txs, trv_txs, txs_memory)
+XADTM_LP64_FLAVOUR(Mts, trv_mts, mts_identity)
+XADTM_LP64_FLAVOUR(Tux, trv_tux, tux_identity)
+XADTM_LP64_FLAVOUR(Txs, trv_txs, txs_identity)
 
 template <typename Flavour>
 int wide_open(const char *info, int rmid, long flags) {
@@ -46,13 +47,13 @@ int wide_verb(const xadtm_lp64_xid *xid, int rmid, long flags) {
   if (!names_a_branch(xid) || !narrow_flags(flags, narrow)) {
     return XAER_INVAL;
   }
-  XID branch;
+  PaddedXid branch;
   narrow_xid(*xid, branch);
-  const int32_t answer = Verb(&branch, rmid, narrow);
+  const int32_t answer = Verb(&branch.xid, rmid, narrow);
   if (answer != XAER_INVAL) [[likely]] {
     return answer;
   }
-  return after_refusal(Flavour::rm, Verb, Accepted, branch, rmid, narrow);
+  return after_refusal(Flavour::rm, Verb, Accepted, branch.xid, rmid, narrow);
 }
 
 template <typename Flavour>

@@ -9,14 +9,27 @@ constexpr int32_t chunk_size = 32;
 
 enum class Reopened { yes, failed, never_open };
 
-// Opens a resource manager again that the manager has open. When libxadtm has it open, too, that changes nothing.
+// Opens a resource manager again that the manager has open. When libxadtm has it open, too, that changes nothing. A
+// close in another thread may come in between: then nothing stays open that nobody would close.
 Reopened reopen(const NarrowRm &rm, int32_t rmid) {
+  OpenRms &open_rms = rm.identity().open_rms;
   OpenString info;
-  if (!rm.memory().recall(rmid, info)) {
-    return Reopened::never_open;
+  switch (open_rms.recall(rmid, info)) {
+    case Memory::nothing:
+      return Reopened::never_open;
+    case Memory::unusable:
+      return Reopened::failed;
+    case Memory::open:
+      break;
   }
-  const bool opened = info.kept() && rm.open(info.text, rmid, TMNOFLAGS) == XA_OK;
-  return opened ? Reopened::yes : Reopened::failed;
+  if (rm.open(info.text, rmid, TMNOFLAGS) != XA_OK) {
+    return Reopened::failed;
+  }
+  if (open_rms.recall(rmid, info) != Memory::open) {
+    static_cast<void>(rm.close("", rmid, TMNOFLAGS));
+    return Reopened::failed;
+  }
+  return Reopened::yes;
 }
 
 int32_t never_inval(int32_t code) {
@@ -49,77 +62,10 @@ int32_t recover_chunk(const NarrowRm &rm, XID *xids, int32_t count, int32_t rmid
   return (flags & TMSTARTRSCAN) != 0 ? recover_again(rm, xids, count, rmid, flags, found) : XAER_RMFAIL;
 }
 
-}  // namespace
-
-bool AcceptedFlags::has(int32_t flags) const {
-  for (uint32_t i = 0; i < count; ++i) {
-    if (words[i] == flags) {
-      return true;
-    }
-  }
-  return false;
-}
-
-int32_t open_and_remember(const NarrowRm &rm, const char *info, int32_t rmid, int32_t flags) {
-  if (info == nullptr) {
-    return rm.open(info, rmid, flags);
-  }
-  OpenRms &memory = rm.memory();
-  OpenString string;
-  string.set(info);
-  // The place is kept before anything is opened, so that what is open can be remembered.
-  OpenRms::Reservation slot = OpenRms::none;
-  if (!memory.remembers(rmid, string)) {
-    slot = memory.reserve(rmid, string);
-    if (slot == OpenRms::none) {
-      return XAER_RMERR;
-    }
-  }
-  const int32_t opened = rm.open(info, rmid, flags);
-  if (opened != XA_OK) {
-    if (slot != OpenRms::none) {
-      memory.cancel(slot);
-    }
-    return opened;
-  }
-  if (slot == OpenRms::none && !memory.renew(rmid, string)) {
-    slot = memory.reserve(rmid, string);  // another thread closed it meanwhile, and a place is free
-  }
-  if (slot != OpenRms::none) {
-    memory.publish(slot);
-  }
-  return XA_OK;
-}
-
-int32_t close_and_forget(const NarrowRm &rm, const char *info, int32_t rmid, int32_t flags) {
-  OpenRms &memory = rm.memory();
-  const OpenRms::Ticket opened_before = memory.now();
-  const int32_t closed = rm.close(info, rmid, flags);
-  if (closed == XA_OK) {
-    memory.forget(rmid, opened_before);
-  }
-  return closed;
-}
-
-int32_t after_refusal(const NarrowRm &rm, BranchVerb verb, const AcceptedFlags &accepted, const XID &xid, int32_t rmid,
-                      int32_t flags) {
-  if (!accepted.has(flags)) {
-    return XAER_INVAL;
-  }
-  switch (reopen(rm, rmid)) {
-    case Reopened::never_open:
-      return XAER_INVAL;
-    case Reopened::failed:
-      return XAER_RMFAIL;
-    case Reopened::yes:
-      break;
-  }
-  return never_inval(verb(&xid, rmid, flags));
-}
-
-int32_t recover_in_chunks(const NarrowRm &rm, xadtm_lp64_xid *xids, long count, int32_t rmid, int32_t flags) {
+// The call's scan, chunk by chunk. `stored` is what was stored when it broke off, too.
+int32_t scan_once(const NarrowRm &rm, xadtm_lp64_xid *xids, long count, int32_t rmid, int32_t flags, long &stored) {
   XID chunk[chunk_size];
-  long stored = 0;
+  stored = 0;
   int32_t chunk_flags = flags & ~TMENDRSCAN;
   while (stored < count) {
     const long left = count - stored;
@@ -143,13 +89,93 @@ int32_t recover_in_chunks(const NarrowRm &rm, xadtm_lp64_xid *xids, long count, 
   return static_cast<int32_t>(stored);
 }
 
-int32_t end_scan(const NarrowRm &rm, int32_t rmid) {
-  XID dropped;
-  int32_t ended = rm.recover(&dropped, 1, rmid, TMENDRSCAN);
-  if (was_refused(ended, TMENDRSCAN)) {
-    ended = recover_again(rm, &dropped, 1, rmid, TMENDRSCAN, ended);
-  }
+// What the manager failed to open is not unknown to it: verbs will answer XAER_RMFAIL until it is open or closed.
+void note_failed_open(OpenRms &open_rms, int32_t rmid) {
   OpenString info;
-  const bool none_open = ended == XAER_PROTO && rm.memory().recall(rmid, info);
-  return ended >= 0 || none_open ? 0 : ended;
+  if (open_rms.recall(rmid, info) == Memory::nothing) {
+    static_cast<void>(open_rms.remember(rmid, OpenString("")));
+  }
+}
+
+}  // namespace
+
+bool AcceptedFlags::has(int32_t flags) const {
+  for (uint32_t i = 0; i < count; ++i) {
+    if (words[i] == flags) {
+      return true;
+    }
+  }
+  return false;
+}
+
+int32_t open_and_remember(const NarrowRm &rm, const char *info, int32_t rmid, int32_t flags) {
+  if (info == nullptr) {
+    return rm.open(info, rmid, flags);
+  }
+  OpenRms &open_rms = rm.identity().open_rms;
+  if (!open_rms.has_place(rmid)) {
+    return XAER_RMERR;
+  }
+  const int32_t opened = rm.open(info, rmid, flags);
+  if (opened != XA_OK) {
+    note_failed_open(open_rms, rmid);
+    return opened;
+  }
+  if (!open_rms.remember(rmid, OpenString(info))) {
+    static_cast<void>(rm.close("", rmid, TMNOFLAGS));  // other threads have taken the places meanwhile
+    return XAER_RMERR;
+  }
+  return XA_OK;
+}
+
+int32_t close_and_forget(const NarrowRm &rm, const char *info, int32_t rmid, int32_t flags) {
+  OpenRms &open_rms = rm.identity().open_rms;
+  const OpenRms::Slots slots = open_rms.begin_close(rmid);
+  const int32_t closed = rm.close(info, rmid, flags);
+  open_rms.end_close(slots, closed == XA_OK);
+  return closed;
+}
+
+int32_t after_refusal(const NarrowRm &rm, BranchVerb verb, const AcceptedFlags &accepted, const XID &xid, int32_t rmid,
+                      int32_t flags) {
+  if (!accepted.has(flags)) {
+    return XAER_INVAL;
+  }
+  switch (reopen(rm, rmid)) {
+    case Reopened::never_open:
+      return XAER_INVAL;
+    case Reopened::failed:
+      return XAER_RMFAIL;
+    case Reopened::yes:
+      break;
+  }
+  return never_inval(verb(&xid, rmid, flags));
+}
+
+int32_t recover_in_chunks(const NarrowRm &rm, xadtm_lp64_xid *xids, long count, int32_t rmid, int32_t flags) {
+  const ScanScope scan(rm.identity().scans, rmid);
+  if (!scan.is_alone()) {
+    return XAER_RMERR;
+  }
+  long stored = 0;
+  int32_t answer = scan_once(rm, xids, count, rmid, flags, stored);
+  if (answer < 0 && stored > 0 && (flags & TMSTARTRSCAN) != 0) {
+    answer = scan_once(rm, xids, count, rmid, flags, stored);  // the caller has not seen any of it yet
+  }
+  // Behind the first chunk these are no mistake of the manager's: the scan was lost.
+  const bool lost = stored > 0 && (answer == XAER_PROTO || answer == XAER_INVAL);
+  return lost ? XAER_RMFAIL : answer;
+}
+
+int32_t end_scan(const NarrowRm &rm, int32_t rmid) {
+  const ScanScope scan(rm.identity().scans, rmid);
+  if (!scan.is_alone()) {
+    return XAER_RMERR;
+  }
+  XID dropped;
+  const int32_t ended = rm.recover(&dropped, 1, rmid, TMENDRSCAN);
+  // Whatever else is the matter, no scan is open any more.
+  OpenString info;
+  const bool is_known = ended < 0 && rm.identity().open_rms.recall(rmid, info) != Memory::nothing;
+  return ended >= 0 || is_known ? 0 : ended;
 }

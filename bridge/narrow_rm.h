@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "open_rms.h"
+#include "scans.h"
 #include "xa.h"
 
 // The flag words that libxadtm accepts for a verb.
@@ -24,8 +25,14 @@ inline constexpr AcceptedFlags recover_flags = {4, {TMNOFLAGS, TMSTARTRSCAN, TME
 
 using BranchVerb = int32_t (*)(const XID *xid, int32_t rmid, int32_t flags);
 
+// What the bridge remembers of a thread identity.
+struct Identity {
+  OpenRms open_rms;
+  Scans scans;
+};
+
 struct NarrowRm {
-  OpenRms &(*memory)();  // the calling thread identity's
+  Identity &(*identity)();  // the calling thread's
   int32_t (*open)(const char *info, int32_t rmid, int32_t flags);
   int32_t (*close)(const char *info, int32_t rmid, int32_t flags);
   int32_t (*recover)(XID *xids, int32_t count, int32_t rmid, int32_t flags);
@@ -40,5 +47,5 @@ int32_t close_and_forget(const NarrowRm &rm, const char *info, int32_t rmid, int
                                     int32_t rmid, int32_t flags);
 
 int32_t recover_in_chunks(const NarrowRm &rm, xadtm_lp64_xid *xids, long count, int32_t rmid, int32_t flags);
-// Ends a scan without taking anything from it: 0, also when none is open.
+// Ends a scan without taking anything from it: 0 for whatever the manager has open, also when no scan is.
 int32_t end_scan(const NarrowRm &rm, int32_t rmid);

@@ -6,7 +6,7 @@
 static_assert(std::atomic<uint64_t>::is_always_lock_free && std::atomic<uint32_t>::is_always_lock_free);
 static_assert(XADTM_LP64_INFO_SIZE % sizeof(uint64_t) == 0);
 
-void OpenString::set(const char *info) {
+OpenString::OpenString(const char *info) {
   const size_t length = strnlen(info, sizeof text);
   const size_t copied = length < sizeof text ? length : 0;
   used = static_cast<uint32_t>(copied / sizeof(uint64_t)) + 1;
@@ -14,78 +14,91 @@ void OpenString::set(const char *info) {
   memcpy(text, info, copied);
 }
 
-OpenRms::Reservation OpenRms::reserve(int32_t rmid, const OpenString &info) {
-  for (uint32_t i = 0; i < XADTM_LP64_OPEN_RMS; ++i) {
-    Slot &slot = slots_[i];
-    uint64_t expected = vacant;
-    if (!slot.state.compare_exchange_strong(expected, taken)) {
-      continue;
-    }
-    note_used(i + 1);
-    slot.rmid.store(rmid, std::memory_order_release);
-    slot.used.store(info.used, std::memory_order_release);
-    for (uint32_t word = 0; word < info.used; ++word) {
-      uint64_t bytes = 0;
-      memcpy(&bytes, info.text + word * sizeof bytes, sizeof bytes);
-      slot.words[word].store(bytes, std::memory_order_release);
-    }
-    return static_cast<Reservation>(i);
+OpenString::~OpenString() {
+  explicit_bzero(text, used * sizeof(uint64_t));
+}
+
+OpenString &OpenString::operator=(const OpenString &other) {
+  resize(other.used);
+  memcpy(text, other.text, used * sizeof(uint64_t));
+  return *this;
+}
+
+void OpenString::resize(uint32_t new_used) {
+  if (used > new_used) {
+    explicit_bzero(text + new_used * sizeof(uint64_t), (used - new_used) * sizeof(uint64_t));
   }
-  return none;
+  used = new_used;
 }
 
-void OpenRms::publish(Reservation slot) {
-  const int32_t rmid = slots_[slot].rmid.load(std::memory_order_relaxed);
-  const Ticket ticket = next_ticket();
-  slots_[slot].state.store(ticket);
-  // A search that passed this slot before and comes to the older one after it is gone must look again.
-  static_cast<void>(next_ticket());
-  forget(rmid, ticket - 1);
-}
-
-void OpenRms::cancel(Reservation slot) {
-  wipe(slots_[slot]);
-}
-
-bool OpenRms::remembers(int32_t rmid, const OpenString &info) const {
-  Ticket ticket = 0;
-  return find(rmid, info, ticket) != none;
-}
-
-bool OpenRms::renew(int32_t rmid, const OpenString &info) {
-  Ticket ticket = 0;
+bool OpenRms::remember(int32_t rmid, const OpenString &info) {
   for (;;) {
-    const int32_t slot = find(rmid, info, ticket);
-    if (slot == none) {
-      return false;
-    }
-    if (slots_[slot].state.compare_exchange_strong(ticket, next_ticket())) {
+    const Ticket before = last_ticket_.load();
+    // Another thread that writes the rmid down has opened it as well.
+    if (renew(rmid, info) || is_being_written(rmid)) {
       return true;
     }
-  }
-}
-
-bool OpenRms::recall(int32_t rmid, OpenString &info) const {
-  for (;;) {
-    const Ticket before = now();
-    if (recall_once(rmid, info) != vacant) {
+    const uint32_t slot = take(rmid);
+    if (slot != none) {
+      write(slot, rmid, info);
+      publish(slot, rmid);
       return true;
     }
-    if (now() == before) {
+    if (is_being_written(rmid)) {
+      return true;
+    }
+    if (last_ticket_.load() == before) {
+      was_full_.store(true);
       return false;
     }
   }
 }
 
-void OpenRms::forget(int32_t rmid, Ticket up_to) {
+bool OpenRms::has_place(int32_t rmid) {
+  for (const Slot &slot : slots_) {
+    if (slot.state.load() == vacant) {
+      return true;
+    }
+  }
+  OpenString info;
+  if (look_up(rmid, info) != Memory::nothing) {
+    return true;
+  }
+  was_full_.store(true);
+  return false;
+}
+
+Memory OpenRms::recall(int32_t rmid, OpenString &info) const {
+  const Memory found = look_up(rmid, info);
+  return found == Memory::nothing && was_full_.load() ? Memory::unusable : found;
+}
+
+OpenRms::Slots OpenRms::begin_close(int32_t rmid) {
+  Slots slots = 0;
   const uint32_t used = slots_used_.load();
   for (uint32_t i = 0; i < used; ++i) {
     Slot &slot = slots_[i];
-    uint64_t state = slot.state.load();
+    State state = slot.state.load();
     // Of a slot that has another rmid by the time of the exchange, the state is another ticket.
-    if (is_ticket(state) && state <= up_to && slot.rmid.load(std::memory_order_acquire) == rmid &&
-        slot.state.compare_exchange_strong(state, taken)) {
-      wipe(slot);
+    while (is_ticket(state) && slot.rmid.load(std::memory_order_acquire) == rmid) {
+      if (slot.state.compare_exchange_strong(state, state | closing)) {
+        slots |= Slots{1} << i;
+        break;
+      }
+    }
+  }
+  return slots;
+}
+
+void OpenRms::end_close(Slots slots, bool closed) {
+  for (uint32_t i = 0; slots != 0; ++i, slots >>= 1) {
+    if ((slots & 1) == 0) {
+      continue;
+    }
+    if (closed) {
+      wipe(slots_[i]);
+    } else {
+      slots_[i].state.fetch_and(~closing);
     }
   }
 }
@@ -104,7 +117,7 @@ bool OpenRms::holds(const Slot &slot, const OpenString &info) {
 }
 
 void OpenRms::copy(const Slot &slot, OpenString &info) {
-  info.used = slot.used.load(std::memory_order_acquire);
+  info.resize(slot.used.load(std::memory_order_acquire));
   for (uint32_t word = 0; word < info.used; ++word) {
     const uint64_t bytes = slot.words[word].load(std::memory_order_acquire);
     memcpy(info.text + word * sizeof bytes, &bytes, sizeof bytes);
@@ -120,19 +133,19 @@ void OpenRms::wipe(Slot &slot) {
   slot.state.store(vacant);
 }
 
-// The slot with this rmid and string, and its ticket.
-int32_t OpenRms::find(int32_t rmid, const OpenString &info, Ticket &ticket) const {
+// A published slot of this rmid that is wanted, and its ticket.
+template <typename Wanted>
+uint32_t OpenRms::find(int32_t rmid, const Wanted &wanted, State &state) const {
   const uint32_t used = slots_used_.load();
   for (uint32_t i = 0; i < used; ++i) {
     const Slot &slot = slots_[i];
-    uint64_t state = slot.state.load();
+    state = slot.state.load();
     while (is_ticket(state)) {
-      const bool found = slot.rmid.load(std::memory_order_acquire) == rmid && holds(slot, info);
-      const uint64_t after = slot.state.load();
+      const bool found = slot.rmid.load(std::memory_order_acquire) == rmid && wanted(slot);
+      const State after = slot.state.load();
       if (after == state) {
         if (found) {
-          ticket = state;
-          return static_cast<int32_t>(i);
+          return i;
         }
         break;
       }
@@ -142,21 +155,114 @@ int32_t OpenRms::find(int32_t rmid, const OpenString &info, Ticket &ticket) cons
   return none;
 }
 
-// Copies the rmid's string with the latest ticket; that ticket, or `vacant` when nothing was found.
-OpenRms::Ticket OpenRms::recall_once(int32_t rmid, OpenString &info) const {
-  Ticket latest = vacant;
+// Gives the rmid, when it is there with this string, a new ticket.
+bool OpenRms::renew(int32_t rmid, const OpenString &info) {
+  for (;;) {
+    State state = vacant;
+    const uint32_t slot = find(
+        rmid, [&](const Slot &candidate) { return holds(candidate, info); }, state);
+    if (slot == none) {
+      return false;
+    }
+    if (slots_[slot].state.compare_exchange_strong(state, next_ticket())) {
+      return true;
+    }
+  }
+}
+
+bool OpenRms::is_being_written(int32_t rmid) const {
+  const uint32_t used = slots_used_.load();
+  for (uint32_t i = 0; i < used; ++i) {
+    if (slots_[i].state.load() == taken_for(rmid)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// A vacant slot, or one that the rmid has with another string; it belongs to the caller then.
+uint32_t OpenRms::take(int32_t rmid) {
+  for (uint32_t i = 0; i < XADTM_LP64_OPEN_RMS; ++i) {
+    State expected = vacant;
+    if (slots_[i].state.compare_exchange_strong(expected, taken_for(rmid))) {
+      note_used(i + 1);
+      return i;
+    }
+  }
+  State state = vacant;
+  const uint32_t own = find(
+      rmid, [](const Slot &) { return true; }, state);
+  return own != none && slots_[own].state.compare_exchange_strong(state, taken_for(rmid)) ? own : none;
+}
+
+void OpenRms::write(uint32_t index, int32_t rmid, const OpenString &info) {
+  Slot &slot = slots_[index];
+  slot.rmid.store(rmid, std::memory_order_release);
+  const uint32_t before = slot.used.load(std::memory_order_relaxed);
+  slot.used.store(info.used, std::memory_order_release);
+  for (uint32_t word = 0; word < info.used; ++word) {
+    uint64_t bytes = 0;
+    memcpy(&bytes, info.text + word * sizeof bytes, sizeof bytes);
+    slot.words[word].store(bytes, std::memory_order_release);
+  }
+  for (uint32_t word = info.used; word < before; ++word) {
+    slot.words[word].store(0, std::memory_order_release);
+  }
+}
+
+// What was published of the rmid before, by a string that is not good any more, is forgotten.
+void OpenRms::publish(uint32_t slot, int32_t rmid) {
+  const Ticket ticket = next_ticket();
+  slots_[slot].state.store(ticket);
+  // A search that passed this slot before and comes to the older one after it is gone must look again.
+  static_cast<void>(next_ticket());
+  forget(rmid, ticket - 1);
+}
+
+void OpenRms::forget(int32_t rmid, Ticket up_to) {
+  const uint32_t used = slots_used_.load();
+  for (uint32_t i = 0; i < used; ++i) {
+    Slot &slot = slots_[i];
+    State state = slot.state.load();
+    if (is_ticket(state) && state <= up_to && slot.rmid.load(std::memory_order_acquire) == rmid &&
+        slot.state.compare_exchange_strong(state, forgotten)) {
+      wipe(slot);
+    }
+  }
+}
+
+// What is written of the rmid.
+Memory OpenRms::look_up(int32_t rmid, OpenString &info) const {
+  for (;;) {
+    const Ticket before = last_ticket_.load();
+    const Memory found = look_once(rmid, info);
+    if (found != Memory::nothing) {
+      return found == Memory::open && !info.kept() ? Memory::unusable : found;
+    }
+    if (last_ticket_.load() == before) {
+      return Memory::nothing;
+    }
+  }
+}
+
+// Copies the rmid's string with the latest ticket. What is being written or closed counts when there is none.
+Memory OpenRms::look_once(int32_t rmid, OpenString &info) const {
+  State latest = vacant;
+  bool is_changing = false;
   OpenString read;
   const uint32_t used = slots_used_.load();
   for (uint32_t i = 0; i < used; ++i) {
     const Slot &slot = slots_[i];
-    uint64_t state = slot.state.load();
-    while (is_ticket(state)) {
-      const bool wanted = state > latest && slot.rmid.load(std::memory_order_acquire) == rmid;
+    State state = slot.state.load();
+    while (is_ticket(state) || is_closing(state)) {
+      const bool of_rmid = slot.rmid.load(std::memory_order_acquire) == rmid;
+      const bool wanted = of_rmid && is_ticket(state) && state > latest;
       if (wanted) {
         copy(slot, read);
       }
-      const uint64_t after = slot.state.load();
+      const State after = slot.state.load();
       if (after == state) {
+        is_changing = is_changing || (of_rmid && is_closing(state));
         if (wanted) {
           latest = state;
           info = read;
@@ -165,8 +271,9 @@ OpenRms::Ticket OpenRms::recall_once(int32_t rmid, OpenString &info) const {
       }
       state = after;
     }
+    is_changing = is_changing || state == taken_for(rmid);
   }
-  return latest;
+  return latest != vacant ? Memory::open : is_changing ? Memory::unusable : Memory::nothing;
 }
 
 void OpenRms::note_used(uint32_t count) {

@@ -21,7 +21,7 @@ extern "C" {
 /*
  * The bridge remembers the resource managers that are open, to open one again that libxadtm closed when its server went
  * away. One thread identity (a thread under TXS, the whole process under MTS and TUX) can have that many open at a
- * time; one more is refused with XAER_RMERR.
+ * time, those included whose opening failed and which were not closed; one more is refused with XAER_RMERR.
  */
 #define XADTM_LP64_OPEN_RMS 32
 /*
@@ -66,17 +66,23 @@ extern const struct xadtm_lp64_switch tarvex_TXS_xa_switch_lp64;
 #endif
 #ifdef __cplusplus
 } /* extern "C" */
-
-static_assert(sizeof(long) == 8, "the bridge is for machines whose long is 64 bits wide");
-static_assert(sizeof(struct xadtm_lp64_xid) == 152);
-static_assert(__builtin_offsetof(struct xadtm_lp64_xid, gtrid_length) == 8);
-static_assert(__builtin_offsetof(struct xadtm_lp64_xid, bqual_length) == 16);
-static_assert(__builtin_offsetof(struct xadtm_lp64_xid, data) == 24);
-static_assert(sizeof(struct xadtm_lp64_switch) == 128);
-static_assert(__builtin_offsetof(struct xadtm_lp64_switch, flags) == 32);
-static_assert(__builtin_offsetof(struct xadtm_lp64_switch, version) == 40);
-static_assert(__builtin_offsetof(struct xadtm_lp64_switch, xa_open_entry) == 48);
-static_assert(__builtin_offsetof(struct xadtm_lp64_switch, xa_complete_entry) == 120);
+#define XADTM_LP64_LAYOUT(rule) static_assert(rule, "the layout of a machine whose long is 64 bits wide")
+#elif defined __STDC_VERSION__ && __STDC_VERSION__ >= 201112L
+#define XADTM_LP64_LAYOUT(rule) _Static_assert(rule, "the layout of a machine whose long is 64 bits wide")
+#else
+#define XADTM_LP64_LAYOUT(rule) extern int xadtm_lp64_layout[(rule) ? 1 : -1]
 #endif
+
+XADTM_LP64_LAYOUT(sizeof(long) == 8);
+XADTM_LP64_LAYOUT(sizeof(struct xadtm_lp64_xid) == 152);
+XADTM_LP64_LAYOUT(__builtin_offsetof(struct xadtm_lp64_xid, gtrid_length) == 8);
+XADTM_LP64_LAYOUT(__builtin_offsetof(struct xadtm_lp64_xid, bqual_length) == 16);
+XADTM_LP64_LAYOUT(__builtin_offsetof(struct xadtm_lp64_xid, data) == 24);
+XADTM_LP64_LAYOUT(sizeof(struct xadtm_lp64_switch) == 128);
+XADTM_LP64_LAYOUT(__builtin_offsetof(struct xadtm_lp64_switch, flags) == 32);
+XADTM_LP64_LAYOUT(__builtin_offsetof(struct xadtm_lp64_switch, version) == 40);
+XADTM_LP64_LAYOUT(__builtin_offsetof(struct xadtm_lp64_switch, xa_open_entry) == 48);
+XADTM_LP64_LAYOUT(__builtin_offsetof(struct xadtm_lp64_switch, xa_complete_entry) == 120);
+#undef XADTM_LP64_LAYOUT
 
 #endif /* XADTM_LP64_H */

@@ -3,11 +3,14 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <thread>
 
+#include "accepted_flags.h"
 #include "manager.h"
 #include "quillet_control.h"
 #include "zdb_control.h"
@@ -267,7 +270,8 @@ TEST_P(Bridge, verbs_open_what_the_library_has_closed) {
     lose_server();
     const int without_server = verb.call(tm);
     const std::string name = verb.name;
-    EXPECT_EQ(without_server, name == "open" ? XAER_RMERR : name == "close" ? XA_OK : XAER_RMFAIL);
+    const bool needs_none = name == "close" || name == "end_scan";
+    EXPECT_EQ(without_server, name == "open" ? XAER_RMERR : needs_none ? XA_OK : XAER_RMFAIL);
     raise_server("bank1");
     EXPECT_EQ(zdb_branch_count("bank1"), 1) << "the prepared branch is lost";
     if (name == "close") {
@@ -280,6 +284,83 @@ TEST_P(Bridge, verbs_open_what_the_library_has_closed) {
     tm.rollback(1, "A");
     ASSERT_EQ(zdb_branch_count("bank1"), 0);
   }
+}
+
+// A manager that closes and opens to get its connection back is not told that its prepared branch is nothing.
+TEST_P(Bridge, reconnecting_by_close_and_open_loses_no_branch) {
+  ASSERT_EQ(open(1), XA_OK);
+  ASSERT_EQ(tm.prepared(1, "A"), XA_OK);
+  lose_server();
+  EXPECT_EQ(tm.close(1), XA_OK);
+  EXPECT_EQ(open(1), XAER_RMERR);
+  EXPECT_EQ(tm.commit(1, "A"), XAER_RMFAIL);
+  raise_server("bank1");
+  EXPECT_EQ(tm.commit(1, "A"), XAER_RMFAIL);  // still not opened
+  EXPECT_EQ(open(1), XA_OK);
+  EXPECT_EQ(tm.commit(1, "A"), XA_OK);
+}
+
+// Whatever flags libxadtm accepts, the bridge knows that XAER_INVAL is not their fault.
+TEST_P(Bridge, no_flags_that_are_good_are_called_invalid) {
+  ASSERT_EQ(open(1), XA_OK);
+  lose_server();
+  for (const AcceptedWords &accepted : accepted_words()) {
+    for (const long word : accepted.words) {
+      const std::string &verb = accepted.verb;
+      const int answer = verb == "start"      ? tm.start(1, "A", word)
+                         : verb == "end"      ? tm.end(1, "A", word)
+                         : verb == "commit"   ? tm.commit(1, "A", word)
+                         : verb == "prepare"  ? tm.prepare(1, "A")
+                         : verb == "rollback" ? tm.rollback(1, "A")
+                                              : tm.forget(1, "A");
+      EXPECT_EQ(answer, XAER_RMFAIL) << verb << ' ' << word;
+    }
+  }
+}
+
+TEST_P(Bridge, scans_at_the_same_time_are_whole_or_refused) {
+  ASSERT_EQ(open(1), XA_OK);
+  for (int number = 0; number < 100; ++number) {
+    ASSERT_EQ(tm.prepared(1, std::to_string(number)), XA_OK);
+  }
+  const auto scan = [this] {
+    ASSERT_EQ(open(1), XA_OK);
+    std::vector<XID> batch(200);
+    for (int round = 0; round < 100; ++round) {
+      const int found = tm.xa().xa_recover_entry(batch.data(), 200, 1, TMSTARTRSCAN | TMENDRSCAN);
+      EXPECT_TRUE(found == 100 || found == XAER_RMERR) << found;
+    }
+  };
+  std::thread other(scan);
+  scan();
+  other.join();
+}
+
+// Scans that are interrupted begin anew, or say that they are lost; they never come out short.
+TEST_P(Bridge, scans_survive_a_broken_session) {
+  ASSERT_EQ(open(1), XA_OK);
+  for (int number = 0; number < 100; ++number) {
+    ASSERT_EQ(tm.prepared(1, std::to_string(number)), XA_OK);
+  }
+  std::vector<XID> batch(100);
+  const auto scan = [&](long count, long flags) { return tm.xa().xa_recover_entry(batch.data(), count, 1, flags); };
+  std::atomic<bool> ends{false};
+  std::thread breaker([&] {
+    while (!ends) {
+      zdb_break_sessions("bank1", nullptr);
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  });
+  for (int round = 0; round < 300; ++round) {
+    const int found = scan(100, TMSTARTRSCAN | TMENDRSCAN);
+    EXPECT_TRUE(found == 100 || found == XAER_RMFAIL || found == XAER_RMERR) << found;
+  }
+  ends = true;
+  breaker.join();
+  EXPECT_EQ(scan(40, TMSTARTRSCAN), 40);
+  ASSERT_GE(zdb_break_sessions("bank1", nullptr), 1);
+  EXPECT_LT(scan(100, TMNOFLAGS), 0);
+  EXPECT_EQ(scan(100, TMSTARTRSCAN | TMENDRSCAN), 100);
 }
 
 // A server that does DTM work no more is another thing that libxadtm answers XAER_INVAL for.

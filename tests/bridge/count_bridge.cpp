@@ -1,6 +1,7 @@
 // Runs branch cycles through the TUX switch record of 64-bit words or of 32-bit words, to be counted under valgrind:
-// what the first costs more is the bridge's. With "-open" behind the word, a cycle is an open and a close.
-// Usage: count_bridge wide|narrow|wide-open|narrow-open CYCLES.
+// what the first costs more is the bridge's. The XIDs are of 64 + 64 bytes, with "-short" behind the word of 1 + 0.
+// With
+// "-open" behind it, a cycle is an open and a close. Usage: count_bridge wide|narrow[-short|-open] CYCLES.
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -36,9 +37,12 @@ constexpr long branches = 64;
 XID narrow_xids[branches];
 xadtm_lp64_xid wide_xids[branches];
 
-void make_xids() {
+void make_xids(bool are_short) {
   for (int32_t number = 0; number < branches; ++number) {
-    const XID xid = full_size_xid(number);
+    XID xid = full_size_xid(number);
+    if (are_short) {
+      xid = {number, 1, 0, {}};
+    }
     narrow_xids[number] = xid;
     wide_xids[number] = {xid.formatID, xid.gtrid_length, xid.bqual_length, {}};
     memcpy(wide_xids[number].data, xid.data, sizeof xid.data);
@@ -52,7 +56,7 @@ int main(int argc, char **argv) {
   const bool wide = kind.starts_with("wide");
   const bool opens = kind.ends_with("-open");
   const long cycles = argc > 2 ? strtol(argv[2], nullptr, 10) : 1;
-  make_xids();
+  make_xids(kind.ends_with("-short"));
   bool fine = wide ? open_by(tarvex_TUX_xa_switch_lp64) : open_by(tarvex_TUX_xa_switch);
   for (long number = 0; fine && number < cycles; ++number) {
     const long branch = number % branches;

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <thread>
 
+#include "accepted_flags.h"
 #include "fake_entries.h"
 #include "xadtm_lp64.h"
 
@@ -181,6 +182,14 @@ TEST_P(Entries, closed_resource_managers_are_opened_again_once) {
   };
   open(1, "-NL1 -Uu -Pp");
   for (const Verb &verb : verbs) {
+    for (const AcceptedWords &accepted : accepted_words()) {
+      for (const long word : accepted.verb == verb.name ? accepted.words : std::vector<long>{}) {
+        EXPECT_EQ(
+            with_answers({XAER_INVAL, XAER_RMERR}, {entry(verb.name), entry("open")}, [&] { return call(verb, word); }),
+            XAER_RMFAIL)
+            << verb.name << ' ' << word;
+      }
+    }
     const Texts failed = {entry(verb.name), entry("open")};
     const Texts repeated = {entry(verb.name), entry("open"), entry(verb.name)};
     for (const auto &row : cases) {
@@ -206,9 +215,14 @@ TEST_P(Entries, only_what_the_manager_has_open_is_opened_again) {
   const Texts again = {entry("commit"), entry("open"), entry("commit")};
   const auto committed = [&] { return call(commit, TMNOFLAGS); };
   EXPECT_EQ(with_answers({XAER_INVAL}, once, committed), XAER_INVAL);  // never opened
-  narrow.answers = {XAER_RMERR};
-  EXPECT_EQ(xa().xa_open_entry("-NL1", 1, 0), XAER_RMERR);
-  EXPECT_EQ(with_answers({XAER_INVAL}, once, committed), XAER_INVAL);  // not opened
+  // What it could not open is not available; it may close it as well.
+  for (int tries = 0; tries <= XADTM_LP64_OPEN_RMS; ++tries) {
+    narrow.answers = {XAER_RMERR};
+    EXPECT_EQ(xa().xa_open_entry(std::to_string(tries).c_str(), 1, 0), XAER_RMERR);
+  }
+  EXPECT_EQ(with_answers({XAER_INVAL}, once, committed), XAER_RMFAIL);
+  EXPECT_EQ(xa().xa_close_entry("", 1, 0), XA_OK);
+  EXPECT_EQ(with_answers({XAER_INVAL}, once, committed), XAER_INVAL);
   open(2);
   EXPECT_EQ(with_answers({XAER_INVAL}, once, committed), XAER_INVAL);  // another one
   open(1, "first");
@@ -233,13 +247,58 @@ TEST_P(Entries, one_resource_manager_too_many_is_refused) {
   }
   EXPECT_EQ(xa().xa_open_entry("-NL1", 99, 0), XAER_RMERR);
   EXPECT_EQ(narrow.called(), Texts());
+  // It is not remembered that it should be open, but that something is not.
+  EXPECT_EQ(with_answers({XAER_INVAL}, {entry("commit", 99)}, [&] { return call(verbs[4], 0, 99); }), XAER_RMFAIL);
   open(0);  // is open already
+  open(0, "other");
+  EXPECT_EQ(with_answers({XAER_INVAL, XA_OK, XA_OK}, {entry("commit", 0), entry("open", 0), entry("commit", 0)},
+                         [&] { return call(verbs[4], 0, 0); }),
+            XA_OK);
+  EXPECT_EQ(narrow.calls[1].info, "other");
   EXPECT_EQ(xa().xa_close_entry("", 5, 0), XA_OK);
   open(99, "late");
   EXPECT_EQ(with_answers({XAER_INVAL, XA_OK, XA_OK}, {entry("end", 99), entry("open", 99), entry("end", 99)},
                          [&] { return call(verbs[1], TMFAIL, 99); }),
             XA_OK);
   EXPECT_EQ(narrow.calls[1].info, "late");
+}
+
+// What another thread does while libxadtm is in a call.
+TEST_P(Entries, closes_and_verbs_at_the_same_time_leave_nothing_open) {
+  const auto commit = [&] { return call(verbs[4], 0); };
+  const auto close = [&] { return xa().xa_close_entry("", 1, 0); };
+  int elsewhere = 1;
+  open();
+  narrow.meanwhile = [&](const NarrowCall &) { elsewhere = commit(); };
+  EXPECT_EQ(with_answers({XA_OK, XAER_INVAL}, {entry("close"), entry("commit")}, close), XA_OK);
+  EXPECT_EQ(elsewhere, XAER_RMFAIL);
+  EXPECT_EQ(with_answers({XAER_INVAL}, {entry("commit")}, commit), XAER_INVAL);
+
+  open();
+  narrow.meanwhile = [&](const NarrowCall &) {
+    narrow.meanwhile = [&](const NarrowCall &) { elsewhere = close(); };  // during the opening again
+  };
+  EXPECT_EQ(with_answers({XAER_INVAL, XA_OK}, {entry("commit"), entry("open"), entry("close"), entry("close")}, commit),
+            XAER_RMFAIL);
+  EXPECT_EQ(elsewhere, XA_OK);
+  EXPECT_EQ(with_answers({XAER_INVAL}, {entry("commit")}, commit), XAER_INVAL);
+
+  open();
+  narrow.meanwhile = [&](const NarrowCall &) { open(1, "during the close"); };
+  EXPECT_EQ(close(), XA_OK);
+  EXPECT_EQ(with_answers({XAER_INVAL, XA_OK, XA_OK}, {entry("commit"), entry("open"), entry("commit")}, commit), XA_OK);
+  EXPECT_EQ(narrow.calls[1].info, "during the close");
+}
+
+TEST_P(Entries, what_cannot_be_remembered_does_not_stay_open) {
+  for (int rmid = 0; rmid < XADTM_LP64_OPEN_RMS - 1; ++rmid) {
+    open(rmid);
+  }
+  narrow.meanwhile = [&](const NarrowCall &) { EXPECT_EQ(xa().xa_open_entry("-NL1", 98, 0), XA_OK); };
+  EXPECT_EQ(with_answers({}, {entry("open", 99), entry("open", 98), entry("close", 99)},
+                         [&] { return xa().xa_open_entry("-NL1", 99, 0); }),
+            XAER_RMERR);
+  EXPECT_EQ(with_answers({XAER_INVAL}, {entry("commit", 99)}, [&] { return call(verbs[4], 0, 99); }), XAER_RMFAIL);
 }
 
 TEST_P(Entries, long_open_strings_are_passed_on_whole) {
@@ -328,14 +387,18 @@ TEST_P(Entries, scans_are_repeated_only_from_their_start) {
       {9, TMNOFLAGS, {XAER_RMFAIL}, {scan}, XAER_RMFAIL},
       {9, TMNOFLAGS, {XAER_PROTO}, {scan}, XAER_PROTO},
       {9, TMJOIN, {XAER_INVAL}, {scan}, XAER_INVAL},
-      {40, whole, {32, XAER_RMFAIL}, {scan, scan}, XAER_RMFAIL},
+      {40, whole, {32, XAER_RMERR, 32, 8}, {scan, scan, scan, scan}, 40},
+      {40, whole, {32, XAER_RMFAIL, XAER_RMFAIL, XA_OK, 32, 8}, {scan, scan, scan, opening, scan, scan}, 40},
+      {40, whole, {32, XAER_PROTO, 32, XAER_PROTO}, {scan, scan, scan, scan}, XAER_RMFAIL},
+      {40, whole, {32, XAER_RMFAIL, XAER_RMERR}, {scan, scan, scan}, XAER_RMERR},
+      {40, TMNOFLAGS, {32, XAER_PROTO}, {scan, scan}, XAER_RMFAIL},
+      {40, TMENDRSCAN, {32, XAER_RMERR}, {scan, scan}, XAER_RMERR},
       {40, whole, {XAER_RMFAIL, XA_OK, 32, 8}, {scan, opening, scan, scan}, 40},
       {0, TMENDRSCAN, {1}, {scan}, 0},
       {0, TMENDRSCAN, {0}, {scan}, 0},
       {0, TMENDRSCAN, {XAER_PROTO}, {scan}, 0},
-      {0, TMENDRSCAN, {XAER_RMERR}, {scan}, XAER_RMERR},
-      {0, TMENDRSCAN, {XAER_RMFAIL, XA_OK, XAER_PROTO}, {scan, opening, scan}, 0},
-      {0, TMENDRSCAN, {XAER_RMFAIL, XAER_RMERR}, {scan, opening}, XAER_RMFAIL},
+      {0, TMENDRSCAN, {XAER_RMERR}, {scan}, 0},
+      {0, TMENDRSCAN, {XAER_RMFAIL}, {scan}, 0},
       {0, TMSTARTRSCAN, {}, {}, XAER_INVAL},
       {0, whole, {}, {}, XAER_INVAL},
       {0, TMNOFLAGS, {}, {}, XAER_INVAL},
@@ -361,6 +424,27 @@ TEST_P(Entries, scans_are_repeated_only_from_their_start) {
   narrow.forget_calls();
   EXPECT_EQ(xa().xa_recover_entry(nullptr, 1, 1, whole), XAER_INVAL);
   EXPECT_EQ(narrow.called(), Texts());
+}
+
+TEST_P(Entries, scans_of_one_resource_manager_are_not_mixed) {
+  WideXid xids[70];
+  WideXid others[70];
+  const auto scan = [&](WideXid *into, int rmid) { return xa().xa_recover_entry(into, 70, rmid, whole); };
+  std::vector<int> elsewhere;
+  open(1);
+  open(2);
+  narrow.in_doubt = 70;
+  narrow.meanwhile = [&](const NarrowCall &) {
+    elsewhere = {scan(others, 1), xa().xa_recover_entry(nullptr, 0, 1, TMENDRSCAN)};
+    narrow.answers = {5};
+    elsewhere.push_back(scan(others, 2));
+  };
+  EXPECT_EQ(scan(xids, 1), 70);
+  EXPECT_EQ(elsewhere, (std::vector<int>{XAER_RMERR, XAER_RMERR, 5}));
+  EXPECT_EQ(narrow.called(),
+            (Texts{entry("recover", 1), entry("recover", 2), entry("recover", 1), entry("recover", 1)}));
+  narrow.in_doubt = 3;
+  EXPECT_EQ(scan(xids, 1), 3);
 }
 
 // ---- Threads --------------------------------------------------------------------------------------------------------

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "xadtm.h"
 
@@ -16,13 +17,17 @@ std::vector<std::string> FakeEntries::called() const {
 
 namespace {
 
-int32_t answered(NarrowCall call, int32_t otherwise) {
-  narrow.calls.push_back(std::move(call));
-  if (narrow.answers.empty()) {
-    return otherwise;
+int32_t answered(const NarrowCall &call, int32_t otherwise) {
+  narrow.calls.push_back(call);
+  int32_t answer = otherwise;
+  if (!narrow.answers.empty()) {
+    answer = narrow.answers.front();
+    narrow.answers.pop_front();
   }
-  const int32_t answer = narrow.answers.front();
-  narrow.answers.pop_front();
+  if (narrow.meanwhile) {
+    const auto meanwhile = std::exchange(narrow.meanwhile, nullptr);
+    meanwhile(call);
+  }
   return answer;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,8 @@ struct NarrowCall {
 struct FakeEntries {
   std::vector<NarrowCall> calls;
   std::deque<int32_t> answers;  // of the next calls in turn; then recover gives branches and all else answers XA_OK
-  int32_t in_doubt = 0;         // branches that recover still has to give; the gtrid is the number left
+  std::function<void(const NarrowCall &)> meanwhile;  // what happens elsewhere while libxadtm is in a call
+  int32_t in_doubt = 0;  // branches that recover still has to give; the gtrid is the number left
 
   std::vector<std::string> called() const;
   void forget_calls() { calls.clear(); }

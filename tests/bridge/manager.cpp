@@ -108,7 +108,10 @@ Outcome Manager::run_two_phases(const std::vector<int> &rmids, const std::string
   for (const int rmid : rmids) {
     all_told = complete(rmid, global) == XA_OK && all_told;
   }
-  return commits ? (all_told ? Outcome::committed : Outcome::unknown) : Outcome::rolled_back;
+  if (!all_told) {
+    return Outcome::unknown;
+  }
+  return commits ? Outcome::committed : Outcome::rolled_back;
 }
 
 int Manager::complete(int rmid, const std::string &global) const {

@@ -24,7 +24,7 @@ int complain(const char *what) {
 }
 
 // Walks through the entries. The configuration names a server that is not there, so the library installs its flavour
-// and then cannot open; the functions above would answer XA_OK.
+// and then cannot open, and nothing is available; the functions below would answer XA_OK.
 int try_entries(const xa_switch_t &xa) {
   char info[] = "-NL1 -Usa -Ppw -KK1";
   XID xid{1, 1, 1, "ab"};
@@ -34,12 +34,12 @@ int try_entries(const xa_switch_t &xa) {
     int answer;
   } calls[] = {
       {"open", XAER_RMERR, xa.xa_open_entry(info, 1, TMNOFLAGS)},
-      {"start", XAER_INVAL, xa.xa_start_entry(&xid, 1, TMNOFLAGS)},
-      {"end", XAER_INVAL, xa.xa_end_entry(&xid, 1, TMSUCCESS)},
-      {"prepare", XAER_INVAL, xa.xa_prepare_entry(&xid, 1, TMNOFLAGS)},
-      {"commit", XAER_INVAL, xa.xa_commit_entry(&xid, 1, TMNOFLAGS)},
-      {"rollback", XAER_INVAL, xa.xa_rollback_entry(&xid, 1, TMNOFLAGS)},
-      {"forget", XAER_INVAL, xa.xa_forget_entry(&xid, 1, TMNOFLAGS)},
+      {"start", XAER_RMFAIL, xa.xa_start_entry(&xid, 1, TMNOFLAGS)},
+      {"end", XAER_RMFAIL, xa.xa_end_entry(&xid, 1, TMSUCCESS)},
+      {"prepare", XAER_RMFAIL, xa.xa_prepare_entry(&xid, 1, TMNOFLAGS)},
+      {"commit", XAER_RMFAIL, xa.xa_commit_entry(&xid, 1, TMNOFLAGS)},
+      {"rollback", XAER_RMFAIL, xa.xa_rollback_entry(&xid, 1, TMNOFLAGS)},
+      {"forget", XAER_RMFAIL, xa.xa_forget_entry(&xid, 1, TMNOFLAGS)},
       {"recover", XAER_RMFAIL, xa.xa_recover_entry(&xid, 1, 1, TMSTARTRSCAN)},
       {"close", XAER_INVAL, xa.xa_close_entry(info, 1, TMASYNC)},
   };

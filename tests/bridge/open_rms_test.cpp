@@ -4,19 +4,18 @@
 
 #include <gtest/gtest.h>
 
+#include <barrier>
+#include <cstring>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "scans.h"
+
 namespace {
 
 constexpr int rounds = 20'000;
-
-OpenString string_of(const std::string &text) {
-  OpenString info;
-  info.set(text.c_str());
-  return info;
-}
 
 // A string by which its rmid and its length can be told.
 std::string text_of(int32_t rmid, int variant) {
@@ -29,13 +28,16 @@ bool is_text_of(const OpenString &info, int32_t rmid) {
 }
 
 void open(OpenRms &rms, int32_t rmid, const std::string &text) {
-  const OpenString info = string_of(text);
-  if (rms.renew(rmid, info)) {
-    return;
-  }
-  const OpenRms::Reservation slot = rms.reserve(rmid, info);
-  ASSERT_NE(slot, OpenRms::none);
-  rms.publish(slot);
+  ASSERT_TRUE(rms.remember(rmid, OpenString(text.c_str())));
+}
+
+void close(OpenRms &rms, int32_t rmid, bool succeeds = true) {
+  rms.end_close(rms.begin_close(rmid), succeeds);
+}
+
+Memory recall(const OpenRms &rms, int32_t rmid) {
+  OpenString info;
+  return rms.recall(rmid, info);
 }
 
 void run_together(const std::vector<std::function<void()>> &works) {
@@ -56,7 +58,7 @@ TEST(OpenRms, readers_meet_whole_strings_of_their_rmid_only) {
       for (int round = 0; round < rounds; ++round) {
         open(rms, rmid, text_of(rmid, round));
         if (round % 3 == 0) {
-          rms.forget(rmid, rms.now());
+          close(rms, rmid);
         }
       }
     };
@@ -65,7 +67,7 @@ TEST(OpenRms, readers_meet_whole_strings_of_their_rmid_only) {
     OpenString info;
     for (int round = 0; round < rounds; ++round) {
       const int32_t rmid = round % 3;
-      if (rms.recall(rmid, info)) {
+      if (rms.recall(rmid, info) == Memory::open) {
         ASSERT_TRUE(is_text_of(info, rmid)) << rmid << ": " << info.text;
       }
     }
@@ -80,13 +82,13 @@ TEST(OpenRms, what_stays_open_is_always_recalled) {
   const auto move = [] {
     for (int round = 0; round < rounds; ++round) {
       open(rms, 1, text_of(1, round % 2));  // another string each time, and so another slot
+      close(rms, 1, false);
     }
     ends = true;
   };
   const auto look = [] {
-    OpenString info;
     while (!ends) {
-      ASSERT_TRUE(rms.recall(1, info));
+      ASSERT_NE(recall(rms, 1), Memory::nothing);
     }
   };
   run_together({move, look, look});
@@ -95,35 +97,79 @@ TEST(OpenRms, what_stays_open_is_always_recalled) {
 // A close forgets what was open when it began, not what is opened meanwhile.
 TEST(OpenRms, an_open_during_a_close_is_remembered) {
   static OpenRms rms{};
-  OpenString info;
   for (const char *second : {"same", "other"}) {
-    open(rms, 1, "same");
-    const OpenRms::Ticket closing = rms.now();
-    open(rms, 1, second);
-    rms.forget(1, closing);
-    ASSERT_TRUE(rms.recall(1, info)) << second;
-    EXPECT_STREQ(info.text, second);
-    rms.forget(1, rms.now());
-    EXPECT_FALSE(rms.recall(1, info));
+    for (const bool succeeds : {true, false}) {
+      open(rms, 1, "same");
+      const OpenRms::Slots closing = rms.begin_close(1);
+      EXPECT_EQ(recall(rms, 1), Memory::unusable);
+      open(rms, 1, second);
+      rms.end_close(closing, succeeds);
+      OpenString info;
+      ASSERT_EQ(rms.recall(1, info), Memory::open) << second;
+      EXPECT_STREQ(info.text, second);
+      close(rms, 1);
+      EXPECT_EQ(recall(rms, 1), Memory::nothing);
+    }
   }
 }
 
-TEST(OpenRms, places_are_used_again_and_cancelled_ones_are_not_seen) {
+TEST(OpenRms, threads_that_open_the_same_share_its_place) {
   static OpenRms rms{};
-  OpenString info;
-  for (int round = 0; round < 3; ++round) {
-    std::vector<OpenRms::Reservation> slots;
-    for (int32_t rmid = 0; rmid < XADTM_LP64_OPEN_RMS; ++rmid) {
-      slots.push_back(rms.reserve(rmid, string_of("x")));
-      ASSERT_NE(slots.back(), OpenRms::none);
-      EXPECT_FALSE(rms.recall(rmid, info));
-    }
-    EXPECT_EQ(rms.reserve(99, string_of("x")), OpenRms::none);
-    for (const OpenRms::Reservation slot : slots) {
-      rms.cancel(slot);
-    }
-    EXPECT_FALSE(rms.recall(0, info));
+  for (int32_t rmid = 1; rmid < XADTM_LP64_OPEN_RMS; ++rmid) {
+    open(rms, rmid, "x");
   }
+  static std::atomic<int> refused{0};
+  static std::barrier all(3);
+  const auto open_often = [] {
+    for (int round = 0; round < rounds; ++round) {
+      all.arrive_and_wait();
+      refused += rms.remember(0, OpenString("x")) ? 0 : 1;
+      all.arrive_and_wait();
+      close(rms, 0);
+    }
+  };
+  run_together(std::vector<std::function<void()>>(3, open_often));
+  EXPECT_EQ(refused, 0);
+}
+
+TEST(OpenRms, places_are_used_again_and_a_lack_of_them_is_not_forgotten) {
+  static OpenRms rms{};
+  for (int round = 0; round < 3; ++round) {
+    for (int32_t rmid = 0; rmid < XADTM_LP64_OPEN_RMS; ++rmid) {
+      ASSERT_TRUE(rms.has_place(rmid));
+      open(rms, rmid, "-Psecret");
+    }
+    EXPECT_TRUE(rms.has_place(0));
+    open(rms, 0, "-Pother");  // takes the place of the old string
+    EXPECT_EQ(recall(rms, 99), round == 0 ? Memory::nothing : Memory::unusable);
+    EXPECT_FALSE(rms.has_place(99));
+    EXPECT_FALSE(rms.remember(99, OpenString("x")));
+    for (int32_t rmid = 0; rmid < XADTM_LP64_OPEN_RMS; ++rmid) {
+      close(rms, rmid);
+    }
+    EXPECT_EQ(memmem(&rms, sizeof rms, "-P", 2), nullptr) << "a password is left";
+    EXPECT_EQ(recall(rms, 0), Memory::unusable);
+  }
+}
+
+TEST(Scans, of_an_rmid_are_alone) {
+  static Scans scans{};
+  static std::atomic<int> scanning{0};
+  static std::atomic<int> scanned{0};
+  run_together(std::vector<std::function<void()>>(3, [] {
+    for (int round = 0; round < rounds; ++round) {
+      const ScanScope scan(scans, 7);
+      const ScanScope other(scans, 8);
+      if (scan.is_alone()) {
+        ASSERT_EQ(scanning.fetch_add(1), 0);
+        ++scanned;
+        --scanning;
+      }
+    }
+  }));
+  EXPECT_GT(scanned, 0);
+  uint32_t place = 0;
+  EXPECT_TRUE(scans.begin(7, place));  // nothing is left of them
 }
 
 }  // namespace
