@@ -17,6 +17,7 @@ Reopened reopen(const NarrowRm &rm, int32_t rmid) {
   switch (open_rms.recall(rmid, info)) {
     case Memory::nothing:
       return Reopened::never_open;
+    case Memory::closing:
     case Memory::unusable:
       return Reopened::failed;
     case Memory::open:
@@ -25,11 +26,14 @@ Reopened reopen(const NarrowRm &rm, int32_t rmid) {
   if (rm.open(info.text, rmid, TMNOFLAGS) != XA_OK) {
     return Reopened::failed;
   }
-  if (open_rms.recall(rmid, info) != Memory::open) {
-    static_cast<void>(rm.close("", rmid, TMNOFLAGS));
-    return Reopened::failed;
+  const Memory now = open_rms.recall(rmid, info);
+  if (now != Memory::nothing && now != Memory::closing) {
+    return Reopened::yes;
   }
-  return Reopened::yes;
+  if (rm.close("", rmid, TMNOFLAGS) != XA_OK) {
+    open_rms.note_failure(rmid);  // somebody is at work on it
+  }
+  return Reopened::failed;
 }
 
 int32_t never_inval(int32_t code) {
@@ -89,14 +93,6 @@ int32_t scan_once(const NarrowRm &rm, xadtm_lp64_xid *xids, long count, int32_t 
   return static_cast<int32_t>(stored);
 }
 
-// What the manager failed to open is not unknown to it: verbs will answer XAER_RMFAIL until it is open or closed.
-void note_failed_open(OpenRms &open_rms, int32_t rmid) {
-  OpenString info;
-  if (open_rms.recall(rmid, info) == Memory::nothing) {
-    static_cast<void>(open_rms.remember(rmid, OpenString("")));
-  }
-}
-
 }  // namespace
 
 bool AcceptedFlags::has(int32_t flags) const {
@@ -117,22 +113,22 @@ int32_t open_and_remember(const NarrowRm &rm, const char *info, int32_t rmid, in
     return XAER_RMERR;
   }
   const int32_t opened = rm.open(info, rmid, flags);
-  if (opened != XA_OK) {
-    note_failed_open(open_rms, rmid);
-    return opened;
+  if (opened == XA_OK) {
+    open_rms.remember(rmid, OpenString(info));
+  } else {
+    open_rms.note_failure(rmid);
   }
-  if (!open_rms.remember(rmid, OpenString(info))) {
-    static_cast<void>(rm.close("", rmid, TMNOFLAGS));  // other threads have taken the places meanwhile
-    return XAER_RMERR;
-  }
-  return XA_OK;
+  return opened;
 }
 
 int32_t close_and_forget(const NarrowRm &rm, const char *info, int32_t rmid, int32_t flags) {
   OpenRms &open_rms = rm.identity().open_rms;
   const OpenRms::Slots slots = open_rms.begin_close(rmid);
   const int32_t closed = rm.close(info, rmid, flags);
-  open_rms.end_close(slots, closed == XA_OK);
+  open_rms.end_close(rmid, slots, closed == XA_OK);
+  if (closed != XAER_INVAL) {
+    open_rms.forget_failure(rmid);
+  }
   return closed;
 }
 

@@ -47,5 +47,6 @@ int32_t close_and_forget(const NarrowRm &rm, const char *info, int32_t rmid, int
                                     int32_t rmid, int32_t flags);
 
 int32_t recover_in_chunks(const NarrowRm &rm, xadtm_lp64_xid *xids, long count, int32_t rmid, int32_t flags);
-// Ends a scan without taking anything from it: 0 for whatever the manager has open, also when no scan is.
+// Ends a scan without taking anything from it: 0 for whatever the manager has open, also when no scan is. XAER_RMERR
+// while another thread is in a scan of the rmid.
 int32_t end_scan(const NarrowRm &rm, int32_t rmid);

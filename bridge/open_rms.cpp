@@ -18,10 +18,9 @@ OpenString::~OpenString() {
   explicit_bzero(text, used * sizeof(uint64_t));
 }
 
-OpenString &OpenString::operator=(const OpenString &other) {
+void OpenString::become(const OpenString &other) {
   resize(other.used);
   memcpy(text, other.text, used * sizeof(uint64_t));
-  return *this;
 }
 
 void OpenString::resize(uint32_t new_used) {
@@ -31,7 +30,15 @@ void OpenString::resize(uint32_t new_used) {
   used = new_used;
 }
 
-bool OpenRms::remember(int32_t rmid, const OpenString &info) {
+void OpenRms::remember(int32_t rmid, const OpenString &info) {
+  if (!keep(rmid, info)) {
+    was_full_.store(true);
+  }
+  forget_failure(rmid);
+}
+
+// False when there is no place.
+bool OpenRms::keep(int32_t rmid, const OpenString &info) {
   for (;;) {
     const Ticket before = last_ticket_.load();
     // Another thread that writes the rmid down has opened it as well.
@@ -48,10 +55,47 @@ bool OpenRms::remember(int32_t rmid, const OpenString &info) {
       return true;
     }
     if (last_ticket_.load() == before) {
-      was_full_.store(true);
       return false;
     }
   }
+}
+
+void OpenRms::note_failure(int32_t rmid) {
+  any_failed_.store(true);
+  if (has_failed(rmid)) {
+    return;
+  }
+  for (std::atomic<uint64_t> &failure : failures_) {
+    uint64_t expected = 0;
+    if (failure.compare_exchange_strong(expected, failure_of(rmid))) {
+      return;
+    }
+  }
+  was_full_.store(true);
+}
+
+void OpenRms::forget_failure(int32_t rmid) {
+  if (!any_failed_.load()) {
+    return;
+  }
+  for (std::atomic<uint64_t> &failure : failures_) {
+    uint64_t expected = failure_of(rmid);
+    if (failure.load() == expected) {
+      static_cast<void>(failure.compare_exchange_strong(expected, 0));
+    }
+  }
+}
+
+bool OpenRms::has_failed(int32_t rmid) const {
+  if (!any_failed_.load()) {
+    return false;
+  }
+  for (const std::atomic<uint64_t> &failure : failures_) {
+    if (failure.load() == failure_of(rmid)) {
+      return true;
+    }
+  }
+  return false;
 }
 
 bool OpenRms::has_place(int32_t rmid) {
@@ -70,7 +114,7 @@ bool OpenRms::has_place(int32_t rmid) {
 
 Memory OpenRms::recall(int32_t rmid, OpenString &info) const {
   const Memory found = look_up(rmid, info);
-  return found == Memory::nothing && was_full_.load() ? Memory::unusable : found;
+  return found == Memory::nothing && (has_failed(rmid) || was_full_.load()) ? Memory::unusable : found;
 }
 
 OpenRms::Slots OpenRms::begin_close(int32_t rmid) {
@@ -90,15 +134,33 @@ OpenRms::Slots OpenRms::begin_close(int32_t rmid) {
   return slots;
 }
 
-void OpenRms::end_close(Slots slots, bool closed) {
+void OpenRms::end_close(int32_t rmid, Slots slots, bool closed) {
   for (uint32_t i = 0; slots != 0; ++i, slots >>= 1) {
+    Slot &slot = slots_[i];
+    State state = slot.state.load();
     if ((slots & 1) == 0) {
       continue;
     }
-    if (closed) {
-      wipe(slots_[i]);
-    } else {
-      slots_[i].state.fetch_and(~closing);
+    const bool given_back =
+        !closed && (state & dropped) == 0 && slot.state.compare_exchange_strong(state, state & ~closing);
+    if (!given_back) {
+      wipe(slot);
+    }
+  }
+  if (closed) {
+    drop(rmid);
+  }
+}
+
+// What other threads are closing stays closed, whatever comes of theirs.
+void OpenRms::drop(int32_t rmid) {
+  const uint32_t used = slots_used_.load();
+  for (uint32_t i = 0; i < used; ++i) {
+    Slot &slot = slots_[i];
+    State state = slot.state.load();
+    // Of a slot that has another rmid by the time of the exchange, the state is another one.
+    if (is_closing(state) && slot.rmid.load(std::memory_order_acquire) == rmid) {
+      static_cast<void>(slot.state.compare_exchange_strong(state, state | dropped));
     }
   }
 }
@@ -189,10 +251,14 @@ uint32_t OpenRms::take(int32_t rmid) {
       return i;
     }
   }
-  State state = vacant;
-  const uint32_t own = find(
-      rmid, [](const Slot &) { return true; }, state);
-  return own != none && slots_[own].state.compare_exchange_strong(state, taken_for(rmid)) ? own : none;
+  for (;;) {
+    State state = vacant;
+    const uint32_t own = find(
+        rmid, [](const Slot &) { return true; }, state);
+    if (own == none || slots_[own].state.compare_exchange_strong(state, taken_for(rmid))) {
+      return own;
+    }
+  }
 }
 
 void OpenRms::write(uint32_t index, int32_t rmid, const OpenString &info) {
@@ -210,13 +276,22 @@ void OpenRms::write(uint32_t index, int32_t rmid, const OpenString &info) {
   }
 }
 
-// What was published of the rmid before, by a string that is not good any more, is forgotten.
+// What was published of the rmid before, by a string that is not good any more, is forgotten; this one, too, when a
+// later one is there already, whose own search came too early to find it.
 void OpenRms::publish(uint32_t slot, int32_t rmid) {
   const Ticket ticket = next_ticket();
   slots_[slot].state.store(ticket);
   // A search that passed this slot before and comes to the older one after it is gone must look again.
   static_cast<void>(next_ticket());
   forget(rmid, ticket - 1);
+  State state = vacant;
+  const auto is_later = [&](const Slot &other) {
+    const State seen = other.state.load();
+    return is_ticket(seen) && seen > ticket;
+  };
+  if (find(rmid, is_later, state) != none) {
+    forget(rmid, ticket);
+  }
 }
 
 void OpenRms::forget(int32_t rmid, Ticket up_to) {
@@ -248,7 +323,8 @@ Memory OpenRms::look_up(int32_t rmid, OpenString &info) const {
 // Copies the rmid's string with the latest ticket. What is being written or closed counts when there is none.
 Memory OpenRms::look_once(int32_t rmid, OpenString &info) const {
   State latest = vacant;
-  bool is_changing = false;
+  bool is_closed = false;
+  bool is_written = false;
   OpenString read;
   const uint32_t used = slots_used_.load();
   for (uint32_t i = 0; i < used; ++i) {
@@ -262,18 +338,24 @@ Memory OpenRms::look_once(int32_t rmid, OpenString &info) const {
       }
       const State after = slot.state.load();
       if (after == state) {
-        is_changing = is_changing || (of_rmid && is_closing(state));
+        is_closed = is_closed || (of_rmid && is_closing(state));
         if (wanted) {
           latest = state;
-          info = read;
+          info.become(read);
         }
         break;
       }
       state = after;
     }
-    is_changing = is_changing || state == taken_for(rmid);
+    is_written = is_written || state == taken_for(rmid);
   }
-  return latest != vacant ? Memory::open : is_changing ? Memory::unusable : Memory::nothing;
+  if (latest != vacant) {
+    return Memory::open;
+  }
+  if (is_written) {
+    return Memory::unusable;
+  }
+  return is_closed ? Memory::closing : Memory::nothing;
 }
 
 void OpenRms::note_used(uint32_t count) {

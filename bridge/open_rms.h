@@ -1,12 +1,17 @@
 // The resource managers that a transaction manager has open in one thread identity, with their open strings.
 //
 // Under MTS and TUX all threads share one memory, which has no locks. A slot's state says who may touch it:
-//   vacant -> taken, with the rmid      by compare-and-swap; from then on the slot belongs to the thread that took it
-//   a ticket -> taken, with the rmid    the same, to write another string for an rmid when no slot is vacant
-//   taken -> a ticket                   publishes what that thread wrote before; nobody writes rmid or string after
-//   that a ticket -> a later ticket          by compare-and-swap: opened again with the same string a ticket -> that
-//   ticket, closing    by compare-and-swap: belongs to the thread that closes the rmid closing -> that ticket the close
-//   failed closing, a ticket -> taken          forgotten; the string is wiped, then the slot is vacant
+// clang-format off
+//   vacant -> taken, with the rmid    by compare-and-swap; from then on the slot belongs to the thread that took it
+//   a ticket -> taken, with the rmid  the same, to write another string for an rmid when no slot is vacant
+//   taken -> a ticket                 publishes what that thread wrote before; nobody writes rmid or string after that
+//   a ticket -> a later ticket        by compare-and-swap: opened again with the same string
+//   a ticket -> the same, closing     by compare-and-swap: belongs to the thread that closes the rmid
+//   closing -> closing, dropped       by compare-and-swap: a second close has succeeded meanwhile
+//   closing -> the ticket             the close failed, and no other one succeeded
+//   a ticket -> forgotten             by compare-and-swap: replaced by a later one
+//   closing, forgotten -> vacant      once the string is wiped
+// clang-format on
 // Tickets are handed out once, so a state that is the same ticket before and after reading means that what was read in
 // between is what was published with it. The words of a string are atomic, stored with release and loaded with acquire:
 // a reader that meets a word of a later use of the slot sees the later state, too, and looks again. Nobody waits for
@@ -18,8 +23,8 @@
 
 #include "xadtm_lp64.h"
 
-// An open string in the words it is kept in, the last byte zero. Empty when there is none to open the rmid with: it was
-// too long to keep, or the opening failed. Open strings hold passwords, so nothing is left of it.
+// An open string in the words it is kept in, the last byte zero. Empty when it was too long to keep. Open strings hold
+// passwords, so nothing is left of it.
 struct OpenString {
   static constexpr uint32_t words = XADTM_LP64_INFO_SIZE / sizeof(uint64_t);
   alignas(uint64_t) char text[XADTM_LP64_INFO_SIZE];
@@ -29,8 +34,9 @@ struct OpenString {
   explicit OpenString(const char *info);
   ~OpenString();
   OpenString(const OpenString &) = delete;
-  OpenString &operator=(const OpenString &);
+  OpenString &operator=(const OpenString &) = delete;
 
+  void become(const OpenString &other);
   void resize(uint32_t new_used);  // the words that are new are still to be written
   bool kept() const { return text[0] != '\0'; }
 };
@@ -39,13 +45,17 @@ struct OpenString {
 enum class Memory {
   nothing,  // the manager has it not open
   open,     // it has, and the string is there
-  unusable  // it has, or it tries to, but there is no string; or it is closing it; or something may be forgotten
+  closing,  // it is closing it now
+  unusable  // it has, or could not open it, and there is no string; or something may have been forgotten
 };
 
 class OpenRms {
  public:
-  // Remembers that the rmid is open, with this string instead of an older one. False when there is no place.
-  bool remember(int32_t rmid, const OpenString &info);
+  // Remembers that the rmid is open, with this string instead of an older one. Without a place for it, it is remembered
+  // that something is missing.
+  void remember(int32_t rmid, const OpenString &info);
+  // Remembers that the rmid should be open: the manager could not open it. Forgotten by remember and end_close.
+  void note_failure(int32_t rmid);
   // False when there is neither a place for the rmid nor the rmid itself.
   bool has_place(int32_t rmid);
 
@@ -56,7 +66,8 @@ class OpenRms {
   // back. What is opened meanwhile stays.
   using Slots = uint32_t;  // a bit a slot
   Slots begin_close(int32_t rmid);
-  void end_close(Slots slots, bool closed);
+  void end_close(int32_t rmid, Slots slots, bool closed);
+  void forget_failure(int32_t rmid);
 
  private:
   using State = uint64_t;
@@ -64,7 +75,8 @@ class OpenRms {
   static constexpr State vacant = 0;
   static constexpr State taken = State{1} << 63;              // and the rmid
   static constexpr State closing = State{1} << 62;            // and the ticket
-  static constexpr State forgotten = taken | State{1} << 32;  // taken to be wiped
+  static constexpr State dropped = State{1} << 61;            // with closing
+  static constexpr State forgotten = taken | State{1} << 32;  // to be wiped
   static constexpr uint32_t none = UINT32_MAX;                // no slot
   static_assert(XADTM_LP64_OPEN_RMS <= 32, "Slots has a bit for each");
 
@@ -76,6 +88,7 @@ class OpenRms {
   };
 
   static constexpr bool is_ticket(State state) { return state != vacant && (state & (taken | closing)) == 0; }
+  static constexpr uint64_t failure_of(int32_t rmid) { return uint64_t{1} << 32 | static_cast<uint32_t>(rmid); }
   static constexpr bool is_closing(State state) { return (state & closing) != 0; }
   static constexpr State taken_for(int32_t rmid) { return taken | static_cast<uint32_t>(rmid); }
 
@@ -84,12 +97,15 @@ class OpenRms {
   static void wipe(Slot &slot);
   template <typename Wanted>
   uint32_t find(int32_t rmid, const Wanted &wanted, State &state) const;
+  bool keep(int32_t rmid, const OpenString &info);
   bool renew(int32_t rmid, const OpenString &info);
   bool is_being_written(int32_t rmid) const;
   uint32_t take(int32_t rmid);
   void write(uint32_t slot, int32_t rmid, const OpenString &info);
   void publish(uint32_t slot, int32_t rmid);
   void forget(int32_t rmid, Ticket up_to);
+  void drop(int32_t rmid);
+  bool has_failed(int32_t rmid) const;
   Memory look_up(int32_t rmid, OpenString &info) const;
   Memory look_once(int32_t rmid, OpenString &info) const;
   Ticket next_ticket() { return last_ticket_.fetch_add(1) + 1; }
@@ -99,4 +115,6 @@ class OpenRms {
   std::atomic<uint32_t> slots_used_;  // slots, from the first, that have ever been taken
   std::atomic<bool> was_full_;        // there may be more open than is remembered
   Slot slots_[XADTM_LP64_OPEN_RMS];
+  std::atomic<uint64_t> failures_[XADTM_LP64_OPEN_RMS];  // rmids that the manager could not open
+  std::atomic<bool> any_failed_;                         // ever, so that they need not be searched
 };

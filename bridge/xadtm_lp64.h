@@ -21,7 +21,7 @@ extern "C" {
 /*
  * The bridge remembers the resource managers that are open, to open one again that libxadtm closed when its server went
  * away. One thread identity (a thread under TXS, the whole process under MTS and TUX) can have that many open at a
- * time, those included whose opening failed and which were not closed; one more is refused with XAER_RMERR.
+ * time; one more is refused with XAER_RMERR.
  */
 #define XADTM_LP64_OPEN_RMS 32
 /*

@@ -1,7 +1,6 @@
 // Runs branch cycles through the TUX switch record of 64-bit words or of 32-bit words, to be counted under valgrind:
 // what the first costs more is the bridge's. The XIDs are of 64 + 64 bytes, with "-short" behind the word of 1 + 0.
-// With
-// "-open" behind it, a cycle is an open and a close. Usage: count_bridge wide|narrow[-short|-open] CYCLES.
+// With "-open" behind it, a cycle is an open and a close. Usage: count_bridge wide|narrow[-short|-open] CYCLES.
 #include <cstdlib>
 #include <cstring>
 #include <string_view>

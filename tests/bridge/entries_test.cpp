@@ -221,7 +221,8 @@ TEST_P(Entries, only_what_the_manager_has_open_is_opened_again) {
     EXPECT_EQ(xa().xa_open_entry(std::to_string(tries).c_str(), 1, 0), XAER_RMERR);
   }
   EXPECT_EQ(with_answers({XAER_INVAL}, once, committed), XAER_RMFAIL);
-  EXPECT_EQ(xa().xa_close_entry("", 1, 0), XA_OK);
+  narrow.answers = {XAER_RMERR};  // libxadtm has nothing to close
+  EXPECT_EQ(xa().xa_close_entry("", 1, 0), XAER_RMERR);
   EXPECT_EQ(with_answers({XAER_INVAL}, once, committed), XAER_INVAL);
   open(2);
   EXPECT_EQ(with_answers({XAER_INVAL}, once, committed), XAER_INVAL);  // another one
@@ -290,14 +291,13 @@ TEST_P(Entries, closes_and_verbs_at_the_same_time_leave_nothing_open) {
   EXPECT_EQ(narrow.calls[1].info, "during the close");
 }
 
-TEST_P(Entries, what_cannot_be_remembered_does_not_stay_open) {
+TEST_P(Entries, what_cannot_be_remembered_is_not_called_unknown) {
   for (int rmid = 0; rmid < XADTM_LP64_OPEN_RMS - 1; ++rmid) {
     open(rmid);
   }
   narrow.meanwhile = [&](const NarrowCall &) { EXPECT_EQ(xa().xa_open_entry("-NL1", 98, 0), XA_OK); };
-  EXPECT_EQ(with_answers({}, {entry("open", 99), entry("open", 98), entry("close", 99)},
-                         [&] { return xa().xa_open_entry("-NL1", 99, 0); }),
-            XAER_RMERR);
+  EXPECT_EQ(with_answers({}, {entry("open", 99), entry("open", 98)}, [&] { return xa().xa_open_entry("-NL1", 99, 0); }),
+            XA_OK);
   EXPECT_EQ(with_answers({XAER_INVAL}, {entry("commit", 99)}, [&] { return call(verbs[4], 0, 99); }), XAER_RMFAIL);
 }
 

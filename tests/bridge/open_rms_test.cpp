@@ -17,22 +17,26 @@ namespace {
 
 constexpr int rounds = 20'000;
 
-// A string by which its rmid and its length can be told.
+// A string that tells its rmid throughout and its length at both ends.
 std::string text_of(int32_t rmid, int variant) {
-  return std::string(1 + static_cast<size_t>(variant * 37 % 500), static_cast<char>('a' + rmid));
+  const int length = variant * 37 % 480;
+  const std::string mark = std::to_string(length);
+  return mark + std::string(static_cast<size_t>(length), static_cast<char>('a' + rmid)) + mark;
 }
 
 bool is_text_of(const OpenString &info, int32_t rmid) {
   const std::string text = info.text;
-  return !text.empty() && text == std::string(text.size(), static_cast<char>('a' + rmid));
+  const size_t length = std::strtoul(text.c_str(), nullptr, 10);
+  const std::string mark = std::to_string(length);
+  return text == mark + std::string(length, static_cast<char>('a' + rmid)) + mark;
 }
 
 void open(OpenRms &rms, int32_t rmid, const std::string &text) {
-  ASSERT_TRUE(rms.remember(rmid, OpenString(text.c_str())));
+  rms.remember(rmid, OpenString(text.c_str()));
 }
 
 void close(OpenRms &rms, int32_t rmid, bool succeeds = true) {
-  rms.end_close(rms.begin_close(rmid), succeeds);
+  rms.end_close(rmid, rms.begin_close(rmid), succeeds);
 }
 
 Memory recall(const OpenRms &rms, int32_t rmid) {
@@ -78,6 +82,10 @@ TEST(OpenRms, readers_meet_whole_strings_of_their_rmid_only) {
 TEST(OpenRms, what_stays_open_is_always_recalled) {
   static OpenRms rms{};
   open(rms, 1, "-NL1");
+  for (int32_t rmid = 2; rmid < XADTM_LP64_OPEN_RMS - 1; ++rmid) {
+    open(rms, rmid, "x");  // so that the slots in use are far apart
+  }
+  close(rms, 2);
   static std::atomic<bool> ends{false};
   const auto move = [] {
     for (int round = 0; round < rounds; ++round) {
@@ -101,9 +109,9 @@ TEST(OpenRms, an_open_during_a_close_is_remembered) {
     for (const bool succeeds : {true, false}) {
       open(rms, 1, "same");
       const OpenRms::Slots closing = rms.begin_close(1);
-      EXPECT_EQ(recall(rms, 1), Memory::unusable);
+      EXPECT_EQ(recall(rms, 1), Memory::closing);
       open(rms, 1, second);
-      rms.end_close(closing, succeeds);
+      rms.end_close(1, closing, succeeds);
       OpenString info;
       ASSERT_EQ(rms.recall(1, info), Memory::open) << second;
       EXPECT_STREQ(info.text, second);
@@ -111,6 +119,42 @@ TEST(OpenRms, an_open_during_a_close_is_remembered) {
       EXPECT_EQ(recall(rms, 1), Memory::nothing);
     }
   }
+}
+
+TEST(OpenRms, one_of_two_closes_is_enough) {
+  static OpenRms rms{};
+  open(rms, 1, "x");
+  const OpenRms::Slots first = rms.begin_close(1);
+  close(rms, 1);
+  rms.end_close(1, first, false);
+  EXPECT_EQ(recall(rms, 1), Memory::nothing);
+}
+
+// What could not be opened is unusable until it is opened or closed, and takes nothing from what is open.
+TEST(OpenRms, failures_are_noted_beside_what_is_open) {
+  static OpenRms rms{};
+  rms.note_failure(1);
+  rms.note_failure(1);
+  EXPECT_EQ(recall(rms, 1), Memory::unusable);
+  open(rms, 1, "good");
+  rms.note_failure(1);
+  EXPECT_EQ(recall(rms, 1), Memory::open);
+  close(rms, 1);
+  EXPECT_EQ(recall(rms, 1), Memory::unusable);
+  rms.forget_failure(1);
+  EXPECT_EQ(recall(rms, 1), Memory::nothing);
+}
+
+TEST(OpenRms, the_latest_string_replaces_the_others) {
+  static OpenRms rms{};
+  open(rms, 1, "x");
+  open(rms, 2, "-Pfirst");
+  close(rms, 1);
+  open(rms, 2, "-Plater");
+  OpenString info;
+  ASSERT_EQ(rms.recall(2, info), Memory::open);
+  EXPECT_STREQ(info.text, "-Plater");
+  EXPECT_EQ(memmem(&rms, sizeof rms, "-Pfirst", 7), nullptr);
 }
 
 TEST(OpenRms, threads_that_open_the_same_share_its_place) {
@@ -123,8 +167,9 @@ TEST(OpenRms, threads_that_open_the_same_share_its_place) {
   const auto open_often = [] {
     for (int round = 0; round < rounds; ++round) {
       all.arrive_and_wait();
-      refused += rms.remember(0, OpenString("x")) ? 0 : 1;
+      open(rms, 0, "x");
       all.arrive_and_wait();
+      refused += recall(rms, 99) == Memory::nothing ? 0 : 1;
       close(rms, 0);
     }
   };
@@ -143,7 +188,8 @@ TEST(OpenRms, places_are_used_again_and_a_lack_of_them_is_not_forgotten) {
     open(rms, 0, "-Pother");  // takes the place of the old string
     EXPECT_EQ(recall(rms, 99), round == 0 ? Memory::nothing : Memory::unusable);
     EXPECT_FALSE(rms.has_place(99));
-    EXPECT_FALSE(rms.remember(99, OpenString("x")));
+    open(rms, 99, "x");
+    EXPECT_EQ(recall(rms, 99), Memory::unusable);
     for (int32_t rmid = 0; rmid < XADTM_LP64_OPEN_RMS; ++rmid) {
       close(rms, rmid);
     }
