@@ -1,6 +1,7 @@
 /*
  * check_command.cpp - xadtm check: tries a configuration and says everything that is known about it.
  */
+#include <algorithm>
 #include <iostream>
 
 #include "check_reports.h"
@@ -18,6 +19,7 @@ struct Trial {
   std::string open;
   std::string recover;
   std::string close;
+  bool opened = false;
   bool fine = false;
 };
 
@@ -30,6 +32,7 @@ static Trial try_out(const xa_switch_t &xa, const std::string &info) {
   if (opened != XA_OK) {
     return trial;
   }
+  trial.opened = true;
   std::vector<XID> xids;
   const int32_t scanned = scan_branches(xa, xids);
   trial.recover = scanned == XA_OK ? "branches in doubt: " + std::to_string(xids.size()) : code_text(scanned);
@@ -44,6 +47,19 @@ static void print_trial(const Trial &trial) {
   if (!trial.recover.empty()) {
     std::cout << "  xa_recover: " << trial.recover << "\n  xa_close: " << trial.close << '\n';
   }
+}
+
+/* The settings of the LRM's section are taken before the connection is made. */
+static bool has_connected(const std::vector<Heard> &heard) {
+  return std::any_of(heard.begin(), heard.end(), [](const Heard &one) { return one.said.starts_with("Connect("); });
+}
+
+/* Under mts an open string without a name opens, but its branches are found by nobody: recovery asks for a name's. */
+static bool report_name(const std::string &lrm) {
+  if (lrm.empty()) {
+    std::cout << "no LRM name: recovery would not find the branches; add -N and the name of an LRM\n";
+  }
+  return !lrm.empty();
 }
 
 static void print_heard(const std::vector<Heard> &heard) {
@@ -62,10 +78,12 @@ int check_command(const Arguments &arguments) {
   const std::vector<OpenOption> options = options_of(arguments);
   const ConfigFile config = read_config(stored_value(options, 'N'));
   const Discretion discretion(info, options, {config_value(config, "xa", "server").value_or("")});
+  std::cout << "trying it out; all that is found is shown when that has come to its end\n" << std::flush;
   const PrivateLog log;
   const Trial trial = try_out(switch_of(arguments.flavour), info);
   const std::vector<Heard> heard = log.read(discretion);
-  const Findings findings{info, arguments.flavour, options, config, heard, discretion};
+  const Findings findings{
+      info, arguments.flavour, options, config, heard, discretion, trial.opened || has_connected(heard)};
   std::cout << "open string, flavour " << arguments.flavour << (arguments.flavour_given ? "" : " (unless --flavour)")
             << '\n';
   report_options(findings);
@@ -74,7 +92,8 @@ int check_command(const Arguments &arguments) {
   const bool log_is_fine = report_log(findings);
   print_trial(trial);
   print_heard(heard);
-  const bool usable = trial.fine && log_is_fine;
+  const bool has_name = report_name(stored_value(options, 'N'));
+  const bool usable = trial.fine && log_is_fine && has_name;
   std::cout << (usable ? "A transaction manager can use it as it stands.\n"
                        : "A transaction manager cannot use it: mend what is said above, then check again.\n");
   return usable ? exit_done : exit_refused;

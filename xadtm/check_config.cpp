@@ -1,9 +1,7 @@
 /* check_config.cpp - what the configuration file holds, what of it is not in force, and what it decides. */
-#include <unistd.h>
-
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
-#include <filesystem>
 #include <iostream>
 
 #include "check_reports.h"
@@ -71,8 +69,14 @@ static void print_setting(const Findings &findings, const SettingsEntry &entry, 
   const std::string keyword = setting.substr(0, equals);
   const std::string value = equals == std::string::npos ? "" : setting.substr(equals + 1);
   const Heard *complaint = complaint_about(entry, keyword, value, findings.heard);
-  if (complaint == nullptr) {
+  if (complaint == nullptr && findings.settings_read) {
     std::cout << "      " << printable(without_passwords(setting)) << '\n';
+    return;
+  }
+  if (complaint == nullptr) {
+    std::cout << "      " << (findings.discretion.holds_password(keyword) ? "***" : printable(keyword))
+              << (equals == std::string::npos ? "" : "=(value not shown)")
+              << "  <- not tried: see what is said below\n";
     return;
   }
   const bool is_known = lower_case(complaint->said) != lower_case(unsupported(entry, keyword));
@@ -94,14 +98,16 @@ static void print_values(const Findings &findings, const ConfigPart &part, const
     } else if (settings != nullptr) {
       print_setting(findings, *settings, value);
     } else {
-      std::cout << "      " << printable(without_passwords(value)) << '\n';
+      std::cout << "      " << (findings.discretion.holds_password(value) ? "***" : printable(value)) << '\n';
     }
   }
 }
 
 /* A malformed line is in the place of the name. */
 static std::string name_shown(const Findings &findings, const ConfigLine &line) {
-  const std::string name = line.known ? line.name : line.name.substr(0, line.name.find_first_of(" \t"));
+  const auto end = std::find_if(line.name.begin(), line.name.end(),
+                                [](unsigned char c) { return c != '_' && std::isalnum(c) == 0; });
+  const std::string name = line.known ? line.name : std::string(line.name.begin(), end);
   return (findings.discretion.holds_password(name) ? "***" : printable(without_passwords(name))) +
          (name == line.name ? "" : " (rest not shown)");
 }
@@ -172,30 +178,27 @@ static LogPlace log_place(const Findings &findings) {
   return {"stderr", "nothing else being set"};
 }
 
-static bool can_be_written(const std::string &path) {
-  if (path == "stderr") {
-    return true;
+/* A path of the open string may hold a password that was meant for -P. */
+static std::string path_shown(const Findings &findings, const LogPlace &place) {
+  const std::optional<LogOption> option = log_option(findings.open_string);
+  if (!option || place.path != option->path) {
+    return printable(place.path);
   }
-  std::error_code error;
-  if (std::filesystem::exists(path, error)) {
-    return !std::filesystem::is_directory(path, error) && access(path.c_str(), R_OK | W_OK) == 0;
-  }
-  const std::string folder = std::filesystem::path(path).parent_path().string();
-  return !path.empty() && access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK) == 0;
+  return option->is_part || findings.discretion.holds_password(place.path) ? "(path not shown)"
+                                                                           : printable(without_passwords(place.path));
 }
 
 bool report_log(const Findings &findings) {
   const LogPlace place = log_place(findings);
   const std::optional<LogOption> option = log_option(findings.open_string);
   const bool is_part = option && option->is_part && place.path == option->path;
-  std::cout << "log: " << (is_part ? "(path not shown)" : printable(without_passwords(place.path))) << ", from "
-            << place.origin << '\n';
+  std::cout << "log: " << path_shown(findings, place) << ", from " << place.origin << '\n';
   if (is_part) {
     std::cout
         << "  <- the library takes every \"-L\" for its option, even within a value: put a -L of its own first, or "
            "a logfile entry into the [all] section\n";
   }
-  if (can_be_written(place.path)) {
+  if (can_hold_log(place.path)) {
     return true;
   }
   std::cout << "  <- it cannot be opened for reading and writing, and so xa_open would fail: make the folder, change "

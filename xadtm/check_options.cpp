@@ -102,7 +102,7 @@ static std::string value_shown(const OpenOption &option, bool is_known) {
   if (option.letter == 'P') {
     return option.value.empty() ? " (empty)" : " ***";
   }
-  if (!is_known || !may_be_shown(option)) {
+  if (!is_known || !may_be_shown(option) || option.may_be_password) {
     return " (value not shown)";
   }
   return std::string(" ").append(printable(without_passwords(option.value)));
@@ -116,6 +116,17 @@ static std::string why_wrong(const OpenOption &option) {
                               : "refused: it has more than 31 characters";
 }
 
+/* The library looks for "-T" everywhere. */
+static bool holds_trace_option(const std::string &value) {
+  for (size_t at = value.find('-'); at != std::string::npos; at = value.find('-', at + 1)) {
+    if (at + 1 < value.size() && (value[at + 1] == 'T' || value[at + 1] == 't') &&
+        is_trace_keyword(value.substr(at + 2))) {
+      return true;
+    }
+  }
+  return false;
+}
+
 static std::string remarks_on(const Findings &findings, size_t index) {
   const OpenOption &option = findings.options[index];
   std::string remarks;
@@ -123,7 +134,13 @@ static std::string remarks_on(const Findings &findings, size_t index) {
     remarks.append(remark.empty() ? "" : "; ").append(remark);
   }
   if (option.letter != 'P' && without_passwords(option.value) != option.value) {
-    remarks += "; it holds -P, which needs white space before it";
+    remarks += "; if -P in it was to be an option, put white space before it";
+  }
+  if (holds_trace_option(option.value)) {
+    remarks += "; the library takes \"-T\" in it for a trace option";
+  }
+  if (option.letter == 'K' && option.value == "MSDTC") {
+    remarks += "; with this one, connections are not published to application code";
   }
   if (option.letter == 'P' && option.value.empty()) {
     remarks += "; a password stands directly behind -P, without white space";
@@ -142,6 +159,9 @@ void report_options(const Findings &findings) {
     } else {
       std::cout << meaning << remarks_on(findings, i) << '\n';
     }
+  }
+  if (findings.flavour == "mts" && stored_value(findings.options, 'K').empty()) {
+    std::cout << "  without -K, connections are not published to application code\n";
   }
   if (!stray_texts(findings.open_string).empty()) {
     std::cout << "  text that belongs to no option is ignored: put \"-\" and a letter before every value, and no white "

@@ -23,6 +23,7 @@ struct Findings {
   const ConfigFile &config;
   const std::vector<Heard> &heard;
   const Discretion &discretion;
+  bool settings_read; /* xa_open came as far as to take the configuration's settings, or to complain of them */
 };
 
 void report_options(const Findings &findings);

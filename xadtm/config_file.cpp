@@ -4,9 +4,14 @@
  */
 #include "config_file.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <string_view>
 
 #include "common_routines.h"
@@ -98,6 +103,10 @@ static bool is_usable(const ConfigLine &line) {
 
 using Line = std::vector<ConfigLine>::const_iterator;
 
+static bool is_log_entry(const ConfigLine &line) {
+  return same_name(line.name, "logfile") && is_usable(line) && can_hold_log(line.values.front());
+}
+
 static bool has_usable(Line begin, Line end, const char *entry) {
   return std::any_of(begin, end,
                      [=](const ConfigLine &line) { return same_name(line.name, entry) && is_usable(line); });
@@ -109,8 +118,11 @@ static std::string why_single_unused(const std::vector<ConfigLine> &lines, Line 
     return line->values.empty() || line->values.front().empty() ? "it has no value"
                                                                 : "it has more than 1024 characters";
   }
-  if (same_name(line->name, "logfile") && has_usable(lines.begin(), line, "logfile")) {
+  if (same_name(line->name, "logfile") && std::any_of(lines.begin(), line, is_log_entry)) {
     return "only the first logfile entry is used";
+  }
+  if (same_name(line->name, "logfile") && !is_log_entry(*line) && std::any_of(line, lines.end(), is_log_entry)) {
+    return "the file cannot be opened, and so a later entry is used";
   }
   if (same_name(line->name, "server") && has_usable(line + 1, lines.end(), "server")) {
     return "the entry stands again later";
@@ -200,13 +212,43 @@ std::optional<std::string> config_value(const ConfigFile &file, const std::strin
     }
     for (const ConfigLine &line : candidate.lines) {
       if (same_name(line.name, entry) && is_usable(line)) {
-        value = value && same_name(entry, "logfile") ? value : line.values.front();
+        value = line.values.front();
       }
     }
   }
   return value;
 }
 
+bool can_hold_log(const std::string &path) {
+  if (path == "stderr") {
+    return true;
+  }
+  if (const int log = open(path.c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); log >= 0) {
+    close(log);
+    return true;
+  }
+  if (errno != ENOENT || path.empty()) {
+    return false;
+  }
+  std::error_code error;
+  const std::filesystem::path folder = std::filesystem::weakly_canonical(path, error).parent_path();
+  return access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK) == 0;
+}
+
 std::optional<std::string> log_entry(const ConfigFile &file) {
-  return config_value(file, "all", "logfile");
+  std::optional<std::string> first;
+  for (const ConfigPart &part : file.parts) {
+    if (!part.ignored.empty() || !same_name(part.name, "all")) {
+      continue;
+    }
+    for (const ConfigLine &line : part.lines) {
+      if (is_log_entry(line)) {
+        return line.values.front();
+      }
+      if (!first && same_name(line.name, "logfile") && is_usable(line)) {
+        first = line.values.front();
+      }
+    }
+  }
+  return first;
 }

@@ -35,7 +35,9 @@ ConfigFile read_config(const std::string &lrm);
 bool same_name(const std::string &left, const std::string &right);
 /* The value that the library uses of an entry in the part of that name; nothing without it. */
 std::optional<std::string> config_value(const ConfigFile &file, const std::string &part, const std::string &entry);
-/* The path of the logfile entry. */
+/* Whether a log at the path can be opened as the library does it, for reading and writing. Nothing is made. */
+bool can_hold_log(const std::string &path);
+/* The path of the logfile entry that is used: the first whose file can be opened, or else just the first. */
 std::optional<std::string> log_entry(const ConfigFile &file);
 
 #endif /* XADTM_TOOL_CONFIG_FILE_H */

@@ -1,6 +1,7 @@
 /*
  * main.cpp - xadtm's command line: help, choice of the command, exit status.
  */
+#include <csignal>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -129,6 +130,7 @@ static int complain(const std::exception &error, int status) {
 }
 
 int main(int argc, char **argv) {
+  std::signal(SIGPIPE, SIG_IGN); /* the exit status tells the outcome, whoever reads the output */
   try {
     return run(read_arguments(argc, argv));
   } catch (const UsageError &error) {

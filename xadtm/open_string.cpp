@@ -66,6 +66,8 @@ std::vector<OpenOption> read_open_string(std::string_view text, bool has_key) {
       option->behind_error = behind_error && is_stored(option->letter, has_key);
       option->is_error = !option->behind_error && is_error(*option, has_key, rest.empty());
       behind_error = behind_error || option->is_error;
+      option->may_be_password =
+          word.front() != '-' && !options.empty() && options.back().letter == 'P' && options.back().value.empty();
       options.push_back(std::move(*option));
     }
   }

@@ -12,8 +12,9 @@
 struct OpenOption {
   char letter = '\0'; /* upper case; zero for a "-" with nothing behind it */
   std::string value;
-  bool is_error = false;     /* the library reports it and stores nothing that stands behind it */
-  bool behind_error = false; /* as for this one, then */
+  bool is_error = false;        /* the library reports it and stores nothing that stands behind it */
+  bool behind_error = false;    /* as for this one, then */
+  bool may_be_password = false; /* it is in the word behind a -P that has no value */
 };
 
 /* The lookup key (-K) is an option under some flavours only. */

@@ -114,7 +114,7 @@ static bool is_chatter(const LogRecord &record) {
     return record.text.find("(CS_SET, ") == std::string::npos || record.text.find("failed!") == std::string::npos;
   }
   return record.text.starts_with("Return ") || record.text.starts_with("Using config file") ||
-         record.function == "xalog_open_file" || record.function == "xl_init" ||
+         record.function == "xalog_open_file" || (record.function == "xl_init" && record.type != "Error") ||
          (record.type == "Message" && record.text.find("(CS_SET, ") != std::string::npos);
 }
 

@@ -109,8 +109,10 @@ TEST(Settle, only_yes_at_a_terminal_goes_on) {
     EXPECT_EQ(refused.status, 4) << answer << refused.output;
     EXPECT_TRUE(refused.says("Type yes to rollback it")) << refused.output;
   }
-  EXPECT_TRUE(Terminal(site.there(command)).await("Type yes")); /* which hangs up */
+  EXPECT_TRUE(Terminal(site.there("exec " + command)).await("Type yes")); /* which hangs up, and waits for its end */
   EXPECT_EQ(site.run(command + " --yes > /dev/full").status, 2);
+  const std::string unread = "{ sleep 0.1; " + command + " --yes; echo $? > status; } | true; cat status";
+  EXPECT_TRUE(site.run(unread).output.ends_with("\n2\n"));
   EXPECT_NE(site.branches().find("prepared"), std::string::npos);
   EXPECT_EQ(run_at_terminal(site, command, "yes\n").status, 0);
   EXPECT_EQ(site.branches().find("prepared"), std::string::npos);

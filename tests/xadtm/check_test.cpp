@@ -26,6 +26,7 @@ TEST(Check, what_works_is_shown_with_its_origins) {
   const Outcome outcome = check(site, "-NL1 -Uteller -PtopSecret");
   EXPECT_EQ(outcome.status, 0) << outcome.output;
   EXPECT_EQ(outcome.output,
+            "trying it out; all that is found is shown when that has come to its end\n"
             "open string, flavour txs (unless --flavour)\n"
             "  -N L1  LRM name\n  -U teller  user\n  -P ***  password\n"
             "configuration file xa_config, from $XACONFIGFILE\n"
@@ -62,7 +63,9 @@ TEST(Check, unused_parts_of_the_open_string_are_named) {
       {"-NL1 -p topSecret",
        "not used: the option stands again later; a password stands directly behind -P, without white space\n"},
       {"-NL1 --PtopSecret -", "  -- (value not shown)  ignored: there is no such option\n"},
-      {"-NL1 -Lx-PtopSecret", "  -L x-P***  log file; it holds -P, which needs white space before it\n"},
+      {"-NL1 -Lx-PtopSecret", "  -L x-P***  log file; if -P in it was to be an option, put white space before it\n"},
+      {"-NL1 -P x-LtopSecret", "  -L (value not shown)  log file\n"},
+      {"-NL1 -Ux-Txl", "  -U x-Txl  user; not used: the option stands again later; the library takes \"-T\" in it for"},
   };
   for (const auto &[options, line] : rows) {
     const Outcome outcome = check(site, options + " -Uteller -PtopSecret");
@@ -109,13 +112,15 @@ TEST(Check, unused_parts_of_the_configuration_are_named) {
 TEST(Check, configured_twice_or_in_vain_is_named) {
   const Site site;
   site.write("xa_config",
-             "[all]\nlogfile=\nlogfile=a.log\nlogfile=b.log\ntraceflags=topSecret\nmaxoutconn=3\n"
+             "[all]\nlogfile=\nlogfile=/nowhere/x\nlogfile=a.log\nlogfile=b.log\ntraceflags=topSecret\nmaxoutconn=3\n"
              "properties=CS_PACKETSIZE=512,cs_timeout=Abc\n[xa]\nlrm=L1\nserver=elsewhere\nserver=bank1\n"
              "properties=CS_PACKETSIZE=512\n");
   const Outcome outcome = check(site, "-NL1 -Uteller -PtopSecret -Ta");
   EXPECT_EQ(outcome.status, 0) << outcome.output;
   for (const char *line :
-       {"    logfile\n      <- ignored: it has no value\n    logfile\n      a.log\n    logfile\n      b.log\n"
+       {"    logfile\n      <- ignored: it has no value\n    logfile\n      /nowhere/x\n"
+        "      <- ignored: the file cannot be opened, and so a later entry is used\n    logfile\n      a.log\n    "
+        "logfile\n      b.log\n"
         "      <- ignored: only the first logfile entry is used\n",
         "      <- ignored: there is no such trace keyword; known are xa", "      <- ignored: write properties=CS_MAX_C",
         "      CS_PACKETSIZE=(value not shown)  <- not in force: Context Property CS_PACKETSIZE not supported",
@@ -206,6 +211,8 @@ TEST(Check, what_cannot_be_used_is_refused_with_its_cure) {
   site.write("malformed", "[all]\n[xa]\nlrm=L1\nserver bank1\n");
   site.write("foreign", "[all]\n[xa]\nlrm=L7\n");
   site.write("noserver", "[all]\n[xa]\nlrm=L1\n");
+  site.write("unread", "[all]\nlogfile x\n[xa]\nlrm=L1\nserver=bank1\nproperties=CS_PASSWORD=topSecret\n");
+  site.write("stray", "[all]\n[xa]\nlrm=L1\nserver=bank1\npassword:topSecret\n");
   const std::string good = "-NL1 -Uteller -PtopSecret";
   struct {
     std::string open_string;
@@ -217,6 +224,8 @@ TEST(Check, what_cannot_be_used_is_refused_with_its_cure) {
       {good, "env -u XACONFIGFILE TARVEX=/nowhere TARVEX_QLT=q", "  not readable: /nowhere/q/config/xa_config\n"},
       {good, "XACONFIGFILE=malformed", "[xa]  <- not used: it holds a malformed line"},
       {good, "XACONFIGFILE=malformed", "-> mend the malformed line"},
+      {good, "XACONFIGFILE=unread", "      CS_PASSWORD=(value not shown)  <- not tried"},
+      {good, "XACONFIGFILE=stray", "    password (rest not shown)\n"},
       {good, "XACONFIGFILE=foreign", "-> add an [xa] section with this lrm, or correct -N"},
       {good, "XACONFIGFILE=noserver", "server: none named; add -S"},
       {good, "XALOGFILE=/nowhere/log", "log: /nowhere/log, from $XALOGFILE\n  <- it cannot be opened"},
@@ -226,7 +235,7 @@ TEST(Check, what_cannot_be_used_is_refused_with_its_cure) {
       {"-V12 " + good, "", "-> write -V11, or leave -V out"},
       {"-C5 " + good, "", "-> remove -C, and write"},
       {"-NL1 -Uteller -PtopSecrets", "", "-> see that the server runs"},
-      {"-NL1 -Uteller-PtopSecret", "", "  -U teller-P***  user; it holds -P, which needs white space before it\n"},
+      {"-NL1 -Uteller-PtopSecret", "", "  -U teller-P***  user; if -P in it was to be an option, put white"},
       {good + " -Snowhere", "", "Error: Connect(nowhere) failed, rc=0\n    -> see that the server runs"},
       {"-NL1 -Uguest -PtopSecret", "", "-> give the user the role at the server"},
   };
@@ -236,6 +245,9 @@ TEST(Check, what_cannot_be_used_is_refused_with_its_cure) {
     EXPECT_TRUE(outcome.says(message) && outcome.says("cannot use it")) << message << "\n" << outcome.output;
     expect_discreet(site, outcome);
   }
+  const Outcome nameless = check(site, "-Uteller -PtopSecret -Sbank1", "", "--flavour mts");
+  EXPECT_EQ(nameless.status, 1);
+  EXPECT_TRUE(nameless.says("no LRM name") && nameless.says("without -K")) << nameless.output;
   ASSERT_EQ(site.administer("dtm off").status, 0);
   const Outcome off = check(site, good);
   EXPECT_EQ(off.status, 1);

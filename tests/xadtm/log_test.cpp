@@ -44,6 +44,18 @@ TEST(Log, calls_nest_with_results_durations_and_arguments) {
             "read: 0\n");
 }
 
+TEST(Log, an_entry_that_traces_itself_holds_its_verb) {
+  std::string opens;
+  for (int second = 1; second < 3; ++second) {
+    opens += line(second, "trv_mts_xa_open", "XA trace: Enter") + line(second, "xa_open", "XA trace: Enter") +
+             line(second, "xa_open", "XA trace:  retstat: 0 ([XA_OK])") +
+             line(second, "trv_mts_xa_open", "XA trace:  retstat: 0 ([XA_OK])");
+  }
+  const Outcome shown = log_of(opens);
+  EXPECT_TRUE(shown.says("calls: 4, failed: 0, without a return: 0, returns without their beginning: 0"))
+      << shown.output;
+}
+
 TEST(Log, failures_come_with_what_led_to_them_and_nothing_else) {
   const std::string fine =
       line(1, "xa_prepare", "XA trace: Enter") + line(1, "xa_prepare", "XA trace:  retstat: 0 ([XA_OK])");
