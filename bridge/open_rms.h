@@ -54,7 +54,8 @@ class OpenRms {
   // Remembers that the rmid is open, with this string instead of an older one. Without a place for it, it is remembered
   // that something is missing.
   void remember(int32_t rmid, const OpenString &info);
-  // Remembers that the rmid should be open: the manager could not open it. Forgotten by remember and end_close.
+  // Remembers that the rmid should be open: the manager could not open it. Forgotten by remember and by
+  // forget_failure, which every close calls that was no mistake.
   void note_failure(int32_t rmid);
   // False when there is neither a place for the rmid nor the rmid itself.
   bool has_place(int32_t rmid);
