@@ -136,7 +136,6 @@ TEST_F(Refusals, KeepClientsFromWhatIsNotTheirs) {
       "detach main",
       "vacuum",
       "vacuum into 'x.db'",
-      "create trigger r after insert on acct begin delete from acct; end",
       "create temp table x (id integer primary key)",
       "create table temp.x (id integer primary key)",
       "create virtual table x using fts5(a)",
@@ -165,61 +164,17 @@ TEST_F(Refusals, KeepClientsFromWhatIsNotTheirs) {
       "select * from master..sysconfigures, acct",
       "select randomblob(100000000)",
   };
-  const char *const in_branches[] = {
-      "create table x (id integer primary key)",
-      "create table if not exists acct (id integer primary key)",
-      "create table x as select * from acct",
-      "drop table acct",
-      "alter table acct rename to x",
-      "create index x on acct (v)",
-      "create view x as select 1",
-      "analyze",
-      "insert into sqlite_sequence values ('x', 1)",
-  };
-  EXPECT_EQ(other.sql("create table counted (id integer primary key autoincrement)"), "");
   const Client guest(server, "guest");
   EXPECT_EQ(one.dtm("begin", "b"), 0);
   for (const char *sql : never) {
     EXPECT_EQ(guest.sql(sql).front(), '!') << sql;
     EXPECT_EQ(one.sql(sql).front(), '!') << sql;
   }
-  for (const char *sql : in_branches) {
-    EXPECT_EQ(one.sql(sql), "!3105") << sql;
-  }
   EXPECT_EQ(one.sql("with a as (select 3 as v) insert into acct select v, v from a"), "#1");
   EXPECT_EQ(one.dtm("commit1", "b"), 1);
   EXPECT_EQ(one.sql("select id from acct"), "1;2;3#3");
   EXPECT_EQ(one.sql("create view sums as select sum(v) as s from acct; select s from sums; create index i on acct (v)"),
             "203#1");
-}
-
-TEST_F(Refusals, TakeTablesWhoseChangesCanBeRecordedOnly) {
-  struct Case {
-    const char *columns;
-    const char *result;
-  };
-  const Case cases[] = {
-      {"(id integer primary key)", ""},
-      {"(id integer primary key, n text unique, c text check (c <> ''), foreign key (n) references acct (id))", ""},
-      {"(a text not null primary key)", ""},
-      {"(a text, b text, primary key (a, b)) without rowid", ""},
-      {"(a int not null, b int not null, primary key (a, b))", ""},
-      {"(a text)", "!3105"},
-      {"(a text unique not null)", "!3105"},
-      {"(a text primary key)", "!3105"},
-      {"(a int primary key)", "!3105"},
-      {"(a integer primary key desc)", "!3105"},
-      {"(a text collate nocase not null primary key)", "!3105"},
-      {"(a text not null, primary key (a collate rtrim)) without rowid", "!3105"},
-      {"(a int not null, b int, primary key (a, b))", "!3105"},
-      {"as select * from acct", "!3105"},
-      {"(id integer primary key, g int as (id * 2) stored)", "!3105"},
-      {"(id integer primary key, g int as (id * 2))", "!3105"},
-  };
-  for (const Case &one_case : cases) {
-    EXPECT_EQ(one.sql(std::string("create table x ") + one_case.columns), one_case.result) << one_case.columns;
-    EXPECT_EQ(one.sql("drop table x"), *one_case.result == '\0' ? "" : "!3101") << one_case.columns;
-  }
 }
 
 TEST_F(BranchSql, AsksTheCatalogAsLibxadtmDoes) {

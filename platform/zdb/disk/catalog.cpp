@@ -1,6 +1,8 @@
 /* catalog.cpp - every change is one transaction, synced to the disk before it returns. */
 #include "catalog.h"
 
+#include <algorithm>
+
 #include "zdb_control.h"
 
 namespace zdb {
@@ -15,8 +17,25 @@ constexpr const char *schema = R"(
     xactname TEXT NOT NULL UNIQUE,
     state INTEGER NOT NULL,
     since INTEGER NOT NULL,
-    changes BLOB NOT NULL);
+    pages BLOB NOT NULL,
+    writing INTEGER NOT NULL DEFAULT 0);
+  PRAGMA user_version = 1;
 )";
+
+constexpr int64_t version = 1;
+
+/* The journal of the first version kept changes of rows. */
+constexpr const char *from_first_version = R"(
+  ALTER TABLE branch_journal RENAME COLUMN changes TO pages;
+  ALTER TABLE branch_journal ADD COLUMN writing INTEGER NOT NULL DEFAULT 0;
+  UPDATE branch_journal SET pages = x'';
+  PRAGMA user_version = 1;
+)";
+
+int64_t number(const Database &database, const char *query) {
+  Statement statement(database, query);
+  return statement.step() ? statement.integer(0) : 0;
+}
 
 int64_t now_in_seconds() {
   return std::chrono::duration_cast<std::chrono::seconds>(Clock::now().time_since_epoch()).count();
@@ -30,6 +49,12 @@ void Catalog::create(const std::string &file) {
 }
 
 Catalog::Catalog(const std::string &file) : database_(file) {
+  const int64_t found = number(database_, "PRAGMA user_version");
+  if (found > version) {
+    throw std::runtime_error(file + " was made by a newer zdbd. Start that one");
+  }
+  old_ = found < version;
+  last_id_ = number(database_, "SELECT seq FROM sqlite_sequence WHERE name = 'branch_journal'");
   Statement logins(database_, "SELECT name, hash, dtm_role FROM syslogins");
   while (logins.step()) {
     logins_[logins.text(0)] = {logins.text(1), logins.integer(2) != 0};
@@ -123,43 +148,78 @@ void Catalog::set_setting(const std::string &name, std::optional<int64_t> value)
 
 // ---- The journal ----------------------------------------------------------------------------------------------------
 
+void Catalog::bring_up() {
+  write([&] {
+    database_.execute(from_first_version);
+    return true;
+  });
+  old_ = false;
+}
+
 std::vector<JournalRow> Catalog::journal() {
   const std::lock_guard<std::mutex> lock(mutex_);
   std::vector<JournalRow> rows;
-  Statement statement(database_, "SELECT id, xactname, state, since, changes FROM branch_journal ORDER BY id");
+  Statement statement(database_, old_ ? "SELECT id, xactname, state, since, changes <> x'', 0 FROM branch_journal ORDER BY id"
+                                      : "SELECT id, xactname, state, since, pages <> x'', writing FROM branch_journal ORDER BY id");
   while (statement.step()) {
     rows.push_back({statement.integer(0), statement.text(1), static_cast<int32_t>(statement.integer(2)),
-                    Clock::time_point(std::chrono::seconds(statement.integer(3))), statement.blob(4)});
+                    Clock::time_point(std::chrono::seconds(statement.integer(3))), statement.integer(4) != 0,
+                    statement.integer(5) != 0});
   }
   return rows;
 }
 
-std::string Catalog::changes_of(int64_t id) {
+std::string Catalog::pages_of(int64_t id) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  Statement statement(database_, "SELECT changes FROM branch_journal WHERE id = ?");
+  Statement statement(database_, "SELECT pages FROM branch_journal WHERE id = ?");
   statement.bind(1, id);
   return statement.step() ? statement.blob(0) : std::string();
+}
+
+void Catalog::give_ids_above(int64_t id) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  last_id_ = std::max(last_id_, id);
+}
+
+int64_t Catalog::new_id() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return ++last_id_;
 }
 
 /* Inside a transaction, under the mutex. */
 void Catalog::clear_leftovers() {
   for (const Leftover &leftover : leftovers_) {
     Statement(database_, leftover.row_goes ? "DELETE FROM branch_journal WHERE id = ?"
-                                           : "UPDATE branch_journal SET changes = x'' WHERE id = ?")
+                                           : "UPDATE branch_journal SET pages = x'' WHERE id = ?")
         .bind(1, leftover.id)
         .run();
   }
 }
 
-int64_t Catalog::enter(const std::string &branch, const std::string &changes) {
-  return write([&] {
-    Statement(database_, "INSERT INTO branch_journal (xactname, state, since, changes) VALUES (?, ?, ?, ?)")
-        .bind(1, branch)
-        .bind(2, ZDB_PREPARED)
-        .bind(3, now_in_seconds())
-        .bind_blob(4, changes)
+void Catalog::enter(int64_t id, const std::string &branch, const std::string &pages) {
+  write([&] {
+    Statement(database_, "INSERT INTO branch_journal (id, xactname, state, since, pages) VALUES (?, ?, ?, ?, ?)")
+        .bind(1, id)
+        .bind(2, branch)
+        .bind(3, ZDB_PREPARED)
+        .bind(4, now_in_seconds())
+        .bind_blob(5, pages)
         .run();
-    return static_cast<int64_t>(sqlite3_last_insert_rowid(database_.handle()));
+    return true;
+  });
+}
+
+void Catalog::begin_writing(int64_t id) {
+  write([&] {
+    Statement(database_, "UPDATE branch_journal SET writing = 1 WHERE id = ?").bind(1, id).run();
+    return true;
+  });
+}
+
+void Catalog::clear_pages(int64_t id) {
+  write([&] {
+    Statement(database_, "UPDATE branch_journal SET pages = x'', writing = 0 WHERE id = ?").bind(1, id).run();
+    return true;
   });
 }
 
@@ -186,7 +246,7 @@ void Catalog::remove_later(int64_t id) {
   leftovers_.push_back({id, true});
 }
 
-void Catalog::clear_changes_later(int64_t id) {
+void Catalog::clear_pages_later(int64_t id) {
   const std::lock_guard<std::mutex> lock(mutex_);
   leftovers_.push_back({id, false});
 }

@@ -25,14 +25,19 @@ struct JournalRow {
   std::string branch;
   int32_t state = 0;
   Clock::time_point since;
-  std::string changes; /* a changeset; empty when there are none, or none any more */
+  bool has_pages = false; /* it has changes, which were not committed, for all that the journal knows */
+  bool writing = false;   /* its pages were being put into the data: the data may be half written */
 };
 
 class Catalog {
  public:
   /* Makes the tables of a new catalog. */
   static void create(const std::string &file);
+  /* Throws std::runtime_error when the catalog is of a version that this one does not know. */
   explicit Catalog(const std::string &file);
+  /* Brings a catalog of an older version up to this one's. The journal must hold no changes of the older form. */
+  bool is_old() const { return old_; }
+  void bring_up();
 
   struct Login {
     std::string hash;
@@ -46,11 +51,19 @@ class Catalog {
   std::optional<int64_t> setting(const std::string &name) const;
   void set_setting(const std::string &name, std::optional<int64_t> value);
 
+  /* In the order of preparation. */
   std::vector<JournalRow> journal();
-  /* The changes of the branch with the id. */
-  std::string changes_of(int64_t id);
-  /* Enters a prepared branch; it is on the disk when this returns its id. */
-  int64_t enter(const std::string &branch, const std::string &changes);
+  /* The encoded page images of the branch with the id. */
+  std::string pages_of(int64_t id);
+  /* Ids that are higher than the given one, and than all that there were. */
+  void give_ids_above(int64_t id);
+  int64_t new_id();
+  /* Enters a prepared branch; it is on the disk when this returns. */
+  void enter(int64_t id, const std::string &branch, const std::string &pages);
+  /* From now on, also after a crash, only putting in the branch's pages makes the data whole. */
+  void begin_writing(int64_t id);
+  /* The branch stays, with its outcome; what begin_writing has said is over. */
+  void clear_pages(int64_t id);
   void set_state(int64_t id, int32_t state);
   void remove(int64_t id);
   /*
@@ -58,8 +71,8 @@ class Catalog {
    * anyway; until then it may be met again at the next start.
    */
   void remove_later(int64_t id);
-  /* The same for the changes of a branch that stays, with its outcome. */
-  void clear_changes_later(int64_t id);
+  /* The same for the pages of a branch that stays, with its outcome. */
+  void clear_pages_later(int64_t id);
   /* Does what was to be done later, and makes the file itself whole. */
   void settle();
 
@@ -68,13 +81,15 @@ class Catalog {
   auto write(Action action);
   void clear_leftovers();
 
-  std::mutex mutex_; /* guards the file's connection and the leftovers, also while it is synced */
+  std::mutex mutex_; /* guards what follows up to old_, also while the file is synced */
   Database database_;
   struct Leftover {
     int64_t id;
     bool row_goes;
   };
   std::vector<Leftover> leftovers_;
+  int64_t last_id_ = 0;
+  bool old_ = false;
 
   mutable std::mutex memory_mutex_; /* guards what follows, which is to be had while the file is synced */
   std::map<std::string, Login> logins_;

@@ -1,43 +1,23 @@
 /* data_file.cpp - connections are kept for the next user, since opening one reads the whole schema. */
 #include "data_file.h"
 
+#include <algorithm>
+#include <filesystem>
+
 namespace zdb {
 namespace {
 
 constexpr const char *mark_schema =
     "CREATE TABLE zdb_mark (slot INTEGER PRIMARY KEY CHECK (slot = 1), journal_id INTEGER NOT NULL)";
 
-constexpr const char *tables_without_key = R"(
-  SELECT t.name FROM pragma_table_list AS t
-  WHERE t.schema = 'main' AND t.type = 'table' AND t.name NOT LIKE 'sqlite!_%' ESCAPE '!' AND
-        (SELECT count(*) FROM pragma_table_info(t.name) WHERE pk > 0) = 0
-  LIMIT 1)";
+std::string log_path(const std::string &file) {
+  return file + "-wal";
+}
 
-/* A key that is not the row's own number may hold nulls, unless it is declared otherwise. It has an index then. */
-constexpr const char *tables_with_null_keys = R"(
-  SELECT t.name FROM pragma_table_list AS t
-  WHERE t.schema = 'main' AND t.type = 'table' AND t.wr = 0 AND t.name NOT LIKE 'sqlite!_%' ESCAPE '!' AND
-        EXISTS (SELECT 1 FROM pragma_index_list(t.name) WHERE origin = 'pk') AND
-        EXISTS (SELECT 1 FROM pragma_table_info(t.name) AS c WHERE c.pk > 0 AND c."notnull" = 0)
-  LIMIT 1)";
-
-/* The recorder tells keys apart by their bytes. */
-constexpr const char *tables_with_collated_keys = R"(
-  SELECT t.name FROM pragma_table_list AS t
-  WHERE t.schema = 'main' AND t.type = 'table' AND t.name NOT LIKE 'sqlite!_%' ESCAPE '!' AND
-        EXISTS (SELECT 1 FROM pragma_index_list(t.name) AS i, pragma_index_xinfo(i.name) AS c
-                WHERE i.origin = 'pk' AND c."key" = 1 AND c.coll <> 'BINARY')
-  LIMIT 1)";
-
-constexpr const char *tables_with_computed_columns = R"(
-  SELECT t.name FROM pragma_table_list AS t
-  WHERE t.schema = 'main' AND t.type = 'table' AND t.name NOT LIKE 'sqlite!_%' ESCAPE '!' AND
-        EXISTS (SELECT 1 FROM pragma_table_xinfo(t.name) AS c WHERE c.hidden > 0)
-  LIMIT 1)";
-
-std::string first_name(const Database &database, const char *query) {
-  Statement statement(database, query);
-  return statement.step() ? statement.text(0) : std::string();
+bool log_is_empty(const std::string &file) {
+  std::error_code failure;
+  const auto size = std::filesystem::file_size(log_path(file), failure);
+  return failure == std::errc::no_such_file_or_directory || (!failure && size == 0);
 }
 
 }  // namespace
@@ -49,15 +29,9 @@ void DataFile::create(const std::string &file) {
 
 DataFile::DataFile(std::string file) : file_(std::move(file)) {}
 
-std::unique_ptr<SqlConnection> DataFile::take() {
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (!idle_.empty()) {
-      std::unique_ptr<SqlConnection> connection = std::move(idle_.back());
-      idle_.pop_back();
-      return connection;
-    }
-  }
+// ---- Users of the file ----------------------------------------------------------------------------------------------
+
+std::unique_ptr<SqlConnection> DataFile::connect() {
   try {
     return std::make_unique<SqlConnection>(file_);
   } catch (const SqliteError &error) {
@@ -65,30 +39,126 @@ std::unique_ptr<SqlConnection> DataFile::take() {
   }
 }
 
-void DataFile::give_back(std::unique_ptr<SqlConnection> connection) {
-  constexpr std::size_t idle_max = 8;
-  connection->database().roll_back();
-  const std::lock_guard<std::mutex> lock(mutex_);
-  if (idle_.size() < idle_max) {
-    idle_.push_back(std::move(connection));
+SqlConnection &DataFile::use(DataSlot &slot) {
+  Lock lock(mutex_);
+  changed_.wait(lock, [this] { return !closed_; });
+  slots_.insert(&slot);
+  slot.in_use = true;
+  if (slot.connection == nullptr && !idle_.empty()) {
+    slot.connection = std::move(idle_.back());
+    idle_.pop_back();
   }
+  if (slot.connection != nullptr) {
+    return *slot.connection;
+  }
+  lock.unlock();
+  try {
+    slot.connection = connect();
+  } catch (...) {
+    give_back(slot);
+    throw;
+  }
+  return *slot.connection;
+}
+
+void DataFile::rest(DataSlot &slot) {
+  const Lock lock(mutex_);
+  slot.in_use = false;
+  changed_.notify_all();
+}
+
+/* A connection that does not get out of its transaction is closed: the next user must not find it open. */
+void DataFile::give_back(DataSlot &slot) {
+  constexpr std::size_t idle_max = 8;
+  Lock lock(mutex_);
+  slot.in_use = true;
+  lock.unlock();
+  if (slot.connection != nullptr && !slot.connection->database().roll_back()) {
+    slot.connection.reset();
+  }
+  lock.lock();
+  if (slot.connection != nullptr && !closed_ && idle_.size() < idle_max) {
+    idle_.push_back(std::move(slot.connection));
+  }
+  slot.connection.reset();
+  slot.in_use = false;
+  slots_.erase(&slot);
+  changed_.notify_all();
 }
 
 int64_t DataFile::mark() {
-  std::unique_ptr<SqlConnection> connection = take();
-  int64_t id = 0;
-  {
-    Statement statement(connection->database(), "SELECT journal_id FROM zdb_mark");
-    id = statement.step() ? statement.integer(0) : 0;
-  }
-  give_back(std::move(connection));
-  return id;
+  DataTurn turn(*this);
+  Statement statement(turn.database(), "SELECT journal_id FROM zdb_mark");
+  return statement.step() ? statement.integer(0) : 0;
 }
 
 void DataFile::settle() {
-  std::unique_ptr<SqlConnection> connection = take();
-  connection->database().execute("PRAGMA wal_checkpoint(TRUNCATE)");
-  give_back(std::move(connection));
+  DataTurn turn(*this);
+  turn.database().execute("PRAGMA wal_checkpoint(TRUNCATE)");
+}
+
+// ---- Putting pages in -----------------------------------------------------------------------------------------------
+
+bool DataFile::wait_until_nobody(Lock &lock, std::chrono::milliseconds limit) {
+  return changed_.wait_for(lock, limit, [this] {
+    return std::none_of(slots_.begin(), slots_.end(), [](const DataSlot *slot) { return slot->in_use; });
+  });
+}
+
+/* Closes all connections; the file must be closed_ to others. */
+void DataFile::clear_file(Lock &lock, std::chrono::milliseconds limit) {
+  bool nobody = wait_until_nobody(lock, limit);
+  if (!nobody) {
+    must_stop_ = true;
+    nobody = wait_until_nobody(lock, limit);
+    must_stop_ = false;
+  }
+  if (!nobody) {
+    throw StoreError(message_lock_timeout,
+                     "Statements that do not end keep the server from committing the branch. Try again later.");
+  }
+  for (DataSlot *slot : slots_) {
+    slot->taken_away = slot->connection != nullptr && slot->connection->database().in_transaction();
+    slot->connection.reset();
+  }
+  idle_.clear();
+}
+
+/* What the log holds must be in the file before pages are put in: it would win over them. */
+void DataFile::empty_log() {
+  try {
+    const Database database(file_);
+    database.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+  } catch (const SqliteError &error) {
+    throw StoreError(message_storage, std::string("The server cannot empty its log (") + error.what() + ").");
+  }
+  if (!log_is_empty(file_)) {
+    throw StoreError(message_storage, "The server cannot empty its log " + log_path(file_) + ".");
+  }
+}
+
+void DataFile::put_in(const PageImages &images, std::chrono::milliseconds limit, const std::function<void()> &first) {
+  Lock lock(mutex_);
+  closed_ = true;
+  struct Open {
+    DataFile &data;
+    ~Open() {
+      data.closed_ = false;
+      data.changed_.notify_all();
+    }
+  } const open{*this};
+  clear_file(lock, limit);
+  empty_log();
+  first();
+  write_pages(file_, images);
+}
+
+void DataFile::put_in_again(const PageImages &images) {
+  if (!log_is_empty(file_)) {
+    throw std::runtime_error(log_path(file_) + " was not there when " + file_ +
+                             " was last written. Take both away from here, and put the files of a backup in their place");
+  }
+  write_pages(file_, images);
 }
 
 void set_mark(const Database &database, int64_t journal_id) {
@@ -96,24 +166,6 @@ void set_mark(const Database &database, int64_t journal_id) {
             "INSERT INTO zdb_mark VALUES (1, ?) ON CONFLICT (slot) DO UPDATE SET journal_id = excluded.journal_id")
       .bind(1, journal_id)
       .run();
-}
-
-void require_recordable_tables(const Database &database) {
-  struct Rule {
-    const char *offenders;
-    const char *remedy;
-  };
-  constexpr Rule rules[] = {
-      {tables_without_key, "' needs a PRIMARY KEY, so that a branch's changes of it can be made again after a crash."},
-      {tables_with_null_keys, "' has a PRIMARY KEY that may be null. Declare its columns NOT NULL."},
-      {tables_with_collated_keys, "' has a PRIMARY KEY with a collation. Give the key's columns none."},
-      {tables_with_computed_columns, "' has a generated column. Use a view for it."},
-  };
-  for (const Rule &rule : rules) {
-    if (const std::string name = first_name(database, rule.offenders); !name.empty()) {
-      throw StoreError(message_not_allowed, "Table '" + name + rule.remedy);
-    }
-  }
 }
 
 }  // namespace zdb

@@ -22,7 +22,13 @@ DiskStore::DiskStore(const std::string &folder)
       queries_(catalog_path(folder)) {
   sqlite3_db_config(queries_.database().handle(), SQLITE_DBCONFIG_MAINDBNAME, "master");
   add_transactions_table(queries_.database(), lister_);
+  finish_writing();
   const int64_t mark = data_.mark();
+  if (catalog_.is_old()) {
+    require_settled(mark);
+    catalog_.bring_up();
+  }
+  catalog_.give_ids_above(mark);
   for (const JournalRow &row : catalog_.journal()) {
     take_up(row, mark);
   }
@@ -38,6 +44,37 @@ DiskStore::~DiskStore() {
   }
 }
 
+/* Before anybody reads the data: what the server was putting into them when it went away is put in again. */
+void DiskStore::finish_writing() {
+  for (const JournalRow &row : catalog_.journal()) {
+    if (!row.writing) {
+      continue;
+    }
+    try {
+      data_.put_in_again(decoded_images(catalog_.pages_of(row.id)));
+    } catch (const std::exception &error) {
+      throw std::runtime_error("the commit of branch '" + row.branch + "' was broken off and cannot be finished (" +
+                               error.what() + "). Put the folder's backup in its place");
+    }
+    if (row.state == ZDB_PREPARED) {
+      catalog_.remove(row.id);
+    } else {
+      catalog_.clear_pages(row.id);
+    }
+  }
+}
+
+/* The first version kept what cannot be made again with certainty. */
+void DiskStore::require_settled(int64_t mark) {
+  for (const JournalRow &row : catalog_.journal()) {
+    if (row.has_pages && row.id != mark && row.state != ZDB_HEUR_ROLLED_BACK) {
+      throw std::runtime_error("branch '" + row.branch +
+                               "' was prepared by an older zdbd, which alone can settle it. Start that one, commit or "
+                               "roll back what is prepared, stop it, and start this one again");
+    }
+  }
+}
+
 /* Goes on where the branch stood when the server went away. */
 void DiskStore::take_up(const JournalRow &row, int64_t mark) {
   const bool committed = row.id == mark;
@@ -45,14 +82,13 @@ void DiskStore::take_up(const JournalRow &row, int64_t mark) {
     catalog_.remove_later(row.id);
     return;
   }
-  const auto work = std::make_shared<DiskWork>(parts(), row.branch);
-  JournalRow left = row;
-  if (committed || row.state == ZDB_HEUR_ROLLED_BACK) {
-    left.changes.clear();
-    catalog_.clear_changes_later(row.id);
+  const bool has_pages = row.has_pages && !committed && row.state != ZDB_HEUR_ROLLED_BACK;
+  if (row.has_pages && !has_pages) {
+    catalog_.clear_pages_later(row.id);
   }
-  work->take_up(left);
-  if (row.state == ZDB_HEUR_COMMITTED && !left.changes.empty()) {
+  const auto work = std::make_shared<DiskWork>(parts(), row.branch);
+  work->take_up(row.id, has_pages);
+  if (row.state == ZDB_HEUR_COMMITTED && has_pages) {
     work->settle(true);
   }
   kept_.push_back({{row.branch, row.state, row.since, false}, work});
@@ -93,7 +129,7 @@ SqlOutcome DiskStore::query_catalog(const std::string &sql) {
                ? "The query of the catalog takes too long, and others wait."
                : nullptr;
   };
-  return queries_.run(Place::catalog, sql, {[](bool) {}, [](bool) {}, stop});
+  return queries_.run(Place::catalog, sql, {[](bool) {}, [] {}, stop});
 }
 
 SqlOutcome DiskStore::run(const std::string &sql, bool branch_lost) {
@@ -114,8 +150,8 @@ void DiskStore::stop() {
 
 /* Each statement that changes something is a transaction of its own, which waits its turn and is on the disk then. */
 SqlOutcome DiskStore::run_alone(const std::string &sql) {
-  std::unique_ptr<SqlConnection> connection = data_.take();
-  Database &database = connection->database();
+  DataTurn turn(data_);
+  const Database &database = turn.database();
   WriteHold hold(data_.write_lock());
   const auto before = [&](bool writes) {
     const std::chrono::milliseconds limit(catalog_.setting(lock_timeout_setting).value_or(0));
@@ -130,20 +166,20 @@ SqlOutcome DiskStore::run_alone(const std::string &sql) {
       database.execute("BEGIN IMMEDIATE");
     }
   };
-  const auto after = [&](bool changed_tables) {
-    if (changed_tables) {
-      require_recordable_tables(database);
-    }
+  const auto after = [&] {
     if (database.in_transaction()) {
       database.execute("COMMIT");
     }
     hold.release();
   };
-  const auto stop = [this] { return stopping_ ? server_stops : nullptr; };
-  SqlOutcome outcome = connection->run(Place::alone, sql, {before, after, stop});
+  const auto stop = [this]() -> const char * {
+    if (stopping_) {
+      return server_stops;
+    }
+    return data_.must_stop() ? "The statement was interrupted, since a commit waits for it." : nullptr;
+  };
+  SqlOutcome outcome = turn.connection().run(Place::alone, sql, {before, after, stop});
   database.roll_back();
-  hold.release();
-  data_.give_back(std::move(connection));
   return outcome;
 }
 

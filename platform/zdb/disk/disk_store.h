@@ -47,6 +47,8 @@ class DiskStore final : public Store {
   void stop() override;
 
  private:
+  void finish_writing();
+  void require_settled(int64_t mark);
   void take_up(const JournalRow &row, int64_t mark);
   DiskParts parts();
   SqlOutcome query_catalog(const std::string &sql);

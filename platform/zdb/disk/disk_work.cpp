@@ -1,15 +1,23 @@
 /* disk_work.cpp - what each step of a branch's life does to its transaction and to the journal; see the header. */
 #include "disk_work.h"
 
-#include "changes.h"
 #include "sql_text.h"
+#include "storage_failure.h"
 #include "zdb_control.h"
 
 namespace zdb {
 namespace {
 
+constexpr const char *lost_by_failure = "The branch's work was lost by a failure of the server. Roll it back.";
+constexpr const char *lost_by_commit =
+    "The data that the branch has read were changed by another one since. Roll the branch back and repeat it.";
+
 StoreError storage_error(const std::string &what, const std::string &why) {
   return {message_storage, what + " (" + why + "). Look at the server's disk."};
+}
+
+StoreError unprepared(const SqliteError &error) {
+  return {message_bad_query, std::string("The branch cannot be prepared (") + error.what() + "). Roll it back."};
 }
 
 }  // namespace
@@ -22,18 +30,15 @@ DiskWork::~DiskWork() {
   end_transaction();
 }
 
-void DiskWork::take_up(const JournalRow &row) {
-  journal_id_ = row.id;
-  if (row.changes.empty()) {
+void DiskWork::take_up(int64_t id, bool has_pages) {
+  journal_id_ = id;
+  if (!has_pages) {
     return;
   }
-  try {
-    use_connection();
-    take_lock();
-    open_transaction(true);
-    make_changes_again(connection_->database(), row.changes);
-  } catch (const SqliteError &error) {
-    throw storage_error("The changes of prepared branch '" + branch_ + "' cannot be made again", error.what());
+  only_in_journal_ = true;
+  if (hold_.take(std::chrono::milliseconds::zero(), stop_) != WriteLock::Answer::taken) {
+    lost_ = "Another prepared branch has changes, too, which cannot be: branch '" + branch_ +
+            "' can only be rolled back, by its manager or by zdbd --admin.";
   }
 }
 
@@ -41,56 +46,67 @@ void DiskWork::take_up(const JournalRow &row) {
 
 SqlOutcome DiskWork::run(const std::string &sql) {
   const CatalogText text = catalog_text(sql);
-  if (text.names_catalog) {
-    return parts_.query_catalog(text.sql);
-  }
+  return text.names_catalog ? parts_.query_catalog(text.sql) : run_in_transaction(text.sql);
+}
+
+/* A branch keeps its connection between two commands, unless it was taken away from it. */
+SqlOutcome DiskWork::run_in_transaction(const std::string &sql) {
   require_work();
-  use_connection();
-  SqlOutcome outcome = connection_->run(Place::branch, text.sql, around());
-  if (outcome.failed) {
-    outcome.work_lost = lost_after_failure();
+  SqlConnection &connection = parts_.data.use(slot_);
+  if (slot_.taken_away) {
+    lost_ = lost_by_commit;
+    end_transaction();
+    return {{{message_data_changed, error_severity, lost_}}, {}, true, true};
   }
+  SqlOutcome outcome = connection.run(Place::branch, sql, around(connection));
+  if (outcome.failed && lost_after_failure(connection.database())) {
+    outcome.work_lost = true;
+    end_transaction();
+    return outcome;
+  }
+  parts_.data.rest(slot_);
   return outcome;
 }
 
-SqlConnection::Around DiskWork::around() {
-  return {[this](bool writes) { before_statement(writes); }, [this](bool) { worked_ = true; },
+SqlConnection::Around DiskWork::around(SqlConnection &connection) {
+  return {[this, &connection](bool writes) { before_statement(connection, writes); }, [this] { worked_ = true; },
           [this] { return stop_reason(); }};
 }
 
 const char *DiskWork::stop_reason() const {
-  return stop_ ? "The statement was interrupted, since its branch is being rolled back." : nullptr;
+  if (stop_) {
+    return "The statement was interrupted, since its branch is being rolled back.";
+  }
+  return parts_.data.must_stop() ? "The statement was interrupted, since a commit waits for it." : nullptr;
 }
 
 /*
  * A failed statement is undone by itself, but some failures undo the whole transaction: true when work went with it.
  * What was only read counts: the next statement would not see the same data.
  */
-bool DiskWork::lost_after_failure() {
-  const Database &database = connection_->database();
+bool DiskWork::lost_after_failure(const Database &database) {
   if (worked_ && !database.in_transaction()) {
-    lost_ = true;
-    end_transaction();
+    lost_ = lost_by_failure;
     return true;
   }
   if (sqlite3_txn_state(database.handle(), "main") != SQLITE_TXN_WRITE) {
-    // The statement did not get to change anything: do not keep the next one waiting.
-    recorder_.reset();
-    hold_.release();
+    hold_.release();  // the statement did not get to change anything: do not keep the next one waiting
   }
   return false;
 }
 
 /* Opens the transaction with the first statement, and takes the lock with the first that changes something. */
-void DiskWork::before_statement(bool writes) {
-  use_connection();
+void DiskWork::before_statement(SqlConnection &connection, bool writes) {
   if (writes) {
     take_lock();
   }
   if (const char *reason = stop_reason()) {
     throw StoreError(message_interrupted, reason);
   }
-  open_transaction(writes);
+  if (!connection.database().in_transaction()) {
+    connection.capture().begin();
+    connection.database().execute(writes ? "BEGIN IMMEDIATE" : "BEGIN");
+  }
 }
 
 /* Gives up, without the lock, when the branch is to be rolled back. */
@@ -106,70 +122,62 @@ void DiskWork::take_lock() {
   }
 }
 
-void DiskWork::open_transaction(bool writes) {
-  Database &database = connection_->database();
-  if (!database.in_transaction()) {
-    database.execute(writes ? "BEGIN IMMEDIATE" : "BEGIN");
-  }
-  if (writes && recorder_ == nullptr) {
-    record_changes();
-  }
-}
-
-void DiskWork::use_connection() {
-  if (connection_ == nullptr) {
-    connection_ = parts_.data.take();
-  }
-}
-
-void DiskWork::record_changes() {
-  sqlite3_session *recorder = nullptr;
-  int code = sqlite3session_create(connection_->database().handle(), "main", &recorder);
-  recorder_.reset(recorder);
-  if (code == SQLITE_OK) {
-    code = sqlite3session_attach(recorder, nullptr);
-  }
-  if (code != SQLITE_OK) {
-    recorder_.reset();
-    throw storage_error("The branch's changes cannot be recorded", sqlite3_errstr(code));
-  }
-}
-
-std::string DiskWork::recorded_changes() const {
-  if (recorder_ == nullptr) {
-    return {};
-  }
-  int size = 0;
-  void *bytes = nullptr;
-  const int code = sqlite3session_changeset(recorder_.get(), &size, &bytes);
-  if (code != SQLITE_OK) {
-    throw storage_error("The branch's changes cannot be collected", sqlite3_errstr(code));
-  }
-  const std::unique_ptr<void, void (*)(void *)> owner(bytes, sqlite3_free);
-  return {static_cast<const char *>(bytes), static_cast<std::size_t>(size)};
-}
-
 // ---- The steps of a branch ------------------------------------------------------------------------------------------
 
-/* Prepared work that a failed commit undid is made again; its lock was never given up. */
 void DiskWork::require_work() {
-  if (!lost_) {
-    return;
+  if (!lost_.empty()) {
+    throw StoreError(message_storage, lost_);
   }
-  if (journal_id_ == 0) {
-    throw StoreError(message_storage, "The branch's work was lost by a failure of the server. Roll it back.");
+}
+
+/* Whether the transaction has anything to write. One that has not is over. */
+bool DiskWork::has_changes() {
+  if (!hold_.held()) {
+    return false;
   }
-  connection_->database().roll_back();
-  take_up({journal_id_, branch_, ZDB_PREPARED, {}, parts_.catalog.changes_of(journal_id_)});
-  lost_ = false;
+  SqlConnection &connection = parts_.data.use(slot_);
+  try {
+    return connection.capture().pages_of(connection.database()).has_value();
+  } catch (const SqliteError &error) {
+    throw unprepared(error);
+  }
 }
 
 void DiskWork::prepare() {
   require_work();
-  const std::string changes = recorded_changes();
-  journal_id_ = parts_.catalog.enter(branch_, changes);
-  if (changes.empty()) {
-    end_transaction();
+  const int64_t id = parts_.catalog.new_id();
+  if (has_changes()) {
+    enter_with_pages(id);
+    journal_id_ = id;
+    parts_.data.rest(slot_);
+    return;
+  }
+  parts_.catalog.enter(id, branch_, {});
+  journal_id_ = id;
+  end_transaction();
+}
+
+/* The mark is part of what is entered. If that fails the transaction must not have it: nothing is prepared by its id. */
+void DiskWork::enter_with_pages(int64_t id) {
+  const Database &database = slot_.connection->database();
+  try {
+    database.execute("SAVEPOINT vote");
+    set_mark(database, id);
+    parts_.catalog.enter(id, branch_, encoded(slot_.connection->capture().pages_of(database).value()));
+  } catch (const SqliteError &error) {
+    take_mark_back(database);
+    throw unprepared(error);
+  } catch (const StoreError &) {
+    take_mark_back(database);
+    throw;
+  }
+}
+
+void DiskWork::take_mark_back(const Database &database) {
+  try {
+    database.execute("ROLLBACK TO vote; RELEASE vote");
+  } catch (const SqliteError &) {
+    lost_ = lost_by_failure;
   }
 }
 
@@ -179,28 +187,50 @@ void DiskWork::commit() {
     if (journal_id_ != 0) {
       parts_.catalog.remove(journal_id_);
     }
-    end_transaction();
-    return;
-  }
-  commit_transaction();
-  if (journal_id_ != 0) {
-    parts_.catalog.remove_later(journal_id_);
+  } else if (only_in_journal_) {
+    put_pages_in([this] { parts_.catalog.remove(journal_id_); });
+  } else {
+    commit_transaction();
+    if (journal_id_ != 0) {
+      parts_.catalog.remove_later(journal_id_);
+    }
   }
   end_transaction();
 }
 
-/* Commits the changes, with the mark of a prepared branch. */
+/* Prepared work whose commit failed is in the journal still; its lock was never given up. */
 void DiskWork::commit_transaction() {
-  Database &database = connection_->database();
+  SqlConnection &connection = parts_.data.use(slot_);
   try {
-    if (journal_id_ != 0) {
-      set_mark(database, journal_id_);
-    }
-    database.execute("COMMIT");
+    connection.database().execute("COMMIT");
   } catch (const SqliteError &error) {
-    // A transaction that is still open can be committed later, and so can one that is gone if the journal has it.
-    lost_ = !database.in_transaction();
+    if (!connection.database().in_transaction()) {
+      only_in_journal_ = journal_id_ != 0;
+      lost_ = only_in_journal_ ? "" : lost_by_failure;
+      parts_.data.give_back(slot_);
+    } else {
+      parts_.data.rest(slot_);
+    }
     throw storage_error("The branch cannot be committed now", error.what());
+  }
+}
+
+/* Done takes the journal's word that the data may be half written back. Until it has, nobody else may change them. */
+void DiskWork::put_pages_in(const std::function<void()> &done) {
+  PageImages images;
+  try {
+    images = decoded_images(parts_.catalog.pages_of(journal_id_));
+  } catch (const std::exception &error) {
+    throw storage_error("The pages of prepared branch '" + branch_ +
+                            "' are damaged. It cannot be committed, only rolled back",
+                        error.what());
+  }
+  const std::chrono::milliseconds limit(parts_.catalog.setting(lock_timeout_setting).value_or(0));
+  parts_.data.put_in(images, limit, [this] { parts_.catalog.begin_writing(journal_id_); });
+  try {
+    done();
+  } catch (const StoreError &failure) {
+    end_after_storage_failure(std::string("a commit could not be noted: ") + failure.what());
   }
 }
 
@@ -213,18 +243,38 @@ void DiskWork::roll_back() {
 
 /* The outcome goes into the journal first: after a crash it is carried out from there. */
 void DiskWork::settle(bool commit) {
-  require_work();
+  if (commit) {
+    require_work();
+  }
   parts_.catalog.set_state(journal_id_, commit ? ZDB_HEUR_COMMITTED : ZDB_HEUR_ROLLED_BACK);
   if (commit && hold_.held()) {
-    try {
-      commit_transaction();
-    } catch (const StoreError &) {
-      parts_.catalog.set_state(journal_id_, ZDB_PREPARED);
-      throw;
-    }
+    carry_outcome_out();
+  } else {
+    parts_.catalog.clear_pages_later(journal_id_);
   }
   end_transaction();
-  parts_.catalog.clear_changes_later(journal_id_);
+}
+
+void DiskWork::carry_outcome_out() {
+  try {
+    if (only_in_journal_) {
+      put_pages_in([this] { parts_.catalog.clear_pages(journal_id_); });
+      return;
+    }
+    commit_transaction();
+    parts_.catalog.clear_pages_later(journal_id_);
+  } catch (const StoreError &failure) {
+    take_outcome_back(failure);
+    throw;
+  }
+}
+
+void DiskWork::take_outcome_back(const StoreError &failure) {
+  try {
+    parts_.catalog.set_state(journal_id_, ZDB_PREPARED);
+  } catch (const StoreError &) {
+    end_after_storage_failure(std::string("an outcome could neither be carried out nor taken back: ") + failure.what());
+  }
 }
 
 void DiskWork::forget() {
@@ -238,10 +288,7 @@ void DiskWork::interrupt() {
 
 /* Gives back what the branch has of the data; an open transaction is undone. */
 void DiskWork::end_transaction() {
-  recorder_.reset();
-  if (connection_ != nullptr) {
-    parts_.data.give_back(std::move(connection_));
-  }
+  parts_.data.give_back(slot_);
   hold_.release();
 }
 

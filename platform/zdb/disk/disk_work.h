@@ -1,14 +1,17 @@
 /*
- * disk_work.h - the work of one branch on the data: a SQLite transaction of its own, whose changes are recorded so that
- * they can be written to the journal when the branch is prepared.
+ * disk_work.h - the work of one branch on the data: a SQLite transaction of its own. Whoever changes something has the
+ * write lock until the end of the branch, so what the transaction will write is known at its prepare, page by page
+ * (page_capture.h), and the journal keeps it.
  *
- * While it is prepared the transaction stays open, and with it the lock; its commit puts a mark into the data, in the
- * same transaction. After a crash the journal's changes are made again, unless the mark shows that they were committed.
+ * A branch that is prepared keeps its transaction open, and commits by it; the transaction holds a mark, the journal's
+ * id. After a restart the mark tells whether it was committed. If not, there is no transaction any more: the branch is
+ * taken up with its lock, and committed by putting its pages into the file.
  */
 #ifndef ZDB_DISK_DISK_WORK_H
 #define ZDB_DISK_DISK_WORK_H
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -31,8 +34,9 @@ class DiskWork final : public Work {
   DiskWork(DiskParts parts, std::string branch);
   ~DiskWork() override;
 
-  /* Takes a branch of the journal up again, at the start: its changes and its lock. Throws StoreError. */
-  void take_up(const JournalRow &row);
+  /* Takes a branch of the journal up at the start, with the lock if it has changes. When that cannot be done, the
+   * branch can be rolled back only. */
+  void take_up(int64_t id, bool has_pages);
 
   SqlOutcome run(const std::string &sql) override;
   void prepare() override;
@@ -43,31 +47,30 @@ class DiskWork final : public Work {
   void interrupt() override;
 
  private:
-  struct DeleteSession {
-    void operator()(sqlite3_session *session) const { sqlite3session_delete(session); }
-  };
-
-  void use_connection();
-  void before_statement(bool writes);
+  SqlOutcome run_in_transaction(const std::string &sql);
+  void before_statement(SqlConnection &connection, bool writes);
   void take_lock();
-  void open_transaction(bool writes);
-  SqlConnection::Around around();
+  SqlConnection::Around around(SqlConnection &connection);
   const char *stop_reason() const;
-  bool lost_after_failure();
-  void record_changes();
-  std::string recorded_changes() const;
+  bool lost_after_failure(const Database &database);
   void require_work();
+  bool has_changes();
+  void enter_with_pages(int64_t id);
+  void take_mark_back(const Database &database);
   void commit_transaction();
+  void put_pages_in(const std::function<void()> &done);
+  void carry_outcome_out();
+  void take_outcome_back(const StoreError &failure);
   void end_transaction();
 
   const DiskParts parts_;
   const std::string branch_;
-  std::unique_ptr<SqlConnection> connection_; /* null before the first SQL and after the end */
-  std::unique_ptr<sqlite3_session, DeleteSession> recorder_;
+  DataSlot slot_;
   WriteHold hold_;
-  int64_t journal_id_ = 0; /* of a prepared branch */
-  bool worked_ = false;    /* a statement has succeeded in the open transaction */
-  bool lost_ = false;      /* a failure undid the work: what is prepared can be made again, else only rolled back */
+  int64_t journal_id_ = 0;     /* of a prepared branch */
+  bool worked_ = false;        /* a statement has succeeded in the open transaction */
+  bool only_in_journal_ = false; /* the work is there, but there is no transaction to commit it by */
+  std::string lost_;           /* why the work is lost, empty if it is not: the branch can be rolled back only */
   std::atomic<bool> stop_{false}; /* set from another thread: no statement is to go on */
 };
 

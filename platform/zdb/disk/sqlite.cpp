@@ -5,7 +5,8 @@
 
 namespace zdb {
 
-Database::Database(const std::string &file) {
+Database::Database(const std::string &file, PageCapture *capture) {
+  const CaptureScope scope(capture);
   sqlite3 *handle = nullptr;
   constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
   const int code = sqlite3_open_v2(file.c_str(), &handle, flags, watched_files());
@@ -16,6 +17,7 @@ Database::Database(const std::string &file) {
   sqlite3_busy_timeout(handle, 1000);  // only a checkpoint may be in the way, for a moment
   // A checkpoint is rare, and large enough that its syncs do not count per transaction.
   execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA wal_autocheckpoint = 4000;");
+  execute("SELECT count(*) FROM sqlite_schema");  // opens the log now, whatever the file was like
 }
 
 void Database::execute(const char *sql) const {
@@ -25,10 +27,11 @@ void Database::execute(const char *sql) const {
   }
 }
 
-void Database::roll_back() const noexcept {
+bool Database::roll_back() const noexcept {
   if (in_transaction()) {
     sqlite3_exec(handle(), "ROLLBACK", nullptr, nullptr, nullptr);
   }
+  return !in_transaction();
 }
 
 SqliteError Database::error(int code) const {

@@ -12,6 +12,8 @@
 
 namespace zdb {
 
+class PageCapture;
+
 class SqliteError : public std::runtime_error {
  public:
   SqliteError(int result, const std::string &text) : std::runtime_error(text), code(result) {}
@@ -21,15 +23,18 @@ class SqliteError : public std::runtime_error {
 /* One database connection. Used by one thread at a time. */
 class Database {
  public:
-  /* Opens an existing file (or makes it), ready for many connections to one file. Throws SqliteError. */
-  explicit Database(const std::string &file);
+  /*
+   * Opens an existing file (or makes it), ready for many connections to one file. A capture, which outlives the
+   * database, sees its transactions. Throws SqliteError.
+   */
+  explicit Database(const std::string &file, PageCapture *capture = nullptr);
 
   sqlite3 *handle() const { return handle_.get(); }
   /* Runs statements that return nothing of interest. */
   void execute(const char *sql) const;
   bool in_transaction() const { return sqlite3_get_autocommit(handle()) == 0; }
-  /* Undoes the open transaction, if there is one; never fails. */
-  void roll_back() const noexcept;
+  /* Undoes the open transaction, if there is one. False when it is still open: the connection must be closed then. */
+  bool roll_back() const noexcept;
   /* The error that the last call met. */
   SqliteError error(int code) const;
 

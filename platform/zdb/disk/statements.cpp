@@ -94,11 +94,6 @@ bool same_name(const char *name, const char *other) {
   return name != nullptr && sqlite3_stricmp(name, other) == 0;
 }
 
-bool is_engines_table(const char *name) {
-  constexpr std::string_view prefix = "sqlite_";
-  return name != nullptr && sqlite3_strnicmp(name, prefix.data(), static_cast<int>(prefix.size())) == 0;
-}
-
 bool is_catalog_table(const char *name) {
   return same_name(name, "sysconfigures") || same_name(name, "systransactions");
 }
@@ -112,6 +107,8 @@ bool changes_tables(int action) {
     case SQLITE_DROP_INDEX:
     case SQLITE_CREATE_VIEW:
     case SQLITE_DROP_VIEW:
+    case SQLITE_CREATE_TRIGGER:
+    case SQLITE_DROP_TRIGGER:
     case SQLITE_REINDEX:
     case SQLITE_ANALYZE:
       return true;
@@ -120,16 +117,12 @@ bool changes_tables(int action) {
   }
 }
 
-bool is_description_of_table(const char *pragma) {
-  return same_name(pragma, "table_info") || same_name(pragma, "table_xinfo");
-}
-
 constexpr const char *unknown_kind = "This kind of statement is not allowed on this server.";
 constexpr const char *read_only_catalog = "The catalog cannot be changed by SQL. Use zdbd --admin.";
 
 }  // namespace
 
-SqlConnection::SqlConnection(const std::string &file) : database_(file) {
+SqlConnection::SqlConnection(const std::string &file) : database_(file, &capture_) {
   sqlite3_set_authorizer(database_.handle(), authorise, this);
   sqlite3_db_config(database_.handle(), SQLITE_DBCONFIG_DQS_DML, 1, nullptr);  // "text" is a text, as clients write it
   sqlite3_db_config(database_.handle(), SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
@@ -148,12 +141,13 @@ int SqlConnection::look_for_stop(void *self) {
   return 1;
 }
 
-int SqlConnection::authorise(void *self, int action, const char *table, const char *part, const char *, const char *) {
+int SqlConnection::authorise(void *self, int action, const char *table, const char *part, const char *schema,
+                             const char *) {
   auto &connection = *static_cast<SqlConnection *>(self);
   if (!connection.clients_turn_) {
     return SQLITE_OK;
   }
-  const char *refusal = connection.refusal_of(action, table, part);
+  const char *refusal = connection.refusal_of(action, table, part, schema);
   if (refusal == nullptr) {
     connection.changes_tables_ = connection.changes_tables_ || changes_tables(action);
     return SQLITE_OK;
@@ -163,18 +157,14 @@ int SqlConnection::authorise(void *self, int action, const char *table, const ch
 }
 
 /* Null for what may be said. Some actions name the table in the second place. */
-const char *SqlConnection::refusal_of(int action, const char *table, const char *part) const {
+const char *SqlConnection::refusal_of(int action, const char *table, const char *part, const char *schema) const {
   const char *own =
       same_name(table, mark_table) || same_name(part, mark_table) ? "This table is the server's own." : nullptr;
   if (changes_tables(action)) {
-    switch (place_) {
-      case Place::alone:
-        return own;
-      case Place::branch:
-        return "Tables, indexes and views cannot be changed inside a branch. End the branch first.";
-      case Place::catalog:
-        return read_only_catalog;
+    if (same_name(schema, "temp")) {
+      return unknown_kind;  // the connection is somebody else's afterwards
     }
+    return place_ == Place::catalog ? read_only_catalog : own;
   }
   switch (action) {
     case SQLITE_SELECT:
@@ -189,13 +179,7 @@ const char *SqlConnection::refusal_of(int action, const char *table, const char 
     case SQLITE_INSERT:
     case SQLITE_UPDATE:
     case SQLITE_DELETE:
-      if (place_ == Place::branch && is_engines_table(table)) {
-        return "This table cannot be changed inside a branch.";  // changes of it are not recorded
-      }
       return place_ == Place::catalog ? read_only_catalog : own;
-    case SQLITE_PRAGMA:
-      // The recorder of changes asks for the columns of a table in the middle of the first statement that changes it.
-      return running_ && is_description_of_table(table) ? nullptr : unknown_kind;
     case SQLITE_TRANSACTION:
     case SQLITE_SAVEPOINT:
       return "Transactions are begun and ended by the transaction manager, not by SQL.";
@@ -238,7 +222,7 @@ void SqlConnection::run_statements(std::string_view sql, const Around &around, S
 }
 
 void SqlConnection::run_statement(Statement &statement, const Around &around, SqlOutcome &outcome) {
-  const bool writes = sqlite3_stmt_readonly(statement.handle()) == 0;
+  const bool writes = sqlite3_stmt_readonly(statement.handle()) == 0 && sqlite3_stmt_isexplain(statement.handle()) == 0;
   const int64_t changes_before = sqlite3_total_changes64(database_.handle());
   clients_turn_ = false;
   around.before(writes);
@@ -250,7 +234,7 @@ void SqlConnection::run_statement(Statement &statement, const Around &around, Sq
   const int64_t changes = sqlite3_total_changes64(database_.handle()) - changes_before;
   const int64_t changed = changes_tables_ ? -1 : changes;
   const int64_t count = result.columns.empty() ? changed : static_cast<int64_t>(result.rows.size());
-  around.after(changes_tables_);
+  around.after();
   if (!result.columns.empty()) {
     for (std::size_t column = 0; column < result.columns.size(); ++column) {
       describe_column(result, column);

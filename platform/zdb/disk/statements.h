@@ -1,7 +1,6 @@
 /*
  * statements.h - runs clients' SQL on a connection and lays its results out as a reply has them. What a client must not
- * say (a statement about transactions, files or the server's own tables; one that changes tables, in a branch) is
- * refused when it is prepared.
+ * say (a statement about transactions, files or the server's own tables) is refused when it is prepared.
  */
 #ifndef ZDB_DISK_STATEMENTS_H
 #define ZDB_DISK_STATEMENTS_H
@@ -9,6 +8,7 @@
 #include <functional>
 #include <string>
 
+#include "page_capture.h"
 #include "sqlite.h"
 #include "store.h"
 
@@ -28,11 +28,12 @@ class SqlConnection {
   SqlConnection &operator=(const SqlConnection &) = delete;
 
   Database &database() { return database_; }
+  PageCapture &capture() { return capture_; }
 
   struct Around {
     /* What is done around each statement. Both may throw StoreError or SqliteError, which ends the command. */
     std::function<void(bool writes)> before;
-    std::function<void(bool changed_tables)> after;
+    std::function<void()> after;
     /* Asked now and then while a statement runs: null, or why it must not go on. */
     std::function<const char *()> stop;
   };
@@ -42,7 +43,7 @@ class SqlConnection {
   static int authorise(void *self, int action, const char *table, const char *part, const char *schema,
                        const char *trigger);
   static int look_for_stop(void *self);
-  const char *refusal_of(int action, const char *table, const char *part) const;
+  const char *refusal_of(int action, const char *table, const char *part, const char *schema) const;
   void run_statements(std::string_view sql, const Around &around, SqlOutcome &outcome);
   void run_statement(Statement &statement, const Around &around, SqlOutcome &outcome);
   Result rows_of(Statement &statement, bool writes);
@@ -54,6 +55,7 @@ class SqlConnection {
     ~TurnOver() { connection.clients_turn_ = connection.running_ = false; }
   };
 
+  PageCapture capture_;
   Database database_;
   Place place_ = Place::alone;
   const Around *around_ = nullptr; /* of the command that runs */

@@ -1,5 +1,6 @@
 /*
- * watched_files.cpp - a layer over SQLite's default file system that passes everything through. A file of the layer is
+ * watched_files.cpp - a layer over SQLite's default file system that passes everything through but for what a capture
+ * keeps back. A file of the layer is
  * a header followed by the file of the layer below; the other operations of the layer below (deleting, randomness,
  * time) do not look at files and are taken as they are.
  */
@@ -9,8 +10,12 @@
 
 #include <atomic>
 #include <cstddef>
+#include <new>
+#include <string>
 
 #include "crash_points.h"
+#include "page_capture.h"
+#include "storage_failure.h"
 
 namespace zdb {
 namespace {
@@ -20,7 +25,11 @@ std::atomic<uint64_t> syncs{0};
 /* The file below follows, at an offset that suits any of its members. */
 struct alignas(std::max_align_t) WatchedFile {
   sqlite3_file base;
+  PageCapture *capture; /* of a log whose transactions are captured, else null */
 };
+
+/* Whose connection this thread opens. SQLite does not tell a log's opening which connection it is for. */
+thread_local PageCapture *opening = nullptr;
 
 sqlite3_file *below(sqlite3_file *file) {
   return reinterpret_cast<sqlite3_file *>(reinterpret_cast<WatchedFile *>(file) + 1);
@@ -31,7 +40,14 @@ sqlite3_vfs *system_files() {
   return found;
 }
 
+PageCapture *capture_of(sqlite3_file *file) {
+  return reinterpret_cast<WatchedFile *>(file)->capture;
+}
+
 int close_file(sqlite3_file *file) {
+  if (PageCapture *capture = capture_of(file)) {
+    capture->closed();
+  }
   return below(file)->pMethods->xClose(below(file));
 }
 
@@ -39,7 +55,22 @@ int read_file(sqlite3_file *file, void *bytes, int count, sqlite3_int64 at) {
   return below(file)->pMethods->xRead(below(file), bytes, count, at);
 }
 
+/* Nothing may be thrown through SQLite. */
+int note_write(PageCapture &capture, const void *bytes, int count, sqlite3_int64 at) {
+  try {
+    return capture.write(static_cast<const char *>(bytes), count, at);
+  } catch (const std::bad_alloc &) {
+    return SQLITE_IOERR_NOMEM;
+  }
+}
+
 int write_file(sqlite3_file *file, const void *bytes, int count, sqlite3_int64 at) {
+  if (PageCapture *capture = capture_of(file)) {
+    const int code = note_write(*capture, bytes, count, at);
+    if (code != SQLITE_OK || capture->captures()) {
+      return code;
+    }
+  }
   crash_point();
   const int code = below(file)->pMethods->xWrite(below(file), bytes, count, at);
   crash_point();
@@ -51,8 +82,15 @@ int truncate_file(sqlite3_file *file, sqlite3_int64 size) {
 }
 
 int sync_file(sqlite3_file *file, int flags) {
+  const PageCapture *capture = capture_of(file);
+  if (capture != nullptr && capture->captures()) {
+    return SQLITE_OK;
+  }
   crash_point();
   const int code = below(file)->pMethods->xSync(below(file), flags);
+  if (code != SQLITE_OK) {
+    end_after_storage_failure(std::string("a sync failed (") + sqlite3_errstr(code) + ")");
+  }
   ++syncs;
   crash_point();
   return code;
@@ -125,9 +163,14 @@ constexpr sqlite3_io_methods methods = {2,
 
 int open_file(sqlite3_vfs *, const char *name, sqlite3_file *file, int flags, int *opened) {
   file->pMethods = nullptr;
+  PageCapture *capture = (flags & SQLITE_OPEN_WAL) != 0 ? opening : nullptr;
+  reinterpret_cast<WatchedFile *>(file)->capture = capture;
   const int code = system_files()->xOpen(system_files(), name, below(file), flags, opened);
   if (below(file)->pMethods != nullptr) {
     file->pMethods = &methods;
+    if (capture != nullptr) {
+      capture->opened(below(file));
+    }
   }
   return code;
 }
@@ -147,6 +190,14 @@ sqlite3_vfs *make_layer() {
 const char *watched_files() {
   static const sqlite3_vfs *const layer = make_layer();
   return layer->zName;
+}
+
+CaptureScope::CaptureScope(PageCapture *capture) {
+  opening = capture;
+}
+
+CaptureScope::~CaptureScope() {
+  opening = nullptr;
 }
 
 uint64_t syncs_made() {
