@@ -6,8 +6,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <stdexcept>
 
@@ -18,11 +21,27 @@ static void cut_to_whole_lines(int file, const std::string &text) {
   }
 }
 
+/* A new file is on the disk only when its folder is. */
+static void sync_folder_of(const std::string &file) {
+  std::filesystem::path folder = std::filesystem::path(file).parent_path();
+  if (folder.empty()) {
+    folder = ".";
+  }
+  const int opened = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const bool synced = opened >= 0 && fsync(opened) == 0;
+  const int failure = errno;
+  close(opened);
+  if (!synced) {
+    throw std::runtime_error("cannot sync the folder of " + file + ": " + std::strerror(failure));
+  }
+}
+
 Decisions::Decisions(const std::string &file)
     : file_(open(file.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, S_IRUSR | S_IWUSR)) {
   if (file_ < 0) {
     throw std::runtime_error("cannot open " + file + ": " + std::strerror(errno));
   }
+  sync_folder_of(file);
   std::ifstream stream(file);
   const std::string text{std::istreambuf_iterator<char>(stream), {}};
   size_t start = 0;
@@ -39,10 +58,16 @@ Decisions::~Decisions() {
   close(file_);
 }
 
+/*
+ * After a failure here nobody knows whether the decision is on the disk. Taking the branches back would be wrong if it
+ * is, so the process ends, and the next one goes by what it finds.
+ */
 void Decisions::commit(const std::string &global) {
   const std::string line = global + '\n';
   if (write(file_, line.data(), line.size()) != static_cast<ssize_t>(line.size()) || fdatasync(file_) != 0) {
-    throw std::runtime_error(std::string("cannot record a decision: ") + std::strerror(errno));
+    std::cerr << "cannot record the decision to commit " << global << ": " << std::strerror(errno)
+              << ". Start again, so that what the disk holds decides\n";
+    _exit(EXIT_FAILURE);
   }
   committed_.insert(global);
 }

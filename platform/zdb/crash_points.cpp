@@ -18,11 +18,19 @@ uint64_t fatal_step() {
   return text == nullptr ? 0 : std::strtoull(text, nullptr, 10);
 }
 
+std::atomic<uint64_t> &fatal() {
+  static std::atomic<uint64_t> step{fatal_step()};
+  return step;
+}
+
 }  // namespace
 
+void crash_in(uint64_t steps) {
+  fatal() = passed + steps;
+}
+
 void crash_point() {
-  static const uint64_t fatal = fatal_step();
-  if (++passed == fatal) {
+  if (++passed == fatal()) {
     kill(getpid(), SIGKILL);
   }
 }

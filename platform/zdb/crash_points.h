@@ -15,6 +15,9 @@ namespace zdb {
  */
 void crash_point();
 
+/* Has the process die at the step that many steps from now, whatever the environment says. */
+void crash_in(uint64_t steps);
+
 /* The steps passed so far; a run without a crash tells by it how many there are to try. */
 uint64_t crash_points_passed();
 

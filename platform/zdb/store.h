@@ -48,7 +48,10 @@ class Work {
 
   virtual SqlOutcome run(const std::string &sql) = 0;
 
-  /* When one of these returns, its effect survives a crash; when one throws StoreError, nothing has changed. */
+  /*
+   * When one of these returns, its effect survives a crash. When one throws StoreError, nothing has changed, but that a
+   * failed prepare may have lost the work: then all but roll_back throw from now on.
+   */
   virtual void prepare() = 0;
   virtual void commit() = 0;
   virtual void roll_back() = 0;

@@ -323,6 +323,10 @@ TEST_F(Losses, ByAFullDiskBreakNoPromise) {
   EXPECT_EQ(one.dtm("prepare", "b"), Client::no_status);
   EXPECT_EQ(server->branch_state("b"), ZDB_ENDED);
   fill_disk(false);
+  EXPECT_EQ(one.dtm("prepare", "b"), Client::no_status) << "the work went with the failure";
+  EXPECT_EQ(one.dtm("rollback", "b"), 2);
+  EXPECT_EQ(value(), "100#1");
+  one.work("b", "update acct set v = v - 1 where id = 1");
   EXPECT_EQ(one.dtm("prepare", "b"), 2);
 
   fill_disk(true);

@@ -148,10 +148,9 @@ void DiskStore::stop() {
   data_.write_lock().wake();
 }
 
-/* Each statement that changes something is a transaction of its own, which waits its turn and is on the disk then. */
+/* Each statement commits by itself, as SQLite does it; one that changes something waits its turn. */
 SqlOutcome DiskStore::run_alone(const std::string &sql) {
   DataTurn turn(data_);
-  const Database &database = turn.database();
   WriteHold hold(data_.write_lock());
   const auto before = [&](bool writes) {
     const std::chrono::milliseconds limit(catalog_.setting(lock_timeout_setting).value_or(0));
@@ -162,25 +161,15 @@ SqlOutcome DiskStore::run_alone(const std::string &sql) {
     if (answer == WriteLock::Answer::timed_out) {
       throw StoreError(message_lock_timeout, "A transaction holds the server's data for too long. Try again later.");
     }
-    if (writes) {
-      database.execute("BEGIN IMMEDIATE");
-    }
   };
-  const auto after = [&] {
-    if (database.in_transaction()) {
-      database.execute("COMMIT");
-    }
-    hold.release();
-  };
+  const auto after = [&] { hold.release(); };
   const auto stop = [this]() -> const char * {
     if (stopping_) {
       return server_stops;
     }
     return data_.must_stop() ? "The statement was interrupted, since a commit waits for it." : nullptr;
   };
-  SqlOutcome outcome = turn.connection().run(Place::alone, sql, {before, after, stop});
-  database.roll_back();
-  return outcome;
+  return turn.connection().run(Place::alone, sql, {before, after, stop});
 }
 
 }  // namespace zdb

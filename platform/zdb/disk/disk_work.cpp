@@ -17,7 +17,12 @@ StoreError storage_error(const std::string &what, const std::string &why) {
 }
 
 StoreError unprepared(const SqliteError &error) {
-  return {message_bad_query, std::string("The branch cannot be prepared (") + error.what() + "). Roll it back."};
+  return {message_storage, std::string("The branch cannot be prepared (") + error.what() + "). Roll it back."};
+}
+
+int64_t schema_version(const Database &database) {
+  Statement statement(database, "PRAGMA schema_version");
+  return statement.step() ? statement.integer(0) : 0;
 }
 
 }  // namespace
@@ -130,15 +135,19 @@ void DiskWork::require_work() {
   }
 }
 
-/* Whether the transaction has anything to write. One that has not is over. */
+/* Statements that change something may find nothing to change. A new view or trigger may change the schema's page only,
+ * which is written with the commit. */
 bool DiskWork::has_changes() {
   if (!hold_.held()) {
     return false;
   }
   SqlConnection &connection = parts_.data.use(slot_);
   try {
-    return connection.capture().pages_of(connection.database()).has_value();
+    DataTurn others(parts_.data);
+    return connection.capture().has_written(connection.database()) ||
+           schema_version(connection.database()) != schema_version(others.database());
   } catch (const SqliteError &error) {
+    lost_ = lost_by_failure;  // pages that could not be flushed take the transaction along
     throw unprepared(error);
   }
 }
@@ -146,38 +155,43 @@ bool DiskWork::has_changes() {
 void DiskWork::prepare() {
   require_work();
   const int64_t id = parts_.catalog.new_id();
-  if (has_changes()) {
-    enter_with_pages(id);
+  if (!has_changes()) {
+    parts_.catalog.enter(id, branch_, {});
     journal_id_ = id;
-    parts_.data.rest(slot_);
+    end_transaction();
     return;
   }
-  parts_.catalog.enter(id, branch_, {});
+  const std::string pages = encoded(pages_with_mark(id));
+  enter_with_mark(id, pages);
   journal_id_ = id;
-  end_transaction();
+  parts_.data.rest(slot_);
 }
 
-/* The mark is part of what is entered. If that fails the transaction must not have it: nothing is prepared by its id. */
-void DiskWork::enter_with_pages(int64_t id) {
+PageImages DiskWork::pages_with_mark(int64_t id) {
   const Database &database = slot_.connection->database();
+  lost_ = lost_by_failure;
   try {
-    database.execute("SAVEPOINT vote");
-    set_mark(database, id);
-    parts_.catalog.enter(id, branch_, encoded(slot_.connection->capture().pages_of(database).value()));
+    const PageImages images = slot_.connection->capture().pages_after(database, [&] {
+      database.execute("SAVEPOINT vote");
+      set_mark(database, id);
+    });
+    lost_.clear();
+    return images;
   } catch (const SqliteError &error) {
-    take_mark_back(database);
     throw unprepared(error);
-  } catch (const StoreError &) {
-    take_mark_back(database);
-    throw;
   }
 }
 
-void DiskWork::take_mark_back(const Database &database) {
+/* If that fails the transaction must not keep the mark: nothing is prepared by its id. */
+void DiskWork::enter_with_mark(int64_t id, const std::string &pages) {
   try {
-    database.execute("ROLLBACK TO vote; RELEASE vote");
-  } catch (const SqliteError &) {
-    lost_ = lost_by_failure;
+    parts_.catalog.enter(id, branch_, pages);
+  } catch (const StoreError &) {
+    sqlite3 *const handle = slot_.connection->database().handle();
+    if (sqlite3_exec(handle, "ROLLBACK TO vote; RELEASE vote", nullptr, nullptr, nullptr) != SQLITE_OK) {
+      lost_ = lost_by_failure;
+    }
+    throw;
   }
 }
 
@@ -221,9 +235,9 @@ void DiskWork::put_pages_in(const std::function<void()> &done) {
   try {
     images = decoded_images(parts_.catalog.pages_of(journal_id_));
   } catch (const std::exception &error) {
-    throw storage_error("The pages of prepared branch '" + branch_ +
-                            "' are damaged. It cannot be committed, only rolled back",
-                        error.what());
+    throw storage_error(
+        "The pages of prepared branch '" + branch_ + "' are damaged. It cannot be committed, only rolled back",
+        error.what());
   }
   const std::chrono::milliseconds limit(parts_.catalog.setting(lock_timeout_setting).value_or(0));
   parts_.data.put_in(images, limit, [this] { parts_.catalog.begin_writing(journal_id_); });

@@ -80,21 +80,44 @@ void PageCapture::read_early_frames() {
   }
 }
 
-std::optional<PageImages> PageCapture::pages_of(const Database &database) {
+void PageCapture::flush(const Database &database) {
+  const int code = sqlite3_db_cacheflush(database.handle());
+  if (code != SQLITE_OK) {
+    throw database.error(code);
+  }
+}
+
+bool PageCapture::has_written(const Database &database) {
+  flush(database);
+  return !frames_.empty();
+}
+
+void PageCapture::try_commit(const Database &database) {
   images_ = PageImages();
   images_.page_size = page_size_of(database);
   commit_frame_ = 0;
   capturing_ = true;
   const int code = sqlite3_exec(database.handle(), "COMMIT", nullptr, nullptr, nullptr);
   capturing_ = false;
-  if (code == SQLITE_OK) {
-    return std::nullopt;
-  }
   if (code != SQLITE_BUSY || commit_frame_ == 0 || log_ == nullptr || !database.in_transaction()) {
-    throw database.error(code);
+    throw SqliteError(code == SQLITE_OK ? SQLITE_INTERNAL : code, sqlite3_errmsg(database.handle()));
   }
+}
+
+PageImages PageCapture::pages_after(const Database &database, const std::function<void()> &change) {
+  flush(database);
+  database.execute("SAVEPOINT change");
+  const std::size_t before = frames_.size();
+  change();
+  flush(database);
+  if (frames_.size() == before) {
+    throw SqliteError(SQLITE_INTERNAL, "the transaction's last change did not reach the log");
+  }
+  try_commit(database);
   read_early_frames();
   std::erase_if(images_.pages, [this](const auto &page) { return page.first > images_.page_count; });
+  database.execute("ROLLBACK TO change; RELEASE change");
+  change();
   return std::move(images_);
 }
 
