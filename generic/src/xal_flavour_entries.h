@@ -2,7 +2,8 @@
 // runs, and the serialisation mutex around every generic entry point.
 //
 // The start-up states, the creation of mutexes and the selection of the personality are guarded by the global lock. A
-// start-up never replaces a serialisation mutex that anybody may hold.
+// mutex is made once and kept, whatever becomes of the start-up that made it: the client library has only so many, and
+// a transaction manager may repeat an open that fails for as long as it lives.
 #pragma once
 
 #include <cstring>
@@ -11,11 +12,11 @@
 #include "xal_flavour_threads.h"
 #include "xal_verbs.h"
 
-// The serialisation mutex is made anew only while nobody can be using the old one: no personality is active and no
-// flavour's first xa_open runs. The caller holds the global lock.
-inline bool serialise_mutex_is_free() {
-  return active_personality().tm_type == XATM_NONE && _xa_mts_init_state != XAST_OPENING &&
-         _xa_tux_init_state != XAST_OPENING && _xa_txs_init_state != XAST_OPENING;
+// Whether a start-up may make the serialisation mutex: there is none, and nobody goes without one, as TUX does on a
+// client library without thread support. The caller holds the global lock.
+inline bool serialise_mutex_is_missing() {
+  return _xa_txs_serialize.load() == 0 && active_personality().tm_type == XATM_NONE &&
+         _xa_mts_init_state != XAST_OPENING && _xa_tux_init_state != XAST_OPENING && _xa_txs_init_state != XAST_OPENING;
 }
 
 inline void store_thread_table(QLT_THREAD_TABLE &table, const QLT_THREAD_TABLE &fetched) {
@@ -100,12 +101,14 @@ class FlavourStart {
 
   static int32_t create_mutexes(const TraceScope &trace) {
     const XA_PERSONALITY &own = Flavour::personality();
-    Flavour::init_mutex() = own.create_mutex();
+    if (Flavour::init_mutex() == 0) {
+      Flavour::init_mutex() = own.create_mutex();
+    }
     if (Flavour::init_mutex() == 0 && Flavour::has_threads()) {
       trace.error()("unable to creat initialization mutex");
       return XAER_RMFAIL;
     }
-    if (serialise_mutex_is_free()) {
+    if (serialise_mutex_is_missing()) {
       _xa_txs_serialize.store(own.create_mutex());
       if (_xa_txs_serialize.load() == 0 && Flavour::has_threads()) {
         trace.error()("unable to creat serialization mutex");
@@ -136,8 +139,7 @@ int32_t flavour_open(const char *info, int32_t rmid, int32_t flags) {
 }
 
 // Holds the serialisation mutex through the personality that is active at its construction. Not entered while none is,
-// nor when the first xa_open, under whose configuration the call waited for the mutex, failed meanwhile: the mutex that
-// was waited for may then be one that nobody else uses any more.
+// nor when the first xa_open, under whose configuration the call waited for the mutex, failed meanwhile.
 class SerialisedCall {
  public:
   SerialisedCall() : personality_(active_personality()), mutex_(_xa_txs_serialize.load()) {
@@ -145,7 +147,7 @@ class SerialisedCall {
       return;
     }
     personality_.take_mutex(mutex_);
-    entered_ = &active_personality() == &personality_ && _xa_txs_serialize.load() == mutex_;
+    entered_ = &active_personality() == &personality_;
     if (!entered_) {
       personality_.release_mutex(mutex_);
     }

@@ -83,6 +83,8 @@ TEST_F(Switch, start_up_failures_are_told_and_start_over) {
 
 TEST_F(Switch, a_first_open_that_fails_is_repeated_from_the_start) {
   const xa_switch_t &tux = tarvex_TUX_xa_switch;
+  EXPECT_EQ(tux.xa_open_entry(nullptr, 1, 0), XAER_INVAL) << "no configuration without a string";
+  EXPECT_EQ(trvxal_tm_personality.load()->tm_type, XATM_NONE);
   library().fail("ct_connect", 1, CS_BUSY);
   EXPECT_EQ(tux.xa_open_entry(open_string, 1, 0), XAER_RMERR);
   EXPECT_EQ(_xa_tux_init_state, XAST_NONE);
@@ -91,6 +93,7 @@ TEST_F(Switch, a_first_open_that_fails_is_repeated_from_the_start) {
   EXPECT_EQ(tux.xa_open_entry(open_string, 1, 0), XA_OK);
   EXPECT_EQ(_xa_tux_init_state, XAST_READY);
   EXPECT_EQ(_xa_txs_serialize.load(), serialise) << "a flavour in use keeps its mutex";
+  EXPECT_EQ(library().mutexes_created(), 2) << "the client library has only so many";
   EXPECT_EQ(tux.xa_close_entry("", 1, 0), XA_OK);
 }
 
@@ -108,6 +111,9 @@ TEST_F(Switch, a_second_flavour_is_refused_and_disturbs_nothing) {
   EXPECT_EQ(_xa_txs_serialize.load(), serialise);
   EXPECT_EQ(trvxal_tm_personality.load(), &trvxal_txs_personality);
   EXPECT_EQ(_xa_mts_init_state, XAST_NONE);
+  const int32_t made = library().mutexes_created();
+  EXPECT_EQ(tarvex_MTS_xa_switch.xa_open_entry(mts_string, 1, 0), XAER_INVAL);
+  EXPECT_EQ(library().mutexes_created(), made) << "a refused flavour keeps what it made";
   EXPECT_EQ(tarvex_TXS_xa_switch.xa_close_entry("", 1, 0), XA_OK);
 }
 
