@@ -47,10 +47,11 @@ struct THREAD_LIST : TL_LINKS {
   XA_THRDID tl_thrdid;
 };
 
-// Set by xl_init, used by every connection, never released.
+// Set by xl_init once it is initialised, used by every connection, never released.
 extern CS_CONTEXT *xl_context;
 
-// Sets the context up and applies the context settings: 1, or 0 at the first step that fails.
+// Sets the context up and applies the context settings: 1, or 0 at the first step that fails. To be tried again for as
+// long as there is no context.
 int32_t xl_init(const XA_SETTING *settings);
 // The record of rmid for the calling thread identity, its mutex taken, or null.
 XA_LRMINFO *xal_getlrm(int32_t rmid);

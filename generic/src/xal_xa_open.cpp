@@ -29,21 +29,28 @@ class GlobalLockScope {
   const XA_PERSONALITY &personality_;
 };
 
+// The configured context settings, kept from the configuration until the context is made. Guarded by the global lock.
+constinit XA_SETTING context_settings[context_rows + 1] = {};
+
 // Makes the personality the active one and configures the process; on failure none is active again.
 int32_t install(const char *info, const XA_PERSONALITY &personality) {
   trvxal_tm_personality.store(&personality, std::memory_order_release);
-  XA_SETTING settings[context_rows + 1] = {};
-  settings[context_rows].xs_flags = XS_END;
-  xacmn_clean_val(settings, 1);
-  if (xal_configure(info, settings) == 0) {
-    xacmn_clean_val(settings, 0);
+  context_settings[context_rows].xs_flags = XS_END;
+  xacmn_clean_val(context_settings, 1);
+  if (xal_configure(info, context_settings) == 0) {
+    xacmn_clean_val(context_settings, 0);
     trvxal_tm_personality.store(&trvxal_nil_personality, std::memory_order_release);
     return XAER_INVAL;
   }
-  // A context that could not be set up shows at the first connection.
-  static_cast<void>(xl_init(settings));
-  xacmn_clean_val(settings, 0);
   return XA_OK;
+}
+
+// Sets the context up; one that cannot be had shows at the first connection, and the next open tries again.
+void make_context() {
+  static_cast<void>(xl_init(context_settings));
+  if (xl_context != nullptr) {
+    xacmn_clean_val(context_settings, 0);
+  }
 }
 
 // Installs the personality when none is, and refuses it when another flavour's is.
@@ -60,6 +67,9 @@ int32_t select_personality(const TraceScope &trace, const char *info, const XA_P
     trace.error()("Only one type of Transaction Manager can be used");
     trace.message()("Previous TM type %d, new TM type %d\n", active_type, personality.tm_type);
     return XAER_INVAL;
+  }
+  if (xl_context == nullptr) {
+    make_context();
   }
   return XA_OK;
 }

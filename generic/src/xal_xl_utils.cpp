@@ -26,7 +26,8 @@ struct ThreadListHead {
   int32_t mutex;
 };
 
-// Linked to itself from the start, so that a lookup before xl_init, or after a failed one, finds nothing.
+// Linked to itself from the start, so that a lookup before xl_init finds nothing. xl_init leaves it alone: when it is
+// tried again, there may be threads in it already.
 constinit ThreadListHead _xal_all_threads = {{&_xal_all_threads.links, &_xal_all_threads.links}, XAL_PLACEHOLDER};
 
 // ---- Identities and lists -------------------------------------------------------------------------------------------
@@ -269,15 +270,17 @@ void free_lrm(XA_LRMINFO *lrm) {
 
 int32_t xl_init(const XA_SETTING *settings) {
   const TraceScope trace("xl_init", TRACE_RM);
-  if (cs_ctx_global(QLT_VERSION, &xl_context) != CS_SUCCEED) {
+  CS_CONTEXT *context = nullptr;
+  if (cs_ctx_global(QLT_VERSION, &context) != CS_SUCCEED) {
     trace.error()("Failed to get the global context!");
     return trace.cs(CS_FAIL);
   }
   trace.event()("Initializing");
-  if (ct_init(xl_context, QLT_VERSION) != CS_SUCCEED) {
+  if (ct_init(context, QLT_VERSION) != CS_SUCCEED) {
     trace.error()("ct_init() failed!");
     return trace.cs(CS_FAIL);
   }
+  xl_context = context;
   log_version(trace);
   if (cs_diag(xl_context, CS_INIT, QLT_UNUSED, QLT_UNUSED, nullptr) != CS_SUCCEED) {
     trace.error()("cs_diag(CS_INIT) failed!");
@@ -286,8 +289,6 @@ int32_t xl_init(const XA_SETTING *settings) {
   if (!apply_context_settings(settings)) {
     return trace.cs(CS_FAIL);
   }
-  _xal_all_threads.links = {&_xal_all_threads.links, &_xal_all_threads.links};
-  _xal_all_threads.mutex = _trvxadummy_create_mutex();
   return trace.cs(CS_SUCCEED);
 }
 

@@ -10,6 +10,7 @@
 #include "xadtm.h"
 #include "xal_config.h"
 #include "xal_log.h"
+#include "xal_registry.h"
 #include "xal_threads.h"
 
 using namespace fake;
@@ -95,6 +96,24 @@ TEST_F(Switch, a_first_open_that_fails_is_repeated_from_the_start) {
   EXPECT_EQ(_xa_txs_serialize.load(), serialise) << "a flavour in use keeps its mutex";
   EXPECT_EQ(library().mutexes_created(), 2) << "the client library has only so many";
   EXPECT_EQ(tux.xa_close_entry("", 1, 0), XA_OK);
+}
+
+TEST_F(Switch, a_context_that_cannot_be_had_is_tried_again_with_its_settings) {
+  setenv("XACONFIGFILE", file_with("[all]\nproperties=CS_TIMEOUT=60\n[xa]\nlrm=L1\n").c_str(), 1);
+  const xa_switch_t &tux = tarvex_TUX_xa_switch;
+  for (const auto &[operation, nth] : {std::pair("cs_ctx_global", 3), std::pair("ct_init", 1)}) {
+    library().fail(operation, nth);        // the start-up and the log ask for the context first
+    library().fail("ct_con_alloc", 1, 0);  // as the real one does without a context
+    EXPECT_EQ(tux.xa_open_entry(open_string, 1, 0), XAER_RMERR);
+    EXPECT_EQ(xl_context, nullptr) << operation;
+  }
+  library().take_calls();
+  EXPECT_EQ(tux.xa_open_entry(open_string, 1, 0), XA_OK);
+  EXPECT_EQ(library().take_calls({"ct_config(SET, 9117"}), Lines{"ct_config(SET, 9117, 60, -99999)"});
+  EXPECT_EQ(tux.xa_open_entry(open_string, 2, 0), XA_OK);
+  EXPECT_EQ(library().take_calls({"ct_init"}), Lines{}) << "once it is there, it stays";
+  EXPECT_EQ(tux.xa_close_entry("", 1, 0), XA_OK);
+  EXPECT_EQ(tux.xa_close_entry("", 2, 0), XA_OK);
 }
 
 TEST_F(Switch, a_second_flavour_is_refused_and_disturbs_nothing) {
