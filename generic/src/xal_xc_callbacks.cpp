@@ -25,19 +25,17 @@ int32_t init_diagnostics(QLT_CONNECTION *connection) {
   return ct_diag(connection, CS_INIT, QLT_UNUSED, QLT_UNUSED, nullptr);
 }
 
-// Puts one saved callback back, or the diagnostic handling when there was none (or it was that handling's own).
-int32_t restore_callback(QLT_CONNECTION *connection, void *&saved, const void *diagnostic, int32_t type,
-                         int32_t messages, int32_t result) {
-  if (saved != nullptr && saved != diagnostic) {
-    const int32_t ret = set_callback(connection, type, saved);
-    saved = nullptr;
-    return ret;
-  }
+// Takes the saved callback when it is the application's; null when there was none, or the diagnostic handling's own.
+void *take_application_callback(void *&saved, const void *diagnostic) {
+  void *callback = saved != diagnostic ? saved : nullptr;
   saved = nullptr;
-  // Neither code is acted on: the connection is made, and works without diagnostics as well.
+  return callback;
+}
+
+// Diagnostic handling without stored messages. Neither code is acted on: the connection works without it as well.
+void start_diagnostics(QLT_CONNECTION *connection, int32_t messages) {
   static_cast<void>(init_diagnostics(connection));
   static_cast<void>(ct_diag(connection, QLT_CLEAR, messages, QLT_UNUSED, nullptr));
-  return result;
 }
 
 // A message's text, or what stands for one that is empty or too long.
@@ -94,11 +92,22 @@ int32_t xc_deinstall_callbacks(XA_CONNECTION *conn) {
   if (conn == nullptr) {
     return trace.cs(CS_SUCCEED);
   }
+  void *client = take_application_callback(conn->xc_climsg_cb, xc_ctdiag_clientcb);
+  void *server = take_application_callback(conn->xc_srvmsg_cb, xc_ctdiag_servercb);
+  // Starting the diagnostic handling for one kind replaces both callbacks, so the application's are put back last.
+  if (client == nullptr) {
+    start_diagnostics(conn->xc_conn, QLT_CLIENT_MESSAGES);
+  }
+  if (server == nullptr) {
+    start_diagnostics(conn->xc_conn, QLT_SERVER_MESSAGES);
+  }
   int32_t ret = CS_SUCCEED;
-  ret = restore_callback(conn->xc_conn, conn->xc_climsg_cb, xc_ctdiag_clientcb, QLT_CLIENTMSG_CB, QLT_CLIENT_MESSAGES,
-                         ret);
-  ret = restore_callback(conn->xc_conn, conn->xc_srvmsg_cb, xc_ctdiag_servercb, QLT_SERVERMSG_CB, QLT_SERVER_MESSAGES,
-                         ret);
+  if (client != nullptr) {
+    ret = set_callback(conn->xc_conn, QLT_CLIENTMSG_CB, client);
+  }
+  if (server != nullptr) {
+    ret = set_callback(conn->xc_conn, QLT_SERVERMSG_CB, server);
+  }
   return trace.cs(ret);
 }
 

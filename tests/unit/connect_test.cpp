@@ -165,29 +165,36 @@ TEST_F(Callbacks, server_messages_of_every_severity_show) {
 TEST_F(Callbacks, what_the_connection_had_comes_back) {
   const auto diagnostic = reinterpret_cast<void *>(diagnostic_client_callback);
   const auto application = reinterpret_cast<void *>(application_client_callback);
-  const Lines cleared{"ct_diag(con1, INIT, -99999)", "ct_diag(con1, CLEAR, 4700)"};
+  const Lines client_cleared{"ct_diag(con1, INIT, -99999)", "ct_diag(con1, CLEAR, 4700)"};
+  const Lines server_cleared{"ct_diag(con1, INIT, -99999)", "ct_diag(con1, CLEAR, 4701)"};
+  const Lines client_set{"ct_callback(con1, SET, 3, application's)"};
+  const Lines server_set{"ct_callback(con1, SET, 2, application's)"};
   const struct {
     const char *name;
-    void *had;
+    void *client;
+    void *server;
     Lines restored;
   } cases[] = {
-      {"none", nullptr, cleared},
-      {"the diagnostic handling's", diagnostic, cleared},
-      {"an application's", application, {"ct_callback(con1, SET, 3, application's)"}},
+      {"none", nullptr, nullptr, joined({client_cleared, server_cleared})},
+      {"the diagnostic handling's", diagnostic, diagnostic, joined({client_cleared, server_cleared})},
+      {"an application's client callback", application, nullptr, joined({server_cleared, client_set})},
+      {"an application's server callback", nullptr, application, joined({client_cleared, server_set})},
+      {"both", application, application, joined({client_set, server_set})},
   };
   for (const auto &one : cases) {
     SCOPED_TRACE(one.name);
     fresh();
-    conn.xc_conn->client_callback = one.had;
-    conn.xc_conn->server_callback = nullptr;
+    conn.xc_conn->client_callback = one.client;
+    conn.xc_conn->server_callback = one.server;
     EXPECT_EQ(xc_install_callbacks(&conn), CS_SUCCEED);
     EXPECT_EQ(library().take_calls(), (Lines{"ct_callback(con1, GET, 3)", "ct_callback(con1, GET, 2)",
                                              "ct_callback(con1, SET, 3, other)", "ct_callback(con1, SET, 2, other)"}));
-    EXPECT_EQ(conn.xc_climsg_cb, one.had);
     EXPECT_EQ(xc_deinstall_callbacks(&conn), CS_SUCCEED);
-    EXPECT_EQ(library().take_calls(),
-              joined({one.restored, {"ct_diag(con1, INIT, -99999)", "ct_diag(con1, CLEAR, 4701)"}}));
+    EXPECT_EQ(library().take_calls(), one.restored);
+    EXPECT_EQ(conn.xc_conn->client_callback, one.client != nullptr ? one.client : diagnostic);
+    EXPECT_EQ(conn.xc_conn->server_callback, one.server != nullptr ? one.server : diagnostic);
     EXPECT_EQ(conn.xc_climsg_cb, nullptr);
+    EXPECT_EQ(conn.xc_srvmsg_cb, nullptr);
   }
   EXPECT_EQ(xc_deinstall_callbacks(nullptr), CS_SUCCEED);
 }
