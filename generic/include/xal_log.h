@@ -1,8 +1,8 @@
 // The library's one road into the log: trace categories, the trace scope that pairs "Enter" with the return line, and
 // the line object that keeps a message's text whole at its call.
 //
-// The trace mask and the log stream are read by threads that hold no lock, so both are atomics. All texts are built in
-// fixed buffers on the stack, after the mask has been tested; nothing here allocates.
+// The trace mask and the log stream are read by threads that hold no lock, so both are atomics. Texts are built on the
+// stack, after the mask has been tested; memory is asked for only for those of more than 4,095 bytes.
 #pragma once
 
 #include <atomic>

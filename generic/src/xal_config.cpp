@@ -161,7 +161,11 @@ bool open_first(const Candidates &candidates, INTL_READER *reader) {
 int32_t xa_config_open(INTL_READER *reader) {
   const TraceScope trace("xa_config_open", TRACE_MISC);
   if (xa_config_file[0] != '\0') {
-    return trace.cs(intl_open(xa_config_file, reader) == 1 ? 1 : 0);
+    if (intl_open(xa_config_file, reader) == 1) {
+      return trace.cs(1);
+    }
+    trace.error()("Unable to open configuration file %s", xa_config_file);
+    return trace.cs(0);
   }
   Candidates candidates;
   if (!list_candidates(candidates)) {
@@ -275,14 +279,18 @@ int32_t read_file(const TraceScope &trace, INTL_READER *reader, int32_t *logfile
 }
 
 // Opens the log that the open string or the environment names.
-int32_t open_default_log(const char *open_string) {
+int32_t open_default_log(const TraceScope &trace, const char *open_string) {
   const HeapText named(xa_get_env("XALOGFILE"));
   if (named.get() != nullptr) {
     return xalog_init(open_string, named.get());
   }
   const HeapText home(xa_get_env("TARVEX"));
   const HeapText in_home(home.get() != nullptr ? xa_make_fname("trv_xa_log", home.get(), nullptr, nullptr) : nullptr);
-  return xalog_init(open_string, in_home.get() != nullptr ? in_home.get() : "stderr");
+  const int32_t ret = xalog_init(open_string, in_home.get() != nullptr ? in_home.get() : "stderr");
+  if (home.get() != nullptr && in_home.get() == nullptr) {
+    trace.warning()("$TARVEX is too long for a log file in it, or memory is short");
+  }
+  return ret;
 }
 
 }  // namespace
@@ -304,7 +312,7 @@ int32_t xal_configure(const char *open_string, XA_SETTING *settings) {
     return trace.cs(0);
   }
   if (logfile == 0) {
-    const int32_t ret = open_default_log(open_string);
+    const int32_t ret = open_default_log(trace, open_string);
     if (ret != 1) {
       return trace.cs(ret);
     }

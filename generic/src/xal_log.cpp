@@ -14,6 +14,7 @@
 
 #include <unistd.h>
 
+#include "common_routines.h"
 #include "quillet.h"
 
 extern "C" {
@@ -22,12 +23,13 @@ constinit std::atomic<uint32_t> xacmn_log_tracing{0};
 
 namespace {
 
-constexpr int32_t text_size = 4096;          // longest message text built here
+constexpr int32_t text_size = 4096;          // longest message text built on the stack
 constexpr int32_t open_path_size = 512;      // longest path of an -L option, terminating zero included
 constexpr int32_t identity_text_size = 144;  // 64 bytes as hexadecimal text with its dots
 
 constinit std::atomic<FILE *> log_fd{nullptr};
 constinit std::atomic<int32_t> xasl_xalog_pid{0};
+constinit std::atomic<bool> line_cut_off{false};  // the last write failed, perhaps in the middle of its line
 
 // The client library's thread primitives, of which only the identity is used here, and so only that slot is filled:
 // by xalog_init, while any thread may be writing a line.
@@ -76,7 +78,7 @@ const char *type_name(int32_t type) {
 
 // The calling thread's identity as hexadecimal text, "N/A" when the client library gives none.
 const char *thread_text(char *out) {
-  unsigned char identity[16];
+  unsigned char identity[16] = {};
   int32_t length = 0;
   const IdentityOperation operation = identity_slot().load(std::memory_order_acquire);
   if (operation == nullptr || operation(identity, sizeof identity, &length) != CS_SUCCEED || length <= 0) {
@@ -140,9 +142,19 @@ void LogLine::operator()(const char *format, ...) const {
   char text[text_size];
   va_list arguments;
   va_start(arguments, format);
-  vsnprintf(text, sizeof text, format, arguments);
+  va_list again;
+  va_copy(again, arguments);
+  const int32_t length = vsnprintf(text, sizeof text, format, arguments);
+  char *whole = length >= text_size ? static_cast<char *>(comn_malloc(static_cast<size_t>(length) + 1)) : nullptr;
+  if (whole != nullptr) {
+    vsnprintf(whole, static_cast<size_t>(length) + 1, format, again);
+  }
+  va_end(again);
   va_end(arguments);
-  xalog_msg(function_, text, line_, type_);
+  xalog_msg(function_, whole != nullptr ? whole : text, line_, type_);
+  if (whole != nullptr) {
+    comn_free(whole);
+  }
 }
 
 extern "C" {
@@ -166,10 +178,14 @@ void xalog_msg(const char *function, const char *text, int32_t line, int32_t typ
     strftime(when, sizeof when, "%Y/%m/%d %H:%M:%S", &local);
   }
   char identity[identity_text_size];
-  fprintf(log, "%s: 0x%x,%s: [%s/%d] %s: %s\n", when, static_cast<uint32_t>(xasl_xalog_pid.load()),
-          thread_text(identity), function != nullptr ? function : "<nil>", line, type_name(type),
-          text != nullptr ? text : "<nil>");
-  fflush(log);
+  const char *start = line_cut_off.exchange(false) ? "\n" : "";
+  const int32_t written =
+      fprintf(log, "%s%s: 0x%x,%s: [%s/%d] %s: %s\n", start, when, static_cast<uint32_t>(xasl_xalog_pid.load()),
+              thread_text(identity), function != nullptr ? function : "<nil>", line, type_name(type),
+              text != nullptr ? text : "<nil>");
+  if (fflush(log) != 0 || written < 0) {
+    line_cut_off.store(true);  // a full disk: the next line that can be written begins a line of its own
+  }
 }
 
 int32_t xalog_open_file(const char *path) {

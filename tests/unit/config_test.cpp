@@ -214,6 +214,7 @@ TEST_F(Config, the_file_is_searched_in_order_and_remembered) {
   intl_close(&reader);
   remove(places[0].c_str());
   EXPECT_EQ(xa_config_open(&reader), 0);
+  EXPECT_EQ(take_log(), Lines{"[xa_config_open] Error: Unable to open configuration file " + places[0]});
   clear();
   behave_as(XATM_MTS, XAPF_CFG_OPTIONAL);
   EXPECT_EQ(xa_config_open(&reader), 0);

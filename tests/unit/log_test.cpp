@@ -1,7 +1,9 @@
 // The log file, its lines, the trace keywords and the decoders.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstring>
 #include <fstream>
 #include <regex>
@@ -68,6 +70,28 @@ TEST_F(Log, lines_have_the_fixed_layout) {
   EXPECT_EQ(log, expected);
 }
 
+TEST_F(Log, a_long_text_is_written_whole_and_a_line_after_a_full_disk_starts_a_line) {
+  const std::string path = file_with("");
+  const std::string whole(10000, 'x');
+  EXPECT_TRUE(in_own_process([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    xalog_open_file(path.c_str());
+    LogLine("f", XALOG_ERROR, 1)("%s", whole.c_str());
+    const auto full = static_cast<rlim_t>(content_of(path).size() + 30);
+    const rlimit limit{full, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    xalog_msg("f", "cut off", 2, XALOG_ERROR);
+    const rlimit none{RLIM_INFINITY, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &none);
+    xalog_msg("f", "after", 3, XALOG_ERROR);
+    return content_of(path).size() > full;
+  }));
+  const std::string log = content_of(path);
+  EXPECT_NE(log.find("Error: " + whole + "\n"), std::string::npos);
+  EXPECT_EQ(log.find("cut off"), std::string::npos);
+  EXPECT_TRUE(std::regex_search(log, std::regex("\n[0-9/]+ [0-9:]+ 0x[0-9a-f]+,N/A: \\[f/3\\] Error: after\n$")));
+}
+
 TEST_F(Log, a_file_that_cannot_be_opened_leaves_no_log_and_standard_error_is_one) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(xalog_open_file("/nonexistent/xa.log"), 0);
@@ -130,6 +154,7 @@ TEST_F(Log, lines_carry_the_thread_identity) {
       {"eight bytes", {"\0\0\0\7\xab\xcd\xef\1", 8}, 0, "", "00000007.ABCDEF01"},
       {"no bytes", "", 0, "", "N/A"},
       {"more than the buffer holds", std::string(16, 'a'), 17, "", "61616161.61616161.61616161.61616161"},
+      {"fewer than it claims", "abcd", 8, "", "61626364.00000000"},
       {"no context", "abcd", 0, "cs_ctx_global", "N/A"},
       {"no thread table", "abcd", 0, "cs_config", "N/A"},
   };
