@@ -159,8 +159,9 @@ void Catalog::bring_up() {
 std::vector<JournalRow> Catalog::journal() {
   const std::lock_guard<std::mutex> lock(mutex_);
   std::vector<JournalRow> rows;
-  Statement statement(database_, old_ ? "SELECT id, xactname, state, since, changes <> x'', 0 FROM branch_journal ORDER BY id"
-                                      : "SELECT id, xactname, state, since, pages <> x'', writing FROM branch_journal ORDER BY id");
+  Statement statement(
+      database_, old_ ? "SELECT id, xactname, state, since, changes <> x'', 0 FROM branch_journal ORDER BY id"
+                      : "SELECT id, xactname, state, since, pages <> x'', writing FROM branch_journal ORDER BY id");
   while (statement.step()) {
     rows.push_back({statement.integer(0), statement.text(1), static_cast<int32_t>(statement.integer(2)),
                     Clock::time_point(std::chrono::seconds(statement.integer(3))), statement.integer(4) != 0,

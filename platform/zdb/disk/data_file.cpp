@@ -155,8 +155,9 @@ void DataFile::put_in(const PageImages &images, std::chrono::milliseconds limit,
 
 void DataFile::put_in_again(const PageImages &images) {
   if (!log_is_empty(file_)) {
-    throw std::runtime_error(log_path(file_) + " was not there when " + file_ +
-                             " was last written. Take both away from here, and put the files of a backup in their place");
+    throw std::runtime_error(
+        log_path(file_) + " was not there when " + file_ +
+        " was last written. Take both away from here, and put the files of a backup in their place");
   }
   write_pages(file_, images);
 }

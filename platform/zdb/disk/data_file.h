@@ -73,7 +73,7 @@ class DataFile {
   std::atomic<bool> must_stop_{false};
   std::mutex mutex_; /* guards all below */
   std::condition_variable changed_;
-  bool closed_ = false; /* pages are put in: nobody may use the file */
+  bool closed_ = false;        /* pages are put in: nobody may use the file */
   std::set<DataSlot *> slots_; /* with a connection, or about to get one */
   std::vector<std::unique_ptr<SqlConnection>> idle_;
 };

@@ -171,7 +171,7 @@ PageImages DiskWork::pages_with_mark(int64_t id) {
   const Database &database = slot_.connection->database();
   lost_ = lost_by_failure;
   try {
-    const PageImages images = slot_.connection->capture().pages_after(database, [&] {
+    PageImages images = slot_.connection->capture().pages_after(database, [&] {
       database.execute("SAVEPOINT vote");
       set_mark(database, id);
     });

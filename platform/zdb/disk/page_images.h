@@ -12,12 +12,13 @@
 namespace zdb {
 
 struct PageImages {
-  uint32_t page_size = 0;               /* bytes */
-  uint32_t page_count = 0;              /* of the whole file afterwards */
+  uint32_t page_size = 0;                /* bytes */
+  uint32_t page_count = 0;               /* of the whole file afterwards */
   std::map<uint32_t, std::string> pages; /* by their numbers, from 1; none beyond page_count */
 };
 
-/* The journal's form: little-endian words page size, page count, number of images, then each page's number and bytes. */
+/* The journal's form: little-endian words page size, page count, number of images, then each page's number and bytes.
+ */
 std::string encoded(const PageImages &images);
 /* Throws std::runtime_error when the bytes are no images. */
 PageImages decoded_images(const std::string &bytes);

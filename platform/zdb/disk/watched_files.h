@@ -1,7 +1,7 @@
 /*
  * watched_files.h - how SQLite's files reach the disk: the operating system's own way, with every sync counted, a
- * crash tried out before and after each write and sync (crash_points.h), transactions captured before they are committed
- * (page_capture.h), and the end of the process after a sync that failed (storage_failure.h).
+ * crash tried out before and after each write and sync (crash_points.h), transactions captured before they are
+ * committed (page_capture.h), and the end of the process after a sync that failed (storage_failure.h).
  */
 #ifndef ZDB_DISK_WATCHED_FILES_H
 #define ZDB_DISK_WATCHED_FILES_H
