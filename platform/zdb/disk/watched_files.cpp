@@ -9,7 +9,6 @@
 #include <sqlite3.h>
 
 #include <atomic>
-#include <cstddef>
 #include <new>
 #include <string>
 
@@ -22,8 +21,8 @@ namespace {
 
 std::atomic<uint64_t> syncs{0};
 
-/* The file below follows, at an offset that suits any of its members. */
-struct alignas(std::max_align_t) WatchedFile {
+/* The file below follows, at an offset that suits any of its members: SQLite's memory is aligned to 8 bytes. */
+struct alignas(8) WatchedFile {
   sqlite3_file base;
   PageCapture *capture; /* of a log whose transactions are captured, else null */
 };
