@@ -129,6 +129,10 @@ void xc_release(XA_CONNECTION *conn);
 // Gives the serialisation mutex up for a moment, to let another thread get on with what the caller waits for.
 void xc_wait_briefly();
 
+// Waits until no other thread of conn's LRM is at work on the branch. conn is held, and must not carry the branch
+// itself meanwhile: its looker would wait for the caller.
+void xc_await_branch(const XA_CONNECTION *conn, const XID &xid);
+
 // True while conn is still a record of rmid in the calling thread identity. To be asked, after a nested verb, before a
 // record that was released meanwhile is used again.
 bool xc_still_there(int32_t rmid, const XA_CONNECTION *conn);

@@ -225,7 +225,22 @@ int32_t send_start(StartCall &call, int32_t flags) {
   return xa__dtm_start(call.conn, call.xid, flags);
 }
 
-// Joins again for as long as the server answers that the branch was detached with a suspend.
+// Waits before a join is tried again. Whoever resumes or completes the branch meanwhile must not wait for this call:
+// the mutex is given up, and the branch is off the record, which only the hold keeps. Afterwards a thread that has
+// found nothing to wait for and is at work on the branch is let finish, else one of the two would meet the other's
+// attach.
+void wait_for_resume(const StartCall &call) {
+  call.conn->xc_xid.formatID = -1;
+  {
+    const SerialisePause pause;
+    xal_sleep(join_wait);
+  }
+  xc_await_branch(call.conn, *call.xid);
+  verb_set_branch(call.conn, *call.xid);
+}
+
+// Joins again for as long as the server answers that the branch was detached with a suspend. The next answer tells
+// that it was resumed (busy), ended or completed.
 int32_t start_until_joined(StartCall &call, int32_t added) {
   for (;;) {
     const int32_t ret = send_start(call, call.flags | added);
@@ -237,7 +252,7 @@ int32_t start_until_joined(StartCall &call, int32_t added) {
     }
     // The next join shows whether the detach worked.
     static_cast<void>(xa__dtm_end(call.conn, call.xid, TMSUSPEND | TMMIGRATE));
-    xal_sleep(join_wait);  // with the serialisation mutex held
+    wait_for_resume(call);
   }
 }
 

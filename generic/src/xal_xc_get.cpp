@@ -184,6 +184,19 @@ void xc_wait_briefly() {
   nanosleep(&briefly, nullptr);
 }
 
+void xc_await_branch(const XA_CONNECTION *conn, const XID &xid) {
+  const XA_LRMINFO *lrm = conn->xc_lrm;
+  const XC_LINKS *at = lrm->lrm_conns.xc_next;
+  while (at != &lrm->lrm_conns) {
+    const auto *other = static_cast<const XA_CONNECTION *>(at);
+    if (held_elsewhere(other) && xid_equal(other->xc_xid, xid)) {
+      xc_wait_briefly();
+      at = &lrm->lrm_conns;  // the list may have changed
+    }
+    at = at->xc_next;
+  }
+}
+
 bool xid_equal(const XID &left, const XID &right) {
   return left.formatID == right.formatID && left.formatID != -1 && left.gtrid_length == right.gtrid_length &&
          left.bqual_length == right.bqual_length && memcmp(left.data, right.data, xid_data_size(left)) == 0;

@@ -1,6 +1,7 @@
 // threads_test.cpp - several threads inside the library: identities of their own under TXS, one shared identity under
 // MTS and TUX, a thread held in the middle of a verb while another one comes, and first opens side by side.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <initializer_list>
 #include <memory>
@@ -290,6 +291,134 @@ TEST_P(SharedIdentity, two_closes_at_once_close_once) {
 }
 
 INSTANTIATE_TEST_SUITE_P(, SharedIdentity, testing::Values(MTS, TUX), flavour_case);
+
+// ---- A join that waits ----------------------------------------------------------------------------------------------
+
+// While a join of a migrated branch sleeps (or is at a gate), other threads' verbs get through. A thread that is stuck
+// ends the process.
+class WaitingJoin : public testing::TestWithParam<unsigned> {
+ protected:
+  WaitingJoin() : world(GetParam()) {
+    alarm(60);
+    EXPECT_EQ(world.open(1), XA_OK);
+    EXPECT_EQ(world.other.run([this] { return world.open(1); }), XA_OK);
+    EXPECT_EQ(world.start(1, "A"), XA_OK);
+    EXPECT_EQ(world.end(1, "A", TMSUSPEND | TMMIGRATE), XA_OK);
+  }
+  ~WaitingJoin() override {
+    world.expect_nothing_left();
+    world.expect_mutex_respected();
+    alarm(0);
+  }
+
+  // Lets the join sleep at its nth sleep until wake().
+  void sleep_at(size_t nth) {
+    world.when_asleep[nth] = [this] {
+      asleep = true;
+      while (asleep) {
+        std::this_thread::yield();
+      }
+    };
+  }
+  void join_elsewhere() {
+    world.other.start([this] { return world.start(1, "A", TMJOIN); });
+    wait_until_asleep();
+  }
+  void wait_until_asleep() const {
+    while (!asleep) {
+      std::this_thread::yield();
+    }
+  }
+  int32_t joined() {
+    asleep = false;
+    return world.other.result();
+  }
+
+  World world;
+  std::atomic<bool> asleep{false};
+};
+
+TEST_P(WaitingJoin, others_get_through_and_the_join_ends) {
+  const struct {
+    const char *name;
+    std::vector<scenario::Step> meanwhile;
+    int32_t joined;
+    scenario::Action after;
+  } cases[] = {
+      {"resumed", {{scenario::start(1, "A", TMRESUME), XA_OK}}, XAER_RMERR, scenario::end(1, "A")},
+      {"resumed and ended",
+       {{scenario::start(1, "A", TMRESUME), XA_OK}, {scenario::end(1, "A"), XA_OK}},
+       XA_OK,
+       scenario::other(scenario::end(1, "A"))},
+      {"rolled back", {{scenario::rollback(1, "A"), XA_OK}}, XAER_NOTA, scenario::start(1, "A")},
+      {"other work",
+       {{scenario::start(1, "B"), XA_OK},
+        {scenario::rollback(1, "B"), XA_OK},
+        {scenario::close(1), {XAER_PROTO, XAER_PROTO, XA_OK}},
+        {scenario::open(1), XA_OK},
+        {scenario::rollback(1, "A"), XA_OK}},
+       XAER_NOTA,
+       scenario::start(1, "A")},
+  };
+  for (const auto &one : cases) {
+    SCOPED_TRACE(one.name);
+    sleep_at(world.slept.size() + 1);
+    join_elsewhere();
+    for (const scenario::Step &step : one.meanwhile) {
+      EXPECT_EQ(step.action.act(world), step.expected.of(GetParam())) << step.action.text;
+    }
+    EXPECT_EQ(joined(), one.joined);
+    EXPECT_EQ(one.after.act(world), XA_OK);
+    EXPECT_EQ(world.rollback(1, "A"), XA_OK);
+    EXPECT_EQ(world.start(1, "A"), XA_OK);
+    EXPECT_EQ(world.end(1, "A", TMSUSPEND | TMMIGRATE), XA_OK);
+  }
+  EXPECT_EQ(world.rollback(1, "A"), XA_OK);
+}
+
+INSTANTIATE_TEST_SUITE_P(, WaitingJoin, testing::Values(MTS, TUX, TXS), flavour_case);
+
+class WaitingJoinHere : public WaitingJoin {};
+
+TEST_P(WaitingJoinHere, a_resume_waits_for_the_request_of_a_join_but_not_for_its_sleep) {
+  Gate gate("ct_results");
+  world.gate = &gate;
+  world.when_asleep[1] = [&] { gate.hold_me(); };
+  sleep_at(2);
+  world.other.start([this] { return world.start(1, "A", TMJOIN); });
+  gate.wait_until_held();
+  Worker resumer;
+  resumer.start([this] { return world.start(1, "A", TMRESUME); });
+  give_way();
+  EXPECT_FALSE(resumer.idle());
+  gate.open();
+  EXPECT_EQ(resumer.result(), XA_OK);
+  EXPECT_EQ(joined(), XAER_RMERR);
+  EXPECT_EQ(world.rollback(1, "A"), XA_OK);
+}
+
+TEST_P(WaitingJoinHere, a_join_that_wakes_waits_for_a_resume_that_has_begun) {
+  Gate gate("ct_results");
+  world.gate = &gate;
+  sleep_at(1);
+  join_elsewhere();
+  EXPECT_EQ(world.rollback(1, "unknown"), XAER_NOTA);  // makes the connection that the resume takes
+  Worker resumer;
+  resumer.start([&] {
+    gate.hold_me();
+    return world.start(1, "A", TMRESUME);
+  });
+  gate.wait_until_held();
+  asleep = false;
+  give_way();
+  EXPECT_FALSE(world.other.idle());
+  gate.open();
+  EXPECT_EQ(resumer.result(), XA_OK);
+  EXPECT_EQ(joined(), XAER_RMERR);
+  EXPECT_EQ(world.rollback(1, "A"), XA_OK);
+}
+
+INSTANTIATE_TEST_SUITE_P(, WaitingJoinHere, testing::Values(MTS, TUX), flavour_case);
 
 // ---- First opens ----------------------------------------------------------------------------------------------------
 
