@@ -33,8 +33,9 @@ VerbStep find_for_completion(const Completion &verb, const XID *xid, int32_t rmi
 }
 
 // A commit that must not wait does not: true when the server still has the branch attached.
-bool must_wait(XA_CONNECTION *conn) {
-  return xa__dtm_status(conn, &conn->xc_xid) == XA_OK && conn->transtat == DTM_STATE_ATTACHED;
+// The branch need not be the one whose XID lies on the connection.
+bool must_wait(XA_CONNECTION *conn, const XID *xid) {
+  return xa__dtm_status(conn, xid) == XA_OK && conn->transtat == DTM_STATE_ATTACHED;
 }
 
 // Sends the request, once more on a connection made anew when the first was lost. *conn is null when it is gone.
@@ -126,7 +127,7 @@ int32_t verb_complete(const Completion &verb, const XID *xid, int32_t rmid, int3
   if (found.ends) {
     return scope.reported(found.code);
   }
-  if (flags == TMNOWAIT && must_wait(conn)) {
+  if (flags == TMNOWAIT && must_wait(conn, xid)) {
     if (found.code == XCRET_CONN) {
       conn->xc_state = XCS_UNUSED;
     }

@@ -256,6 +256,9 @@ TEST_F(Verbs, end_and_completion_by_the_connection_that_holds_the_branch) {
       {xa_commit, {"one phase does not ask", XCS_UNUSED, x, TMONEPHASE | TMNOWAIT, {st(1)}, XA_OK, {commit_once_forced},
        {"con1 0 1234"}}},
       {xa_commit, {"nor one that may wait", XCS_UNUSED, x, 0, {st(7)}, XA_OK, {commit_forced}, {"con1 0 1234"}}},
+      {xa_commit, {"no waiting, on a connection with another's XID", XCS_UNUSED, y, TMNOWAIT, {st(7), st(7)}, XA_OK,
+       {ask, commit_forced}, {"con1 0 1234"}}},
+      {xa_commit, {"must wait", XCS_UNUSED, y, TMNOWAIT, {st(1)}, XA_RETRY, {ask}, {"con1 0 2"}}},
       {xa_commit, {"failed again", XCS_UNUSED, x, 0, {st(-1), st(-1)}, XAER_RMFAIL, twice, {}}},
   };
   // clang-format on
