@@ -210,12 +210,12 @@ OpenScene::~OpenScene() {
 void OpenScene::close_everything() {
   common_fail_allocation(0, 0);
   while (XA_CONNECTION *left = connection()) {
-    left->xc_state = XCS_UNUSED;
+    left->xc_state = left->xc_conn != nullptr ? XCS_UNUSED : XCS_CLOSED;  // a closed one goes with the next lookup
     left->xc_holds = 0;
     XA_CONNECTION *got = nullptr;
-    ASSERT_EQ(xc_get(1, nullptr, &got, XCF_ANY), XCRET_CONN);
-    xc_close(got);
-    xc_get(1, nullptr, &got, 0);
+    if (xc_get(1, nullptr, &got, XCF_ANY) == XCRET_CONN) {
+      xc_close(got);
+    }
   }
   xal_freelrm(1);
   xal_freelrm(2);
