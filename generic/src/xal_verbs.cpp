@@ -119,7 +119,7 @@ int32_t verb_complete(const Completion &verb, const XID *xid, int32_t rmid, int3
   if (!flags_accepted(verb.validflags, flags)) {
     return scope.traced(XAER_INVAL);
   }
-  if (xid == nullptr) {
+  if (xid == nullptr || !xid_lengths_fit(*xid)) {
     return scope.reported(XAER_INVAL);
   }
   XA_CONNECTION *conn = nullptr;

@@ -311,8 +311,8 @@ extern "C" int32_t xa_start(const XID *xid, int32_t rmid, int32_t flags) {
   if (!flags_accepted(validflags, flags)) {
     return scope.traced(XAER_INVAL);
   }
-  if (xid == nullptr) {
-    return scope.reported(XAER_INVAL);
+  if (xid == nullptr || xid->formatID == -1 || !xid_lengths_fit(*xid)) {
+    return scope.reported(XAER_INVAL);  // no later lookup, nor a recovery, would find such a branch
   }
   StartCall call{scope.trace(), xid, rmid, flags};
   const VerbStep picked = pick_connection(call);

@@ -96,6 +96,35 @@ TEST_F(Verbs, exactly_the_listed_flag_words_are_accepted) {
   EXPECT_EQ(library().take_calls(), Lines{});
 }
 
+TEST_F(Verbs, xids_that_name_no_branch_never_reach_the_server) {
+  const struct {
+    const char *name;
+    int32_t format, gtrid, bqual;
+    bool names;
+  } xids[] = {{"longest", 0, 64, 64, true},    {"shortest", -2, 1, 0, true},        {"null", -1, 1, 0, false},
+              {"empty gtrid", 1, 0, 1, false}, {"negative gtrid", 1, -1, 0, false}, {"long gtrid", 1, 65, 0, false},
+              {"long bqual", 1, 1, 65, false}, {"negative bqual", 1, 1, -1, false}};
+  const Verb verbs[] = {xa_start, xa_prepare, xa_commit, xa_rollback, xa_forget};
+  for (const auto &one : xids) {
+    XID xid{};
+    xid.formatID = one.format;
+    xid.gtrid_length = one.gtrid;
+    xid.bqual_length = one.bqual;
+    for (const Verb verb : verbs) {
+      SCOPED_TRACE(text("%s, verb %d", one.name,
+                        static_cast<int32_t>(std::find(std::begin(verbs), std::end(verbs), verb) - verbs)));
+      reopen();
+      library().standing[""] = {status(-2)};  // knows no branch, but begins any
+      library().standing["begin"] = {status(0)};
+      const bool sends = one.names || (one.format == -1 && verb != xa_start);  // a null XID is completed nowhere
+      const int32_t result = verb(&xid, 1, TMNOFLAGS);
+      EXPECT_EQ(result == XAER_INVAL, !sends);
+      EXPECT_EQ(reported(), result < 0);
+      EXPECT_EQ(sent().empty(), !sends);
+    }
+  }
+}
+
 TEST_F(Verbs, refusals_show_the_entry_line) {
   EXPECT_EQ(xa_start(&x, 77, TMJOIN), XAER_INVAL);
   EXPECT_EQ(take_log(), (Lines{"[xa_start] Error: Return  retstat: -5 ([XAER_INVAL])",
