@@ -50,10 +50,12 @@ const char *split_field(const char *text, char (&out)[longest_field + 1]) {
   return text + length + 1;
 }
 
-// Copies the LRM name, which ends at white space; false when it is empty or too long.
+// Copies the LRM name, which ends at white space; false when it is too long. It is empty only at the row's end: an LRM
+// without a name, which MTS allows, prepares branches under such names.
 bool split_lrm(const char *text, char (&out)[XAL_FIELD_SIZE]) {
-  const size_t length = strcspn(text, " \t\n\v\f\r");
-  if (length == 0 || length >= sizeof out) {
+  constexpr const char *blanks = " \t\n\v\f\r";
+  const size_t length = strcspn(text, blanks);
+  if (length >= sizeof out || (length == 0 && text[strspn(text, blanks)] != '\0')) {
     return false;
   }
   memcpy(out, text, length);

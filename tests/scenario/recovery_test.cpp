@@ -60,7 +60,7 @@ const std::vector<Scenario> scenarios = {
     {recover(1, 2, TMENDRSCAN), 0}}},
   {"malformed_rows_are_passed_over", {
     {open(1), XA_OK}, {plant(1), 1},
-    malformed(""), malformed("nothing of ours"), malformed("1234_0g83_10k"), malformed("1234_0g83_10k_:"),
+    malformed(""), malformed("nothing of ours"), malformed("1234_0g83_10k"), malformed("1234_0g83_10k_: L1"),
     malformed("_0g83_10k_:L1"), malformed("wxyz_0g83_10k_:L1"), malformed("123456789_0g83_10k_:L1"),
     malformed("1234__10k_:L1"), malformed("1234_0g-3_10k_:L1"), malformed("1234_0g83_1+k_:L1"),
     malformed("1234_0g83_10k:L1"), malformed("1234_0g83_10k_x_:L1"),
@@ -100,6 +100,17 @@ TEST_P(Recovery, goes_as_expected) {
 }
 
 INSTANTIATE_TEST_SUITE_P(, Recovery, testing::ValuesIn(cases_of(scenarios)), case_name);
+
+TEST(UnnamedResourceManager, prepared_branches_are_recovered) {
+  World world(MTS);
+  ASSERT_EQ(world.xa().xa_open_entry("-N L1 -Usa -Ppw -Sbank1 -KK1", 1, TMNOFLAGS), XA_OK);  // the blank ends the name
+  ASSERT_EQ(world.prepared(1, "A"), XA_OK);
+  XID xids[2] = {};
+  EXPECT_EQ(world.xa().xa_recover_entry(xids, 2, 1, whole), 1);
+  EXPECT_EQ(world.xa().xa_commit_entry(xids, 1, TMNOFLAGS), XA_OK);
+  EXPECT_EQ(world.xa().xa_recover_entry(xids, 2, 1, whole), 0);
+  world.expect_nothing_left();
+}
 
 TEST(RecoveryArguments, without_room_for_an_xid_are_refused) {
   World world(TUX);

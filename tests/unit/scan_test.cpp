@@ -1,6 +1,8 @@
 // The recovery scan: batches, rows that do not count, and how a scan ends.
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "scene.h"
 #include "xal_dtm.h"
 
@@ -94,6 +96,18 @@ TEST_F(Scan, rows_are_branches_of_this_lrm_or_passed_over) {
     std::erase_if(log, [](const std::string &line) { return line.find("Bad character in XID") != std::string::npos; });
     EXPECT_EQ(log.size(), one.warned ? 1U : 0U);
     EXPECT_TRUE(log.empty() || log[0].find("] Warning: ") != std::string::npos);
+  }
+}
+
+TEST_F(Scan, rows_without_an_lrm_name_belong_to_an_lrm_without_a_name) {
+  const std::string unnamed = "1234_0g83_10k_:";
+  for (const char *name : {"", "L1"}) {
+    fresh();
+    strcpy(lrm.lrm_name, name);
+    library().replies = {scan_reply({Value(unnamed), own, Value(unnamed + "  ")})};
+    EXPECT_EQ(recover(4, TMSTARTRSCAN), lrm.lrm_name[0] == '\0' ? 2 : 1);
+    EXPECT_TRUE(xid_equal(xids[0], branch()));
+    EXPECT_EQ(take_log(), Lines{});
   }
 }
 
