@@ -1,33 +1,76 @@
 // The entries behind the wide switch records, one body for all flavours: narrow the words, call libxadtm's entry
-// function, and only when that answers XAER_INVAL look whether the resource manager has to be opened again.
+// function, and only look twice at the few answers that a manager could take for something else.
+#include <pthread.h>
+
+#include <cstdlib>
+#include <new>
+
 #include "narrow_rm.h"
 #include "words.h"
 #include "xadtm.h"
 
 namespace {
 
-constinit Identity mts_identity{};
-constinit Identity tux_identity{};
-// Under TXS a thread is an identity of its own, and what it has open ends with it. The loader makes room for it at a
-// thread's first open, close or refused verb, unless the bridge was loaded with the program.
-constinit thread_local Identity txs_identity{};
+constinit OpenRms mts_open{};
+constinit OpenRms tux_open{};
 
-#define XADTM_LP64_FLAVOUR(Flavour, prefix, its_identity)                                                \
-  struct Flavour {                                                                                       \
-    static Identity &identity() { return its_identity; }                                                 \
-    static constexpr NarrowRm rm = {identity, prefix##_xa_open, prefix##_xa_close, prefix##_xa_recover}; \
-    static constexpr BranchVerb start = prefix##_xa_start;                                               \
-    static constexpr BranchVerb end = prefix##_xa_end;                                                   \
-    static constexpr BranchVerb rollback = prefix##_xa_rollback;                                         \
-    static constexpr BranchVerb prepare = prefix##_xa_prepare;                                           \
-    static constexpr BranchVerb commit = prefix##_xa_commit;                                             \
-    static constexpr BranchVerb forget = prefix##_xa_forget;                                             \
-    static constexpr auto complete = prefix##_xa_complete;                                               \
+OpenRms *mts_rms() {
+  return &mts_open;
+}
+
+OpenRms *tux_rms() {
+  return &tux_open;
+}
+
+// Under TXS a thread is an identity of its own, and what it has open ends with it. A key instead of a thread-local
+// variable: when there is no memory for it, an open fails, where the loader would end the process.
+constinit pthread_once_t txs_once = PTHREAD_ONCE_INIT;
+constinit pthread_key_t txs_key{};
+constinit bool txs_has_key = false;
+
+void forget_thread(void *rms) {
+  static_cast<OpenRms *>(rms)->clear();
+  free(rms);
+}
+
+void make_txs_key() {
+  txs_has_key = pthread_key_create(&txs_key, forget_thread) == 0;
+}
+
+OpenRms *txs_rms() {
+  pthread_once(&txs_once, make_txs_key);
+  return txs_has_key ? static_cast<OpenRms *>(pthread_getspecific(txs_key)) : nullptr;
+}
+
+OpenRms *txs_rms_to_open() {
+  OpenRms *rms = txs_rms();
+  if (rms != nullptr || !txs_has_key) {
+    return rms;
+  }
+  void *room = malloc(sizeof(OpenRms));
+  if (room == nullptr || pthread_setspecific(txs_key, room) != 0) {
+    free(room);
+    return nullptr;
+  }
+  return new (room) OpenRms{};
+}
+
+#define XADTM_LP64_FLAVOUR(Flavour, prefix, its_known, its_to_open)                             \
+  struct Flavour {                                                                              \
+    static constexpr NarrowRm rm = {its_known,         its_to_open,     prefix##_xa_open,       \
+                                    prefix##_xa_close, prefix##_xa_end, prefix##_xa_recover};   \
+    static constexpr WideVerb start = {"xa_start", prefix##_xa_start, start_flags, false};      \
+    static constexpr WideVerb end = {"xa_end", prefix##_xa_end, end_flags, false};              \
+    static constexpr WideVerb rollback = {"xa_rollback", prefix##_xa_rollback, no_flags, true}; \
+    static constexpr WideVerb prepare = {"xa_prepare", prefix##_xa_prepare, no_flags, false};   \
+    static constexpr WideVerb commit = {"xa_commit", prefix##_xa_commit, commit_flags, true};   \
+    static constexpr WideVerb forget = {"xa_forget", prefix##_xa_forget, no_flags, true};       \
+    static constexpr auto complete = prefix##_xa_complete;                                      \
   };
 
-XADTM_LP64_FLAVOUR(Mts, trv_mts, mts_identity)
-XADTM_LP64_FLAVOUR(Tux, trv_tux, tux_identity)
-XADTM_LP64_FLAVOUR(Txs, trv_txs, txs_identity)
+XADTM_LP64_FLAVOUR(Mts, trv_mts, mts_rms, mts_rms)
+XADTM_LP64_FLAVOUR(Tux, trv_tux, tux_rms, tux_rms)
+XADTM_LP64_FLAVOUR(Txs, trv_txs, txs_rms, txs_rms_to_open)
 
 template <typename Flavour>
 int wide_open(const char *info, int rmid, long flags) {
@@ -41,7 +84,7 @@ int wide_close(const char *info, int rmid, long flags) {
   return narrow_flags(flags, narrow) ? close_and_forget(Flavour::rm, info, rmid, narrow) : XAER_INVAL;
 }
 
-template <typename Flavour, BranchVerb Verb, const AcceptedFlags &Accepted>
+template <typename Flavour, const WideVerb &Verb>
 int wide_verb(const xadtm_lp64_xid *xid, int rmid, long flags) {
   int32_t narrow = 0;
   if (!names_a_branch(xid) || !narrow_flags(flags, narrow)) {
@@ -49,11 +92,11 @@ int wide_verb(const xadtm_lp64_xid *xid, int rmid, long flags) {
   }
   PaddedXid branch;
   narrow_xid(*xid, branch);
-  const int32_t answer = Verb(&branch.xid, rmid, narrow);
-  if (answer != XAER_INVAL) [[likely]] {
+  const int32_t answer = Verb.call(&branch.xid, rmid, narrow);
+  if (!needs_judgement(Verb, answer)) [[likely]] {
     return answer;
   }
-  return after_refusal(Flavour::rm, Verb, Accepted, branch.xid, rmid, narrow);
+  return judged(Flavour::rm, Verb, branch.xid, rmid, narrow, answer);
 }
 
 template <typename Flavour>
@@ -81,13 +124,13 @@ constexpr xadtm_lp64_switch wide_record() {
           0,
           wide_open<Flavour>,
           wide_close<Flavour>,
-          wide_verb<Flavour, Flavour::start, start_flags>,
-          wide_verb<Flavour, Flavour::end, end_flags>,
-          wide_verb<Flavour, Flavour::rollback, no_flags>,
-          wide_verb<Flavour, Flavour::prepare, no_flags>,
-          wide_verb<Flavour, Flavour::commit, commit_flags>,
+          wide_verb<Flavour, Flavour::start>,
+          wide_verb<Flavour, Flavour::end>,
+          wide_verb<Flavour, Flavour::rollback>,
+          wide_verb<Flavour, Flavour::prepare>,
+          wide_verb<Flavour, Flavour::commit>,
           wide_recover<Flavour>,
-          wide_verb<Flavour, Flavour::forget, no_flags>,
+          wide_verb<Flavour, Flavour::forget>,
           wide_complete<Flavour>};
 }
 

@@ -1,44 +1,138 @@
 // What the bridge adds to libxadtm's verbs. See docs/transaction-managers.md for the reasons behind the answers.
 #include "narrow_rm.h"
 
+#include <atomic>
+#include <cstdio>
+
 #include "words.h"
+#include "xadtm.h"
 
 namespace {
 
 constexpr int32_t chunk_size = 32;
+constexpr int32_t log_note = 102;
+constexpr const char *recover_name = "xa_recover";
 
 enum class Reopened { yes, failed, never_open };
 
+// The flavour that the bridge knows to be the active one: the first whose open left one active.
+constinit std::atomic<const NarrowRm *> active_flavour{nullptr};
+
+// Names both answers in the log, in which only libxadtm's would be found otherwise.
+int32_t noted(const char *verb, int32_t rmid, int32_t given, int32_t answer) {
+  if (given != answer) {
+    char from[32];
+    snprintf(from, sizeof from, "%s", xacmn_log_dump_xarc(given));
+    char text[160];
+    snprintf(text, sizeof text, "Answered the transaction manager %d %s instead of %d %s (rmid %d)", answer,
+             xacmn_log_dump_xarc(answer), given, given >= 0 ? "" : from, rmid);
+    xalog_msg(verb, text, __LINE__, log_note);
+  }
+  return answer;
+}
+
+Memory recall(const NarrowRm &rm, int32_t rmid, OpenString &info) {
+  OpenRms *known = rm.known();
+  if (known == nullptr) {
+    return lacked_memory() ? Memory::unusable : Memory::nothing;
+  }
+  return known->recall(rmid, info);
+}
+
 // Opens a resource manager again that the manager has open. When libxadtm has it open, too, that changes nothing. A
-// close in another thread may come in between: then nothing stays open that nobody would close.
+// close in another thread waits, so that nothing is left open behind it.
 Reopened reopen(const NarrowRm &rm, int32_t rmid) {
-  OpenRms &open_rms = rm.identity().open_rms;
+  OpenRms *known = rm.known();
+  if (known == nullptr) {
+    return lacked_memory() ? Reopened::failed : Reopened::never_open;
+  }
   OpenString info;
-  switch (open_rms.recall(rmid, info)) {
-    case Memory::nothing:
-      return Reopened::never_open;
-    case Memory::closing:
-    case Memory::unusable:
-      return Reopened::failed;
-    case Memory::open:
-      break;
+  const Memory found = known->begin_reopen(rmid, info);
+  if (found != Memory::open) {
+    return found == Memory::nothing ? Reopened::never_open : Reopened::failed;
   }
-  if (rm.open(info.text, rmid, TMNOFLAGS) != XA_OK) {
-    return Reopened::failed;
+  const bool opened = rm.open(info.text(), rmid, TMNOFLAGS) == XA_OK;
+  known->end_reopen(rmid);
+  return opened ? Reopened::yes : Reopened::failed;
+}
+
+// libxadtm looks at a close's flags once it has found a flavour active, and before it does anything.
+bool no_flavour_is_active(const NarrowRm &rm, int32_t rmid) {
+  return rm.close("", rmid, TMASYNC) == XAER_PROTO;
+}
+
+// Notes what an open tells of the active flavour, and whether its XAER_INVAL came from the server: the flags were good,
+// a string was there, the configuration is read, and no other flavour's.
+bool refused_by_server(const NarrowRm &rm, int32_t rmid, int32_t flags, int32_t opened) {
+  const bool tells = opened == XA_OK || opened == XAER_RMERR || opened == XAER_INVAL;
+  if (!tells || flags != TMNOFLAGS || (opened == XAER_INVAL && no_flavour_is_active(rm, rmid))) {
+    return false;
   }
-  const Memory now = open_rms.recall(rmid, info);
-  if (now != Memory::nothing && now != Memory::closing) {
-    return Reopened::yes;
-  }
-  if (rm.close("", rmid, TMNOFLAGS) != XA_OK) {
-    open_rms.note_failure(rmid);  // somebody is at work on it
-  }
-  return Reopened::failed;
+  const NarrowRm *active = nullptr;
+  const bool is_first = active_flavour.compare_exchange_strong(active, &rm);
+  return opened == XAER_INVAL && (is_first || active == &rm);
 }
 
 int32_t never_inval(int32_t code) {
   return code == XAER_INVAL ? XAER_RMFAIL : code;
 }
+
+// A completing verb's XAER_RMERR: the branch may still be there, prepared.
+int32_t kept_in_doubt(const WideVerb &verb, int32_t code) {
+  return verb.completes && code == XAER_RMERR ? XAER_RMFAIL : never_inval(code);
+}
+
+int32_t after_refusal(const NarrowRm &rm, const WideVerb &verb, const XID &xid, int32_t rmid, int32_t flags) {
+  if (!verb.accepted.has(flags)) {
+    return XAER_INVAL;
+  }
+  switch (reopen(rm, rmid)) {
+    case Reopened::never_open:
+      return XAER_INVAL;
+    case Reopened::failed:
+      return noted(verb.name, rmid, XAER_INVAL, XAER_RMFAIL);
+    case Reopened::yes:
+      break;
+  }
+  const int32_t repeated = verb.call(&xid, rmid, flags);
+  return noted(verb.name, rmid, repeated, kept_in_doubt(verb, repeated));
+}
+
+// libxadtm answers XAER_PROTO while no flavour is active. That is no news of a branch for a manager that could not
+// open.
+int32_t after_proto(const NarrowRm &rm, const WideVerb &verb, int32_t rmid) {
+  OpenString info;
+  const bool unusable = recall(rm, rmid, info) == Memory::unusable;
+  return noted(verb.name, rmid, XAER_PROTO, unusable ? XAER_RMFAIL : XAER_PROTO);
+}
+
+// ---- Recovery -------------------------------------------------------------------------------------------------------
+
+// A scan from its construction to its destruction.
+class ScanScope {
+ public:
+  ScanScope(OpenRms *known, int32_t rmid) : known_(known), rmid_(rmid) {
+    if (known_ != nullptr) {
+      claim_ = known_->begin_scan(rmid_);
+    }
+  }
+  ~ScanScope() {
+    if (claim_ == ScanClaim::claimed) {
+      known_->end_scan(rmid_, kept_);
+    }
+  }
+  ScanScope(const ScanScope &) = delete;
+  ScanScope &operator=(const ScanScope &) = delete;
+
+  bool is_busy() const { return claim_ == ScanClaim::busy; }
+  void keep(bool kept) { kept_ = kept; }
+
+ private:
+  OpenRms *known_;
+  int32_t rmid_;
+  ScanClaim claim_ = ScanClaim::unknown;
+  bool kept_ = false;
+};
 
 // A scan call that libxadtm refused: XAER_RMFAIL is also what it answers for a resource manager that is not open.
 bool was_refused(int32_t code, int32_t flags) {
@@ -63,7 +157,9 @@ int32_t recover_chunk(const NarrowRm &rm, XID *xids, int32_t count, int32_t rmid
   if (!was_refused(found, flags)) {
     return found;
   }
-  return (flags & TMSTARTRSCAN) != 0 ? recover_again(rm, xids, count, rmid, flags, found) : XAER_RMFAIL;
+  const bool starts = (flags & TMSTARTRSCAN) != 0;
+  const int32_t answer = starts ? recover_again(rm, xids, count, rmid, flags, found) : XAER_RMFAIL;
+  return answer == XAER_RMFAIL ? noted(recover_name, rmid, found, answer) : answer;
 }
 
 // The call's scan, chunk by chunk. `stored` is what was stored when it broke off, too.
@@ -93,6 +189,33 @@ int32_t scan_once(const NarrowRm &rm, xadtm_lp64_xid *xids, long count, int32_t 
   return static_cast<int32_t>(stored);
 }
 
+// A server that refuses a scan gives no branches. Whether it answers at all shows when it is asked for a branch that no
+// manager makes. Not by a start, which would end what the identity works on.
+int32_t confirm_nothing(const NarrowRm &rm, int32_t rmid) {
+  static constexpr XID nobody = {-2, 44, 0, "libxadtm asks whether the server answers it."};
+  const int32_t asked = rm.end(&nobody, rmid, TMSUCCESS);
+  return noted(recover_name, rmid, 0, asked == XAER_NOTA ? 0 : XAER_RMERR);
+}
+
+int32_t scan(const NarrowRm &rm, xadtm_lp64_xid *xids, long count, int32_t rmid, int32_t flags) {
+  const bool starts = (flags & TMSTARTRSCAN) != 0;
+  long stored = 0;
+  int32_t answer = scan_once(rm, xids, count, rmid, flags, stored);
+  if (answer < 0 && stored > 0 && starts) {
+    answer = scan_once(rm, xids, count, rmid, flags, stored);  // the caller has not seen any of it yet
+  }
+  // Behind the first chunk these are no mistake of the manager's: the scan was lost.
+  if (stored > 0 && (answer == XAER_PROTO || answer == XAER_INVAL)) {
+    return noted(recover_name, rmid, answer, XAER_RMFAIL);
+  }
+  return answer == 0 && starts ? confirm_nothing(rm, rmid) : answer;
+}
+
+int32_t scan_is_busy() {
+  xalog_msg(recover_name, "Another thread is in a scan of this resource manager", __LINE__, log_note);
+  return XAER_RMERR;
+}
+
 }  // namespace
 
 bool AcceptedFlags::has(int32_t flags) const {
@@ -108,70 +231,73 @@ int32_t open_and_remember(const NarrowRm &rm, const char *info, int32_t rmid, in
   if (info == nullptr) {
     return rm.open(info, rmid, flags);
   }
-  OpenRms &open_rms = rm.identity().open_rms;
-  if (!open_rms.has_place(rmid)) {
+  OpenRms *rms = rm.to_open();
+  OpenString copy(info);
+  if (rms == nullptr || copy.text() == nullptr || !rms->reserve(rmid)) {
+    note_lack_of_memory();
     return XAER_RMERR;
   }
   const int32_t opened = rm.open(info, rmid, flags);
   if (opened == XA_OK) {
-    open_rms.remember(rmid, OpenString(info));
+    rms->remember(rmid, copy);
   } else {
-    open_rms.note_failure(rmid);
+    rms->note_failure(rmid);
   }
-  return opened;
+  return noted("xa_open", rmid, opened, refused_by_server(rm, rmid, flags, opened) ? XAER_RMERR : opened);
 }
 
 int32_t close_and_forget(const NarrowRm &rm, const char *info, int32_t rmid, int32_t flags) {
-  OpenRms &open_rms = rm.identity().open_rms;
-  const OpenRms::Slots slots = open_rms.begin_close(rmid);
+  OpenRms *known = rm.known();
+  if (known == nullptr) {
+    return rm.close(info, rmid, flags);
+  }
+  const OpenRms::Opening last = known->begin_close(rmid);
   const int32_t closed = rm.close(info, rmid, flags);
-  open_rms.end_close(rmid, slots, closed == XA_OK);
+  known->end_close(rmid, last, closed == XA_OK);
   if (closed != XAER_INVAL) {
-    open_rms.forget_failure(rmid);
+    known->forget_failure(rmid);
   }
   return closed;
 }
 
-int32_t after_refusal(const NarrowRm &rm, BranchVerb verb, const AcceptedFlags &accepted, const XID &xid, int32_t rmid,
-                      int32_t flags) {
-  if (!accepted.has(flags)) {
-    return XAER_INVAL;
+int32_t judged(const NarrowRm &rm, const WideVerb &verb, const XID &xid, int32_t rmid, int32_t flags, int32_t answer) {
+  switch (answer) {
+    case XAER_INVAL:
+      return after_refusal(rm, verb, xid, rmid, flags);
+    case XAER_PROTO:
+      return after_proto(rm, verb, rmid);
+    default:
+      return noted(verb.name, rmid, answer, kept_in_doubt(verb, answer));
   }
-  switch (reopen(rm, rmid)) {
-    case Reopened::never_open:
-      return XAER_INVAL;
-    case Reopened::failed:
-      return XAER_RMFAIL;
-    case Reopened::yes:
-      break;
-  }
-  return never_inval(verb(&xid, rmid, flags));
 }
 
 int32_t recover_in_chunks(const NarrowRm &rm, xadtm_lp64_xid *xids, long count, int32_t rmid, int32_t flags) {
-  const ScanScope scan(rm.identity().scans, rmid);
-  if (!scan.is_alone()) {
-    return XAER_RMERR;
+  if (!recover_flags.has(flags)) {
+    XID none;
+    return rm.recover(&none, 1, rmid, flags);
   }
-  long stored = 0;
-  int32_t answer = scan_once(rm, xids, count, rmid, flags, stored);
-  if (answer < 0 && stored > 0 && (flags & TMSTARTRSCAN) != 0) {
-    answer = scan_once(rm, xids, count, rmid, flags, stored);  // the caller has not seen any of it yet
+  ScanScope claim(rm.known(), rmid);
+  if (claim.is_busy()) {
+    return scan_is_busy();
   }
-  // Behind the first chunk these are no mistake of the manager's: the scan was lost.
-  const bool lost = stored > 0 && (answer == XAER_PROTO || answer == XAER_INVAL);
-  return lost ? XAER_RMFAIL : answer;
+  const int32_t answer = scan(rm, xids, count, rmid, flags);
+  claim.keep(answer == count && (flags & TMENDRSCAN) == 0);
+  return answer;
 }
 
 int32_t end_scan(const NarrowRm &rm, int32_t rmid) {
-  const ScanScope scan(rm.identity().scans, rmid);
-  if (!scan.is_alone()) {
-    return XAER_RMERR;
+  OpenRms *known = rm.known();
+  ScanScope claim(known, rmid);
+  if (claim.is_busy()) {
+    return scan_is_busy();
+  }
+  OpenString info;
+  const bool is_known = recall(rm, rmid, info) != Memory::nothing;
+  if (is_known && (known == nullptr || !known->scan_is_kept(rmid))) {
+    return 0;  // none is open, and libxadtm would call that an error
   }
   XID dropped;
   const int32_t ended = rm.recover(&dropped, 1, rmid, TMENDRSCAN);
   // Whatever else is the matter, no scan is open any more.
-  OpenString info;
-  const bool is_known = ended < 0 && rm.identity().open_rms.recall(rmid, info) != Memory::nothing;
   return ended >= 0 || is_known ? 0 : ended;
 }

@@ -18,19 +18,6 @@ extern "C" {
 #pragma GCC visibility push(default) /* the library is built hidden */
 #endif
 
-/*
- * The bridge remembers the resource managers that are open, to open one again that libxadtm closed when its server went
- * away. One thread identity (a thread under TXS, the whole process under MTS and TUX) can have that many open at a
- * time; one more is refused with XAER_RMERR.
- */
-#define XADTM_LP64_OPEN_RMS 32
-/*
- * Bytes of an open string that is remembered, its terminating zero included (the XA standard allows 256). A resource
- * manager with a longer one is opened, but cannot be opened again: once libxadtm has closed it, every verb answers
- * XAER_RMFAIL until the transaction manager opens it itself.
- */
-#define XADTM_LP64_INFO_SIZE 512
-
 /* A transaction branch identifier; the fields are those of XID in xa.h. */
 struct xadtm_lp64_xid {
   long formatID;

@@ -82,6 +82,12 @@ int32_t give_branches(const char *entry, XID *xids, int32_t count, int32_t rmid,
   }
 
 extern "C" {
+void xalog_msg(const char *, const char *text, int32_t, int32_t) {
+  narrow.log.emplace_back(text);
+}
+const char *xacmn_log_dump_xarc(int32_t) {
+  return "[NAME]";
+}
 FAKE_ENTRIES(mts)
 FAKE_ENTRIES(tux)
 FAKE_ENTRIES(txs)

@@ -21,7 +21,8 @@ struct NarrowCall {
 
 struct FakeEntries {
   std::vector<NarrowCall> calls;
-  std::deque<int32_t> answers;  // of the next calls in turn; then recover gives branches and all else answers XA_OK
+  std::vector<std::string> log;  // what the bridge wrote
+  std::deque<int32_t> answers;   // of the next calls in turn; then recover gives branches and all else answers XA_OK
   std::function<void(const NarrowCall &)> meanwhile;  // what happens elsewhere while libxadtm is in a call
   int32_t in_doubt = 0;  // branches that recover still has to give; the gtrid is the number left
 

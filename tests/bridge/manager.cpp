@@ -22,18 +22,23 @@ XID branch_of(const std::string &global) {
   return xid;
 }
 
-const xa_switch_t *load(const std::string &library, const std::string &record) {
+void *load(const std::string &library, const std::string &name) {
   void *loaded = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
-  const void *found = loaded == nullptr ? nullptr : dlsym(loaded, record.c_str());
+  void *found = loaded == nullptr ? nullptr : dlsym(loaded, name.c_str());
   if (found == nullptr) {
     throw std::runtime_error(dlerror());
   }
-  return static_cast<const xa_switch_t *>(found);
+  return found;
 }
 
 }  // namespace
 
-Manager::Manager(const std::string &library, const std::string &record) : xa_(load(library, record)) {}
+Manager::Manager(const std::string &library, const std::string &record)
+    : xa_(static_cast<const xa_switch_t *>(load(library, record))) {}
+
+Manager Manager::of_module(const std::string &library, const std::string &function) {
+  return Manager(reinterpret_cast<const xa_switch_t *(*)()>(load(library, function))());
+}
 
 int Manager::open(int rmid, const std::string &info, long flags) const {
   std::string copy = info;

@@ -14,6 +14,8 @@ class Manager {
  public:
   // Loads the library and takes the record of that name from it; throws std::runtime_error.
   Manager(const std::string &library, const std::string &record);
+  // Asks the library's function of that name for the record.
+  static Manager of_module(const std::string &library, const std::string &function);
 
   const xa_switch_t &xa() const { return *xa_; }
 
@@ -41,6 +43,7 @@ class Manager {
   int recover(int rmid, long count);
 
  private:
+  explicit Manager(const xa_switch_t *xa) : xa_(xa) {}
   int complete(int rmid, const std::string &global) const;
   Outcome run_two_phases(const std::vector<int> &rmids, const std::string &global, bool commits);
 

@@ -1,0 +1,381 @@
+// managers_test.cpp - models of two transaction managers: what each calls next, and what it makes of the codes. They
+// run transactions over two servers while one of these refuses, at every step. Whatever a manager counts as finished,
+// and has no record of any more, must not be left prepared.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <set>
+#include <thread>
+
+#include "manager.h"
+#include "zdb_control.h"
+
+namespace {
+
+using Branch = std::pair<int, std::string>;  // rmid and global transaction
+using Records = std::set<Branch>;            // branches that a manager still has to commit or roll back
+
+const std::vector<int> both = {1, 2};
+
+std::string open_string(int rmid) {
+  return rmid == 2 ? "-NL2 -Usa -Ppw" : "-NL1 -Usa -Ppw";
+}
+
+// What a refusal is, and how it ends. All happen to the server of rmid 1.
+struct Refusal {
+  const char *name;
+  std::function<void()> begin;
+  std::function<void()> end;
+};
+
+void raise(const std::string &server, const std::string &folder) {
+  ASSERT_EQ(zdb_open_folder(server.c_str(), (folder + '/' + server).c_str()), 1);
+  ASSERT_EQ(zdb_add_user(server.c_str(), "sa", "pw", 1), 1);
+}
+
+std::function<void()> scripted(ZDB_REPLY_KIND kind, bool breaks) {
+  return [kind, breaks] {
+    const ZDB_SCRIPT script = {"*", 0, 1, kind, 0, nullptr};
+    zdb_add_script("bank1", &script);
+    if (breaks) {
+      zdb_break_sessions("bank1", nullptr);
+    }
+  };
+}
+
+void clear() {
+  zdb_clear_scripts("bank1");
+}
+
+std::function<void()> dtm(int value, bool breaks) {
+  return [value, breaks] {
+    zdb_set_dtm("bank1", value);
+    if (breaks) {
+      zdb_break_sessions("bank1", nullptr);
+    }
+  };
+}
+
+std::function<void()> login(const char *password, int role, bool breaks) {
+  return [password, role, breaks] {
+    zdb_add_user("bank1", "sa", password, role);
+    if (breaks) {
+      zdb_break_sessions("bank1", nullptr);
+    }
+  };
+}
+
+const Refusal refusals[] = {
+    {"server gone", login("other", 1, true),
+     login("pw", 1, false)},  // its folder would stay locked by dead connections
+    {"DTM off", dtm(0, false), dtm(1, false)},
+    {"DTM off, sessions broken", dtm(0, true), dtm(1, false)},
+    {"role taken", login("pw", 0, false), login("pw", 1, false)},
+    {"role taken, sessions broken", login("pw", 0, true), login("pw", 1, false)},
+    {"sessions broken", dtm(1, true), dtm(1, false)},
+    {"request lost", scripted(ZDB_REPLY_DROP_BEFORE, false), clear},
+    {"reply lost", scripted(ZDB_REPLY_DROP_AFTER, false), clear},
+    {"sessions broken, then a reply lost", scripted(ZDB_REPLY_DROP_AFTER, true), clear},
+    {"request failed", scripted(ZDB_REPLY_CMD_FAIL, false), clear},
+    {"no status", scripted(ZDB_REPLY_NO_STATUS, false), clear},
+};
+
+// Counts a manager's calls, and begins and ends a refusal at one of them.
+class Course {
+ public:
+  Course(const Refusal &refusal, int from, int calls) : refusal_(&refusal), from_(from), to_(from + calls) {}
+
+  template <typename Call>
+  int operator()(const Call &call) {
+    ++calls_;
+    if (calls_ == from_) {
+      refusal_->begin();
+      is_on_ = true;
+    }
+    if (is_on_ && calls_ == to_) {
+      finish();
+    }
+    return call();
+  }
+  void finish() {
+    if (is_on_) {
+      refusal_->end();
+      is_on_ = false;
+    }
+  }
+  bool was_reached() const { return calls_ >= from_; }
+
+ private:
+  const Refusal *refusal_;
+  int from_;
+  int to_;
+  int calls_ = 0;
+  bool is_on_ = false;
+};
+
+// Two phases in one thread. A record is kept until every branch has answered XA_OK; after anything else a fresh process
+// completes what its scan finds. XA_RETRY is tried once more.
+class Lixa {
+ public:
+  Lixa(const Manager &tm, Course &course) : tm_(tm), course_(course) {}
+
+  void run(const std::string &global) {
+    for (const int rmid : both) {
+      if (course_([&] { return tm_.open(rmid, open_string(rmid)); }) != XA_OK) {
+        return;
+      }
+    }
+    if (!work(global)) {
+      return;
+    }
+    for (const int rmid : both) {
+      records.insert({rmid, global});  // what is found of them is rolled back, until all are prepared
+    }
+    bool all = true;
+    for (const int rmid : both) {
+      all = all && course_([&] { return tm_.prepare(rmid, global); }) == XA_OK;
+    }
+    if (all) {
+      decided.insert(global);
+    }
+    for (const int rmid : both) {
+      finish(rmid, global, false);
+    }
+  }
+
+  // A fresh process: opens anew, and completes what its records and the scan name.
+  void recover() {
+    for (const int rmid : both) {
+      if (tm_.open(rmid, open_string(rmid)) != XA_OK) {
+        continue;
+      }
+      std::vector<std::string> found;
+      if (tm_.scan(rmid, 100, found) < 0) {
+        continue;
+      }
+      for (const std::string &global : found) {
+        if (records.contains({rmid, global})) {
+          finish(rmid, global, true);
+        }
+      }
+      std::erase_if(records, [&](const Branch &branch) {
+        return branch.first == rmid && std::find(found.begin(), found.end(), branch.second) == found.end();
+      });
+    }
+  }
+
+  Records records;
+  std::set<std::string> decided;
+
+ private:
+  bool work(const std::string &global) {
+    for (const int rmid : both) {
+      int code = course_([&] { return tm_.start(rmid, global); });
+      if (code == XAER_DUPID || code == XAER_PROTO) {
+        course_([&] { return tm_.end(rmid, global, TMNOFLAGS); });
+        course_([&] { return tm_.rollback(rmid, global); });
+        code = course_([&] { return tm_.start(rmid, global); });
+      }
+      if (code != XA_OK) {
+        return false;
+      }
+    }
+    bool all = true;
+    for (const int rmid : both) {
+      all = course_([&] { return tm_.end(rmid, global, all ? TMSUCCESS : TMFAIL); }) == XA_OK && all;
+    }
+    return all;
+  }
+
+  void finish(int rmid, const std::string &global, bool recovers) {
+    const auto complete = [&] {
+      return decided.contains(global) ? tm_.commit(rmid, global) : tm_.rollback(rmid, global);
+    };
+    int code = course_(complete);
+    if (code == XA_RETRY) {
+      code = course_(complete);
+    }
+    if (code == XA_OK || (code == XAER_NOTA && recovers)) {
+      records.erase({rmid, global});
+    }
+  }
+
+  const Manager &tm_;
+  Course &course_;
+};
+
+// A client works, a service in its group joins, and a server prepares and commits. Of a commit's codes only XA_RETRY
+// and XAER_RMFAIL are tried again; of a rollback's XAER_RMERR and what is not known counts as done.
+class Endurox {
+ public:
+  Endurox(const Manager &tm, Course &course, bool recon) : tm_(tm), course_(course), recon_(recon) {}
+
+  void run(const std::string &global) {
+    for (const int rmid : both) {
+      if (course_([&] { return tm_.open(rmid, open_string(rmid)); }) != XA_OK) {
+        return;
+      }
+    }
+    bool commits = true;
+    for (const int rmid : both) {
+      records.insert({rmid, global});
+      commits = commits && worked(rmid, global);
+    }
+    for (const int rmid : both) {
+      commits = commits && call(rmid, [&] { return tm_.prepare(rmid, global); }) == XA_OK;
+    }
+    if (commits) {
+      decided.insert(global);
+    }
+    settle();
+  }
+
+  // Its background thread.
+  void settle() {
+    for (const auto &[rmid, global] : Records(records)) {
+      const bool commits = decided.contains(global);
+      for (int tries = 0; tries < 3 && records.contains({rmid, global}); ++tries) {
+        const int code = call(rmid, [&, rmid = rmid, &global = global] {
+          return commits ? tm_.commit(rmid, global) : tm_.rollback(rmid, global);
+        });
+        if (code != XA_RETRY && code != XAER_RMFAIL) {
+          records.erase({rmid, global});
+        }
+      }
+    }
+  }
+
+  Records records;
+  std::set<std::string> decided;
+
+ private:
+  bool worked(int rmid, const std::string &global) {
+    return course_([&] { return tm_.start(rmid, global); }) == XA_OK &&
+           course_([&] { return tm_.end(rmid, global, TMSUSPEND); }) == XA_OK && served(rmid, global) &&
+           course_([&] { return tm_.start(rmid, global, TMRESUME); }) == XA_OK &&
+           course_([&] { return tm_.end(rmid, global); }) == XA_OK;
+  }
+
+  // A service of the caller's group: a process of its own, for which a thread stands.
+  bool served(int rmid, const std::string &global) {
+    bool fine = false;
+    std::thread([&] {
+      fine = course_([&] { return tm_.open(rmid, open_string(rmid)); }) == XA_OK &&
+             course_([&] { return tm_.start(rmid, global, TMJOIN); }) == XA_OK &&
+             course_([&] { return tm_.end(rmid, global); }) == XA_OK;
+    }).join();
+    return fine;
+  }
+
+  // With RECON, a failed open's code is taken for the verb's.
+  template <typename Verb>
+  int call(int rmid, const Verb &verb) {
+    int code = course_(verb);
+    for (int tries = 0; recon_ && code == XAER_RMFAIL && tries < 3; ++tries) {
+      course_([&] { return tm_.close(rmid); });
+      const int opened = course_([&] { return tm_.open(rmid, open_string(rmid)); });
+      code = opened == XAER_RMERR ? XAER_RMFAIL : opened == XA_OK ? course_(verb) : opened;
+    }
+    return code;
+  }
+
+  const Manager &tm_;
+  Course &course_;
+  bool recon_;
+};
+
+class Managers : public testing::TestWithParam<const char *> {
+ protected:
+  Managers() {
+    std::string path = std::filesystem::temp_directory_path() / "managers.XXXXXX";
+    folder = mkdtemp(path.data());
+    std::ofstream(folder + "/xa_config") << "[xa]\nlrm=L1\nserver=bank1\n[xa]\nlrm=L2\nserver=bank2\n";
+    setenv("XACONFIGFILE", (folder + "/xa_config").c_str(), 1);
+    setenv("XALOGFILE", (folder + "/log").c_str(), 1);
+    setenv("XADTM_FLAVOUR", GetParam(), 1);
+    raise("bank1", folder);
+    raise("bank2", folder);
+  }
+  ~Managers() override {
+    zdb_drop_server("bank1");
+    zdb_drop_server("bank2");
+    std::filesystem::remove_all(folder);
+  }
+
+  // Branches that are prepared and of which nobody has a record. They are rolled back then, so that the next course
+  // begins with none.
+  static std::vector<Branch> left_over(const Manager &tm, const Records &records) {
+    std::vector<Branch> lost;
+    for (const int rmid : both) {
+      tm.open(rmid, open_string(rmid));
+      std::vector<std::string> found;
+      EXPECT_GE(tm.scan(rmid, 100, found), 0);
+      for (const std::string &global : found) {
+        if (!records.contains({rmid, global})) {
+          lost.push_back({rmid, global});
+        }
+        EXPECT_EQ(tm.rollback(rmid, global), XA_OK);
+      }
+    }
+    zdb_break_sessions("bank1", nullptr);
+    zdb_break_sessions("bank2", nullptr);
+    return lost;
+  }
+
+  // Runs a transaction for each refusal, each call at which it begins and each of some durations. `make` gives a
+  // manager whose `run` and `settle` are used.
+  template <typename Make, typename Settle>
+  void run_all(const Manager &tm, const Make &make, const Settle &settle) {
+    int number = 0;
+    for (const Refusal &refusal : refusals) {
+      for (const int lasts : {1, 9}) {
+        bool reached = true;
+        for (int from = 1; reached && from < 60; ++from) {
+          const std::string global = std::to_string(++number);
+          Course course(refusal, from, lasts);
+          auto manager = make(course);
+          std::thread([&] { manager.run(global); }).join();
+          reached = course.was_reached();
+          course.finish();
+          std::thread([&] { settle(manager); }).join();
+          EXPECT_TRUE(reached || manager.decided.contains(global)) << "nothing was in its way";
+          EXPECT_TRUE(manager.records.empty()) << refusal.name << ", call " << from << ", for " << lasts;
+          EXPECT_TRUE(left_over(tm, manager.records).empty())
+              << "a prepared branch without a record: " << refusal.name << ", call " << from << ", for " << lasts;
+        }
+      }
+    }
+  }
+
+  std::string folder;
+};
+
+TEST_P(Managers, lixa_leaves_no_branch_prepared) {
+  const Manager tm = Manager::of_module(XADTM_LIXA_FILE, "lixa_get_xa_switch");
+  run_all(
+      tm, [&](Course &course) { return Lixa(tm, course); }, [](Lixa &manager) { manager.recover(); });
+}
+
+TEST_P(Managers, endurox_leaves_no_branch_prepared) {
+  const Manager tm = Manager::of_module(XADTM_ENDUROX_FILE, "ndrx_get_xa_switch");
+  for (const bool recon : {true, false}) {
+    run_all(
+        tm, [&](Course &course) { return Endurox(tm, course, recon); },
+        [&](Endurox &manager) {
+          for (const int rmid : both) {
+            tm.open(rmid, open_string(rmid));
+          }
+          manager.settle();
+          manager.settle();
+        });
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(, Managers, testing::Values("TUX", "TXS"),
+                         [](const auto &about) { return std::string(about.param); });
+
+}  // namespace
