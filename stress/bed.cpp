@@ -7,7 +7,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <thread>
@@ -28,9 +27,7 @@ static void write_file(const std::string &path, const std::string &text) {
 }
 
 Bed::Bed(const std::string &folder, const std::string &programs, int32_t accounts_a_bank)
-    : folder_(std::filesystem::absolute(folder)), programs_(programs) {
-  std::filesystem::remove_all(folder_);
-  std::filesystem::create_directories(folder_);
+    : own_folder_(folder), folder_(own_folder_.path()), programs_(programs) {
   set_environment(folder_);
   write_file(at("interfaces"), "bank1 = unix:bank1.sock\nbank2 = unix:bank2.sock\n");
   write_file(at("xa_config"), "[xa]\nlrm=L1\nserver=bank1\n[xa]\nlrm=L2\nserver=bank2\n");

@@ -10,11 +10,12 @@
 #include <string>
 
 #include "process.h"
+#include "run_folder.h"
 #include "transfers.h"
 
 class Bed {
  public:
-  /* Makes the folder anew, with loaded accounts; the server program and this program run from the given folder. */
+  /* Makes the folder (see RunFolder), with loaded accounts; the server program and this program run from PROGRAMS. */
   Bed(const std::string &folder, const std::string &programs, int32_t accounts_a_bank);
 
   const std::string &folder() const { return folder_; }
@@ -45,7 +46,8 @@ class Bed {
   std::string at(const std::string &name) const { return folder_ + "/" + name; }
   void administer(int32_t bank, const std::string &words) const;
 
-  const std::string folder_;
+  const RunFolder own_folder_;
+  const std::string &folder_;
   const std::string programs_;
   int64_t sum_ = 0;
   std::array<std::optional<Process>, bank_count> servers_;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -58,7 +59,6 @@ Document read_document(const std::string &text, const char *form) {
 class Configuration : public testing::Test {
  protected:
   Configuration() {
-    std::filesystem::create_directory(at(""));
     EXPECT_EQ(xalog_open_file(at("/log").c_str()), 1);
     trvxal_tm_personality.store(&trvxal_tux_threaded_personality);
     complaints();
@@ -67,7 +67,11 @@ class Configuration : public testing::Test {
   static void TearDownTestSuite() { std::filesystem::remove_all(at("")); }
 
   static std::string at(const char *name) {
-    return testing::TempDir().append("configuration.").append(std::to_string(getpid())).append(name);
+    static const std::string folder = [] {
+      std::string made = testing::TempDir() + "configuration.XXXXXX";
+      return std::string(mkdtemp(made.data()));
+    }();
+    return folder + name;
   }
 
   // The errors and warnings since the last time.

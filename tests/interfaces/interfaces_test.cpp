@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
@@ -63,9 +64,9 @@ TEST(Parser, refuses_the_whole_file_for_one_bad_line) {
 }
 
 TEST(File, is_read_from_disk_or_told_of) {
-  const std::string folder = testing::TempDir() + "interfaces." + std::to_string(getpid());
+  std::string folder = testing::TempDir() + "interfaces.XXXXXX";
+  ASSERT_NE(mkdtemp(folder.data()), nullptr);
   const std::string file = folder + "/interfaces";
-  std::filesystem::create_directory(folder);
   const auto find = [&](const std::string &path, const std::string &server) {
     std::string problem = "left over";
     const auto address = zdb::find_address(path, server, problem);

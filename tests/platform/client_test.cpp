@@ -292,8 +292,8 @@ TEST_F(Client, logins_are_given_the_nearest_interfaces_file) {
     EXPECT_EQ(ct_close(connection, QLT_UNUSED), CS_SUCCEED);
     return interfaces_given;
   };
-  const std::string folder = testing::TempDir() + "client." + std::to_string(getpid());
-  std::filesystem::create_directory(folder);
+  std::string folder = testing::TempDir() + "client.XXXXXX";
+  ASSERT_NE(mkdtemp(folder.data()), nullptr);
   char own[] = "/own";
   char common[] = "/common";
   ::unsetenv("TARVEX");

@@ -7,8 +7,11 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 
 Outcome run_command(const std::string &command) {
   Outcome run;
@@ -28,8 +31,33 @@ int exit_status(int wait_status) {
   return WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : -1;
 }
 
+namespace {
+
+/* Nobody else's: only what is made here is removed. */
+struct ScratchFolder {
+  ScratchFolder() {
+    if (mkdtemp(path.data()) == nullptr) {
+      throw std::runtime_error("cannot make " + path);
+    }
+  }
+  ~ScratchFolder() {
+    if (getpid() == maker) {
+      std::error_code ignored;
+      std::filesystem::remove_all(path, ignored);
+    }
+  }
+  ScratchFolder(const ScratchFolder &) = delete;
+  ScratchFolder &operator=(const ScratchFolder &) = delete;
+
+  const pid_t maker = getpid();
+  std::string path = testing::TempDir() + "scratch.XXXXXX";
+};
+
+}  // namespace
+
 std::string scratch(const std::string &name) {
-  return testing::TempDir() + name + "." + std::to_string(getpid());
+  static const ScratchFolder folder;
+  return folder.path + '/' + name;
 }
 
 void write_text(const std::string &path, const std::string &text) {

@@ -16,7 +16,7 @@ Outcome run_command(const std::string &command);
 /* What became of a process, as waitpid tells it. */
 int exit_status(int wait_status);
 
-/* A path in the folder for temporary files, of this process only. */
+/* A path in a folder of this process only, which is removed at its end. */
 std::string scratch(const std::string &name);
 void write_text(const std::string &path, const std::string &text);
 std::string text_of(const std::string &path);

@@ -196,7 +196,6 @@ TEST(Log, the_librarys_own_log_is_understood) {
   EXPECT_TRUE(failures.says("xa_rollback  FAILED  XAER_NOTA"));
   EXPECT_FALSE(failures.says("xa_commit"));
   EXPECT_FALSE(all.says("secret"));
-  std::filesystem::remove_all(folder);
 }
 
 }  // namespace

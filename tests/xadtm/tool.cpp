@@ -10,8 +10,7 @@ Outcome xadtm(const std::string &arguments) {
 }
 
 Site::Site() : folder_(scratch("xadtm_site")) {
-  std::filesystem::remove_all(folder_);
-  std::filesystem::create_directories(folder_);
+  std::filesystem::create_directory(folder_);
   write("interfaces", "bank1 = embedded:" + at("bank1") + "\n");
   write("xa_config", "[all]\n[xa]\nlrm=L1\nserver=bank1\n[xa]\nlrm=\"L\\2\"\nserver=bank1\n");
   EXPECT_EQ(run(ZDBD " --init bank1").status, 0);
