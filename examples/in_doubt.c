@@ -58,5 +58,9 @@ int main(int argc, char **argv) {
   }
   const int listed = list_branches(xa);
   xa->xa_close_entry("", rmid, 0);
+  if (fflush(stdout) != 0 || ferror(stdout)) {
+    fputs("the list could not be written\n", stderr); /* an empty one would say that nothing is in doubt */
+    return 1;
+  }
   return listed ? 0 : 1;
 }

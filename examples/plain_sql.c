@@ -25,5 +25,9 @@ int main(int argc, char **argv) {
     good = run_sql(connection, argv[i]);
   }
   close_connection(connection);
+  if (fflush(stdout) != 0 || ferror(stdout)) {
+    fputs("the rows could not be written\n", stderr);
+    return 1;
+  }
   return good ? 0 : 1;
 }

@@ -48,6 +48,14 @@ int ZdbdProcess::end(int signal) {
   return exit_status(ended);
 }
 
+bool ZdbdProcess::has_died() {
+  int ended = 0;
+  if (process_ > 0 && waitpid(process_, &ended, WNOHANG) == process_) {
+    process_ = -1;
+  }
+  return process_ <= 0;
+}
+
 void ZdbdProcess::kill_hard() {
   end(SIGKILL);
 }

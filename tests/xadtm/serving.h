@@ -21,6 +21,8 @@ class ZdbdProcess {
   ZdbdProcess &operator=(const ZdbdProcess &) = delete;
 
   bool is_up() const { return is_up_; }
+  /* Whether it has died by itself. */
+  bool has_died();
   void kill_hard();
   /* Its exit status, -1 when it has died. */
   int stop();
