@@ -2,7 +2,7 @@
  * call_tree.cpp - pairs "Enter" lines with return lines.
  *
  * Logs are cut and processes are killed, so a return line may be missing. It is given up on when a call around it
- * returns, when an XA verb begins that is never called from within another, and when the process starts anew.
+ * returns, when an XA verb begins that is never called from within another, and when the process starts again.
  */
 #include "call_tree.h"
 
@@ -26,6 +26,8 @@ struct Return {
 
 static constexpr std::array<std::string_view, 8> outermost_verbs = {
     "xa_open", "xa_start", "xa_prepare", "xa_commit", "xa_rollback", "xa_complt", "xa_forget", "xa_recover"};
+/* What may be kept of a thread beside its open calls. */
+static constexpr size_t most_nodes = 10000;
 static constexpr std::string_view traced_entry = "trv_mts_xa_open"; /* the one entry function that traces itself */
 
 static bool is_outermost(std::string_view function) {
@@ -120,27 +122,48 @@ static void set_result(LogNode &call, const LogRecord &record, const Return &res
   call.failed = call.failed || (is_verb(call.name) && result.code && is_failure(*result.code));
 }
 
-static void enter(ThreadCalls &calls, const LogRecord &record) {
+static void open_call(ThreadCalls &calls) {
+  LogNode &call = calls.nodes.back();
+  call.open = true;
+  calls.open_by_name[call.name].push_back(calls.open.size());
+  calls.open.push_back(calls.nodes.size() - 1);
+}
+
+/* Closes all calls but the outermost ones, so many of them. */
+static void close_inside(ThreadCalls &calls, size_t count) {
+  while (calls.open.size() > count) {
+    LogNode &call = calls.nodes[calls.open.back()];
+    call.open = false;
+    const auto places = calls.open_by_name.find(call.name);
+    places->second.pop_back();
+    if (places->second.empty()) {
+      calls.open_by_name.erase(places);
+    }
+    calls.open.pop_back();
+  }
+}
+
+void CallTree::enter(ThreadCalls &calls, const LogRecord &record) {
   const bool is_in_entry = !calls.open.empty() && calls.nodes[calls.open.back()].name == traced_entry;
-  if (is_outermost(record.function) && !is_in_entry) {
-    calls.open.clear();
+  if (is_outermost(record.function) && !is_in_entry && !calls.open.empty()) {
+    close_inside(calls, 0);
+    hand_out(calls);
   }
   LogNode &call = append_call(calls, record);
   call.entered = true;
   call.untimed = ends_silently(record.function);
   if (!call.untimed) {
-    calls.open.push_back(calls.nodes.size() - 1);
+    open_call(calls);
   }
 }
 
 /* The innermost open call of the function; the calls inside it are given up. Null when there is none. */
 static LogNode *back_to(ThreadCalls &calls, const std::string &function) {
-  const auto found = std::find_if(calls.open.rbegin(), calls.open.rend(),
-                                  [&](size_t index) { return calls.nodes[index].name == function; });
-  if (found == calls.open.rend()) {
+  const auto places = calls.open_by_name.find(function);
+  if (places == calls.open_by_name.end()) {
     return nullptr;
   }
-  calls.open.erase(found.base(), calls.open.end());
+  close_inside(calls, places->second.back() + 1);
   return &calls.nodes[calls.open.back()];
 }
 
@@ -151,7 +174,7 @@ static bool leave(ThreadCalls &calls, const LogRecord &record, const Return &res
     return false;
   }
   set_result(*call, record, result);
-  calls.open.pop_back();
+  close_inside(calls, calls.open.size() - 1);
   return true;
 }
 
@@ -189,18 +212,98 @@ static bool are_arguments(const ThreadCalls &calls, const LogRecord &record) {
   return call.name == record.function && call.type == record.type && call.text.empty();
 }
 
-ThreadCalls &CallTree::thread_of(const LogRecord &record) {
-  int64_t &life = lives_[record.process];
-  life += is_start_of_process(record) ? 1 : 0;
-  const auto [place, is_new] = index_.try_emplace({record.process, life, record.thread}, threads_.size());
-  if (is_new) {
-    threads_.push_back({record.process, record.thread, {}, {}});
+void CallTree::count(const LogNode &node) {
+  totals_.calls += node.is_call ? 1 : 0;
+  totals_.failed += node.failed ? 1 : 0;
+  totals_.unfinished += node.is_call && node.entered && !node.returned && !node.untimed ? 1 : 0;
+}
+
+void CallTree::hand_out(ThreadCalls &calls) {
+  close_inside(calls, 0);
+  for (const LogNode &node : calls.nodes) {
+    count(node);
   }
-  return threads_[place->second];
+  if (!calls.nodes.empty()) {
+    sink_(calls);
+  }
+  calls.nodes.clear();
+}
+
+/* The open calls stay, each the parent of the next. */
+void CallTree::hand_out_part(ThreadCalls &calls) {
+  sink_(calls);
+  std::vector<LogNode> kept;
+  for (LogNode &node : calls.nodes) {
+    if (!node.open) {
+      count(node);
+      continue;
+    }
+    node.parent = kept.size();
+    kept.push_back(std::move(node));
+  }
+  for (size_t i = 0; i < kept.size(); ++i) {
+    calls.open[i] = i;
+  }
+  calls.nodes = std::move(kept);
+}
+
+void CallTree::drop_messages() {
+  std::erase_if(threads_, [](const auto &entry) { return entry.second.open.empty(); });
+  most_threads_ = 2 * threads_.size() + most_idle_threads;
+}
+
+/* Whether the call before which they stand may still come. */
+static bool ends_in_messages(const ThreadCalls &calls) {
+  return !calls.nodes.empty() && !calls.nodes.back().is_call && calls.nodes.back().depth == 0;
+}
+
+/* Hands out what is whole, and forgets threads of which nothing is left. */
+void CallTree::settle(Threads::iterator place) {
+  ThreadCalls &calls = place->second;
+  if (calls.nodes.size() > 2 * calls.open.size() + most_nodes) {
+    hand_out_part(calls);
+  }
+  if (!calls.open.empty() || (keeps_messages_ && ends_in_messages(calls))) {
+    return;
+  }
+  hand_out(calls);
+  threads_.erase(place);
+}
+
+/* A process's number may be used again. */
+void CallTree::end_process(const std::string &process) {
+  auto place = threads_.lower_bound({process, ""});
+  while (place != threads_.end() && place->first.first == process) {
+    hand_out(place->second);
+    place = threads_.erase(place);
+  }
+}
+
+void CallTree::finish() {
+  for (auto &[name, calls] : threads_) {
+    hand_out(calls);
+  }
+  threads_.clear();
 }
 
 void CallTree::add(const LogRecord &record) {
-  ThreadCalls &calls = thread_of(record);
+  is_empty_ = false;
+  if (is_start_of_process(record)) {
+    end_process(record.process);
+  }
+  if (threads_.size() > most_threads_) {
+    drop_messages();
+  }
+  const auto [place, is_new] = threads_.try_emplace({record.process, record.thread});
+  if (is_new) {
+    place->second.process = record.process;
+    place->second.thread = record.thread;
+  }
+  add_to(place->second, record);
+  settle(place);
+}
+
+void CallTree::add_to(ThreadCalls &calls, const LogRecord &record) {
   if (is_trace(record.type)) {
     if (record.text == "Enter") {
       enter(calls, record);
@@ -212,7 +315,7 @@ void CallTree::add(const LogRecord &record) {
     }
     if (const std::optional<Return> result = read_return(record.text)) {
       if (!leave(calls, record, *result)) {
-        ++stray_returns_;
+        ++totals_.stray_returns;
         set_result(append_call(calls, record), record, *result);
       }
       return;

@@ -9,24 +9,6 @@
 #include "open_string.h"
 #include "texts.h"
 
-namespace {
-
-struct Totals {
-  int64_t calls = 0;
-  int64_t failed = 0;
-  int64_t unfinished = 0;
-};
-
-}  // namespace
-
-static CallTree read_log(LogFile &file) {
-  CallTree tree;
-  for (LogRecord record; file.next(record);) {
-    tree.add(record);
-  }
-  return tree;
-}
-
 /* What stands inside a call, or, when nothing was traced, the messages before it. */
 static void choose_causes(const std::vector<LogNode> &nodes, size_t failed, std::vector<bool> &chosen) {
   size_t at = failed + 1;
@@ -64,7 +46,7 @@ static std::string duration_of(const LogNode &call) {
     return "  (beginning not in the log)";
   }
   if (!call.returned) {
-    return "  (return not in the log)";
+    return call.open ? "  (goes on below)" : "  (return not in the log)";
   }
   const int64_t seconds = call.end - call.begin;
   return seconds < 0 ? "  (the clock was set back)" : "  " + std::to_string(seconds) + " s";
@@ -93,33 +75,51 @@ static void print_node(const LogNode &node) {
   std::cout << (node.text.empty() ? "" : "  " + shown(node.text)) << '\n';
 }
 
-static void count(const std::vector<LogNode> &nodes, Totals &totals) {
-  for (const LogNode &node : nodes) {
-    totals.calls += node.is_call ? 1 : 0;
-    totals.failed += node.failed ? 1 : 0;
-    totals.unfinished += node.is_call && node.entered && !node.returned && !node.untimed ? 1 : 0;
+namespace {
+
+/* Prints calls as they come; a heading says whose they are when that changes. */
+class Printer {
+ public:
+  explicit Printer(bool only_failures) : only_failures_(only_failures) {}
+
+  void print(const ThreadCalls &calls);
+  bool has_printed() const { return !heading_.empty(); }
+
+ private:
+  void print_heading(const ThreadCalls &calls);
+
+  const bool only_failures_;
+  std::string heading_;
+};
+
+}  // namespace
+
+void Printer::print_heading(const ThreadCalls &calls) {
+  const std::string heading = "process " + calls.process + " (" +
+                              std::to_string(std::stoull(calls.process, nullptr, 16)) + "), thread " + calls.thread;
+  if (heading != heading_) {
+    std::cout << (has_printed() ? "\n" : "") << heading << '\n';
+    heading_ = heading;
   }
 }
 
-static void print_thread(const ThreadCalls &calls, bool only_failures) {
+void Printer::print(const ThreadCalls &calls) {
   const std::vector<bool> chosen =
-      only_failures ? choose_failures(calls.nodes) : std::vector<bool>(calls.nodes.size(), true);
+      only_failures_ ? choose_failures(calls.nodes) : std::vector<bool>(calls.nodes.size(), true);
   if (std::find(chosen.begin(), chosen.end(), true) == chosen.end()) {
     return;
   }
-  std::cout << "process " << calls.process << " (" << std::stoull(calls.process, nullptr, 16) << "), thread "
-            << calls.thread << '\n';
+  print_heading(calls);
   for (size_t i = 0; i < chosen.size(); ++i) {
     if (chosen[i]) {
       print_node(calls.nodes[i]);
     }
   }
-  std::cout << '\n';
 }
 
-static void print_totals(const Totals &totals, const CallTree &tree, const LogFile &file) {
+static void print_totals(const CallTotals &totals, const LogFile &file) {
   std::cout << "calls: " << totals.calls << ", failed: " << totals.failed << ", without a return: " << totals.unfinished
-            << ", returns without their beginning: " << tree.stray_returns()
+            << ", returns without their beginning: " << totals.stray_returns
             << ", lines that could not be read: " << file.unreadable() << '\n';
   if (totals.calls == 0) {
     std::cout << "no calls are in the log; traceflags=xa in the configuration's [all] section, or -Txa in the open "
@@ -133,20 +133,21 @@ int log_command(const Arguments &arguments) {
   }
   std::ifstream stream(arguments.words[1], std::ios::binary);
   LogFile file(stream);
-  const CallTree tree = read_log(file);
+  Printer printer(arguments.failures);
+  CallTree tree([&](const ThreadCalls &calls) { printer.print(calls); }, arguments.failures);
+  for (LogRecord record; std::cout && file.next(record);) {
+    tree.add(record);
+  }
+  tree.finish();
   if (!stream.is_open() || stream.bad()) {
     throw UsageError("the log cannot be read; look at its path and at who may read it");
   }
-  if (tree.threads().empty() && file.unreadable() > 0) {
+  if (tree.is_empty() && file.unreadable() > 0) {
     throw UsageError("the file is no trace log: of its " + std::to_string(file.lines()) +
                      " lines none has a log line's form; the log is the file of logfile, -L or $XALOGFILE, or "
                      "$TARVEX/trv_xa_log");
   }
-  Totals totals;
-  for (const ThreadCalls &calls : tree.threads()) {
-    count(calls.nodes, totals);
-    print_thread(calls, arguments.failures);
-  }
-  print_totals(totals, tree, file);
+  std::cout << (printer.has_printed() ? "\n" : "");
+  print_totals(tree.totals(), file);
   return exit_done;
 }

@@ -109,6 +109,23 @@ static bool goes_on(const LogRecord &record, std::string_view line) {
   return record.text.find("Msg: ") != std::string::npos;
 }
 
+/* Texts of the library are far shorter; the rest of a longer one is passed over. */
+static constexpr size_t longest_text = 65536;
+
+static bool read_line(std::istream &stream, std::string &line) {
+  line.clear();
+  bool any = false;
+  for (char c = 0; stream.get(c); any = true) {
+    if (c == '\n') {
+      return true;
+    }
+    if (line.size() < longest_text) {
+      line += c;
+    }
+  }
+  return any;
+}
+
 bool LogFile::next(LogRecord &record) {
   bool begun = has_ahead_;
   if (begun) {
@@ -116,7 +133,7 @@ bool LogFile::next(LogRecord &record) {
     has_ahead_ = false;
   }
   bool whole = begun; /* no foreign line has come in between */
-  for (std::string line; std::getline(stream_, line);) {
+  for (std::string line; read_line(stream_, line);) {
     ++lines_;
     if (std::optional<LogRecord> found = first_line(line)) {
       if (begun) {
@@ -127,7 +144,7 @@ bool LogFile::next(LogRecord &record) {
       record = std::move(*found);
       begun = whole = true;
     } else if (whole && goes_on(record, line)) {
-      record.text += line.empty() ? "" : "\n" + line;
+      record.text += line.empty() || record.text.size() > longest_text ? "" : "\n" + line;
     } else if (!line.empty()) {
       ++unreadable_;
       whole = false;

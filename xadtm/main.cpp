@@ -64,8 +64,8 @@ names     makes a branch name of an XID, and an XID of a branch name. FORMATID i
           hexadecimal digits; GTRID and BQUAL are hexadecimal digits; "-" is an empty BQUAL.
           exit status: 0 done, 2 bad usage or no branch name
 
-log       shows a trace log (traceflags, -T) by process and thread: the calls as a tree, each with the time at
-          which it began, its result and how long it took. The log has whole seconds: a call that is said to
+log       shows a trace log (traceflags, -T): the calls as a tree, each with the time at which it began, its
+          result and how long it took, when it has returned; a heading names process and thread. The log has whole seconds: a call that is said to
           take 0 s may have taken almost one, and 1 s anything from a moment to almost two. With --failures
           only the XA calls that failed are shown, each with the calls around it and with what was said and
           called before it failed. What could not be read is counted at the end. Passwords are masked.

@@ -1,6 +1,7 @@
 /* log_test.cpp - xadtm log, on logs made by hand and on one that the library wrote. */
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "tool.h"
@@ -33,13 +34,13 @@ TEST(Log, calls_nest_with_results_durations_and_arguments) {
              line(9, "xa_recover", "XA trace: value: 2 "));
   ASSERT_EQ(shown.status, 0);
   EXPECT_EQ(shown.output,
+            "process 0x10 (16), thread B0\n"
+            "2026/01/02 03:04:02  xl_x  1 s\n\n"
             "process 0x10 (16), thread A0\n"
             "2026/01/02 03:04:01  xa_start  XA_OK  8 s  rmid: 3, flags:[TMJOIN] XID: 7.1.1 AB CD\n"
             "2026/01/02 03:04:02    xc_get  XCRET_CONN -- Found unused connection  2 s\n"
             "2026/01/02 03:04:03      Event trace: looking\n"
             "2026/01/02 03:04:09  xa_recover  0x2  0 s\n\n"
-            "process 0x10 (16), thread B0\n"
-            "2026/01/02 03:04:02  xl_x  1 s\n\n"
             "calls: 4, failed: 0, without a return: 0, returns without their beginning: 0, lines that could not be "
             "read: 0\n");
 }
@@ -169,6 +170,37 @@ TEST(Log, a_log_of_any_depth_is_shown) {
     text += line(1, "f", "Misc trace: Enter");
   }
   EXPECT_TRUE(log_of(text).says("calls: 100000, failed: 0, without a return: 100000"));
+}
+
+/* It is read once, and what has returned is shown and forgotten. */
+TEST(Log, an_endless_log_is_shown_as_it_comes) {
+  const std::string path = scratch("endless");
+  write_text(path, line(1, "f", "Error: no server") + line(2, "xa_open", "XA trace: Enter") +
+                       line(3, "xa_open", "Error: Return  retstat: -3 ([XAER_RMERR])") +
+                       line(4, "xa_open", "XA trace:  retstat: -3 ([XAER_RMERR])") + line(5, "g", "Message: m"));
+  for (const char *option : {"", " --failures"}) {
+    const Outcome shown = run_command("timeout 60 sh -c 'yes \"$(cat " + path + ")\" | " XADTM " log /dev/stdin" +
+                                      option + " | head -n 3000 | tail -n 1' || echo late");
+    EXPECT_TRUE(shown.says("xa_open  FAILED") || shown.says("Error: no server") || shown.says("Message: m"))
+        << shown.output;
+    EXPECT_FALSE(shown.says("late")) << option;
+  }
+}
+
+/* A call with very much in it comes in parts; nothing of it is lost or counted twice. */
+TEST(Log, a_call_with_very_much_in_it_is_shown_in_parts) {
+  std::string text = line(1, "f", "Misc trace: Enter") + line(1, "xa_end", "XA trace: Enter");
+  for (int i = 0; i < 15000; ++i) {
+    text += line(2, "g", "Misc trace: Enter") + line(2, "g", "Misc trace: return: Void");
+  }
+  const Outcome shown = log_of(text + line(3, "xa_end", "XA trace:  retstat: -7 ([XAER_RMFAIL])") +
+                               line(4, "f", "Misc trace:  retstat: 5 ([])"));
+  const std::string start = "process 0x10 (16), thread A0\n2026/01/02 03:04:01  f  (goes on below)\n";
+  EXPECT_EQ(shown.output.substr(0, start.size()), start);
+  EXPECT_TRUE(
+      shown.says("\n2026/01/02 03:04:01  f  5  3 s\n2026/01/02 03:04:01    xa_end  FAILED  XAER_RMFAIL  2 s\n"));
+  EXPECT_EQ(std::count(shown.output.begin(), shown.output.end(), '\n'), 1 + 15000 + 2 * 2 + 2);
+  EXPECT_TRUE(shown.says("calls: 15002, failed: 1, without a return: 0, returns without their beginning: 0"));
 }
 
 TEST(Log, files_that_cannot_be_read_are_refused) {
