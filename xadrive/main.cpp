@@ -1,12 +1,13 @@
 /*
  * main.cpp - the command line of xadrive: options, reading the script, exit status.
  */
+#include <fcntl.h>
 #include <getopt.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <exception>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,6 +16,8 @@
 #include "log_place.h"
 #include "parser.h"
 #include "player.h"
+#include "shown_text.h"
+#include "standard_files.h"
 
 static constexpr int exit_fine = 0;
 static constexpr int exit_differs = 1;
@@ -43,8 +46,8 @@ Each call is printed with its result. The first result that a line does not expe
   --check         only read the script and say what is wrong with it
   --help          this text
 
-exit status: 0 all results as expected, 1 a result differed, 2 bad usage, a bad script or a library that
-cannot be loaded
+exit status: 0 all results as expected, 1 a result differed, 2 bad usage, a bad script, a library that
+cannot be loaded, or output that could not be written (the script is played to its end all the same)
 
 Lines of a script (words in capitals stand for values, brackets for what may be left out):
 )";
@@ -125,17 +128,14 @@ static std::optional<int> read_options(int argc, char **argv, Options &options) 
   return std::nullopt;
 }
 
-static std::optional<std::string> text_of_stream(std::istream &stream) {
-  std::string text{std::istreambuf_iterator<char>(stream), {}};
-  return stream.bad() ? std::nullopt : std::optional(std::move(text));
-}
-
 static std::optional<std::string> text_of_script(const std::string &path) {
   if (path == "-") {
-    return text_of_stream(std::cin);
+    return text_of_file(STDIN_FILENO);
   }
-  std::ifstream file(path, std::ios::binary);
-  return file ? text_of_stream(file) : std::nullopt;
+  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  std::optional<std::string> text = text_of_file(file);
+  close(file);
+  return text;
 }
 
 static bool makes_calls(const Script &script) {
@@ -167,7 +167,7 @@ static int play_script(const Options &options, const Script &script) {
   const Libraries libraries = load_libraries(options.library_folder, flavour);
   const bool as_expected = play(script, libraries);
   if (const std::optional<std::string> info = first_open_string(script)) {
-    std::cout << "trace log: " << log_place(libraries, *info) << std::endl;
+    std::cout << "trace log: " << visible(log_place(libraries, *info)) << std::endl;
   }
   return as_expected ? exit_fine : exit_differs;
 }
@@ -185,7 +185,7 @@ static int run(int argc, char **argv) {
   std::vector<std::string> errors;
   const Script script = parse_script(options.script, *text, errors);
   for (const std::string &error : errors) {
-    std::cerr << "xadrive: " << options.script << ':' << error << '\n';
+    std::cerr << visible("xadrive: " + options.script + ':' + error) << '\n';
   }
   if (!errors.empty()) {
     return exit_unusable;
@@ -193,11 +193,22 @@ static int run(int argc, char **argv) {
   return options.check_only ? exit_fine : play_script(options, script);
 }
 
+/* The script has been played to its end, so that no branch is left half done; but nobody has seen all of it. */
+static int with_output(int status) {
+  if (std::cout.flush() || status != exit_fine) {
+    return status;
+  }
+  std::cerr << "xadrive: the output cannot be written; look at the place that it goes to\n";
+  return exit_unusable;
+}
+
 int main(int argc, char **argv) {
+  occupy_standard_files();
+  std::signal(SIGPIPE, SIG_IGN); /* a script goes on when nobody reads its output any more */
   try {
-    return run(argc, argv);
+    return with_output(run(argc, argv));
   } catch (const std::exception &error) {
-    std::cerr << "xadrive: " << error.what() << '\n';
+    std::cerr << "xadrive: " << visible(error.what()) << '\n';
     return exit_unusable;
   }
 }

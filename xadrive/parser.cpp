@@ -184,6 +184,13 @@ static std::string spelt(const Token &token) {
   return token.quoted ? quoted(token.text) : token.text;
 }
 
+/* Only the bytes of an XID may be anything; other texts end at a null byte when they are passed on. */
+static void check_text(char letter, const Token &token) {
+  if (letter != 'b' && token.text.find('\0') != std::string::npos) {
+    throw ScriptError(quoted(token.text) + " holds a null byte; take it out");
+  }
+}
+
 static void take_optional(char letter, Rest &rest, Command &command) {
   switch (letter) {
     case 'f': /* flags, none by default */
@@ -194,6 +201,7 @@ static void take_optional(char letter, Rest &rest, Command &command) {
       command.info = "";
       if (!rest.empty() && (rest.peek().quoted || rest.peek().is("null"))) {
         const Token &token = rest.take("the string");
+        check_text(letter, token);
         command.info = info_argument(token);
         show(command, spelt(token));
       }
@@ -218,6 +226,7 @@ static void take_optional(char letter, Rest &rest, Command &command) {
 }
 
 static void take_required(char letter, const Token &token, Command &command, XidBook &xids) {
+  check_text(letter, token);
   switch (letter) {
     case 'r':
       command.rmid = integer_argument(token, "RMID");
@@ -461,6 +470,9 @@ void ScriptParser::settle(Command command) {
     case Verb::env:
       if (opened_ || !of_main) {
         throw ScriptError("env works on the main thread and before the first open; move the line up");
+      }
+      if (command.words[0].empty() || command.words[0].find('=') != std::string::npos) {
+        throw ScriptError(quoted(command.words[0]) + " can be no variable's name; write env NAME VALUE");
       }
       break;
     case Verb::open:

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "branch_text.h"
+#include "shown_text.h"
 #include "sql_runner.h"
 #include "tokens.h"
 #include "workers.h"
@@ -195,7 +196,8 @@ bool Player::surprised() {
 
 void Player::report(const Command &command, const Outcome &outcome) {
   const std::scoped_lock lock(mutex_);
-  std::cout << command.line << ": @" << command.thread << ' ' << command.shown;
+  const std::string shown = visible(command.thread + ' ' + command.shown);
+  std::cout << command.line << ": @" << shown;
   if (command.kind == ResultKind::nothing) {
     std::cout << std::endl;
     return;
@@ -203,7 +205,7 @@ void Player::report(const Command &command, const Outcome &outcome) {
   std::string got = text_of(command.kind, outcome);
   std::cout << " => " << got << std::endl;
   for (const std::string &line : outcome.lines) {
-    std::cout << "    " << line << std::endl;
+    std::cout << "    " << visible(line) << std::endl;
   }
   if (!command.expected || meets(outcome, *command.expected)) {
     return;
@@ -213,8 +215,8 @@ void Player::report(const Command &command, const Outcome &outcome) {
     got += ' ';
     got += ::quoted(row); /* not the standard library's, which the row's type would bring in */
   }
-  std::cerr << "xadrive: " << script_.file << ':' << command.line << ": @" << command.thread << ' ' << command.shown
-            << ": expected " << command.expected->text << ", got " << got << std::endl;
+  std::cerr << "xadrive: " << visible(script_.file) << ':' << command.line << ": @" << shown << ": expected "
+            << visible(command.expected->text) << ", got " << got << std::endl;
 }
 
 void Player::perform(const Command &command) {

@@ -3,7 +3,11 @@
  */
 #include "tokens.h"
 
+#include <algorithm>
 #include <charconv>
+
+#include "hex_text.h"
+#include "shown_text.h"
 
 static bool is_blank(char c) {
   return c == ' ' || c == '\t' || c == '\r';
@@ -93,17 +97,18 @@ std::vector<Token> tokens_of(std::string_view line) {
 }
 
 std::string quoted(std::string_view text) {
-  static constexpr char digits[] = "0123456789abcdef";
   std::string out = "\"";
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
+  while (!text.empty()) {
+    const char c = text.front();
+    const size_t length = shown_length(text);
     if (c == '"' || c == '\\') {
       out += {'\\', c};
-    } else if (byte < 0x20 || byte == 0x7f) {
-      out += {'\\', 'x', digits[byte >> 4], digits[byte & 15]};
+    } else if (length == 0) {
+      out += "\\x" + hex_of({&c, 1});
     } else {
-      out += c;
+      out += text.substr(0, length);
     }
+    text.remove_prefix(std::max<size_t>(length, 1));
   }
   return out + "\"";
 }

@@ -11,6 +11,7 @@
 #include "branch_text.h"
 #include "commands.h"
 #include "hex_text.h"
+#include "shown_text.h"
 #include "xid_bytes.h"
 
 static constexpr size_t longest_lrm = 31;
@@ -81,7 +82,7 @@ NamedBranch read_branch_name(std::string_view name) {
     throw UsageError(
         "no server has a branch of this spelling, since names are compared character by character; the "
         "name for this XID is " +
-        usual);
+        pasteable(usual));
   }
   return branch;
 }

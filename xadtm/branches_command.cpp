@@ -7,6 +7,7 @@
 #include "commands.h"
 #include "hex_text.h"
 #include "session.h"
+#include "shown_text.h"
 #include "texts.h"
 #include "xid_bytes.h"
 
@@ -32,7 +33,7 @@ static void print_table(const std::vector<XID> &xids, const std::string &lrm) {
   }
   for (const XID &xid : xids) {
     print_row(std::to_string(xid.formatID), hex_of(gtrid_of(xid)), gtrid_width, bqual_text(xid), bqual_width,
-              printable(branch_name(xid, lrm)));
+              pasteable(branch_name(xid, lrm)));
   }
   std::cout << "branches in doubt: " << xids.size() << '\n';
 }
@@ -43,7 +44,7 @@ static void print_json(const std::vector<XID> &xids, const std::string &lrm) {
   for (const XID &xid : xids) {
     std::cout << separator << "  {\"formatID\": " << xid.formatID << ", \"gtrid\": " << json_text(hex_of(gtrid_of(xid)))
               << ", \"bqual\": " << json_text(hex_of(bqual_of(xid)))
-              << ", \"name\": " << json_text(branch_name(xid, lrm)) << '}';
+              << ", \"name\": " << json_text(pasteable_ascii(branch_name(xid, lrm))) << '}';
     separator = ",\n";
   }
   std::cout << (xids.empty() ? "]\n" : "\n]\n");

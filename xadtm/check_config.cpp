@@ -120,9 +120,18 @@ static void print_line(const Findings &findings, const ConfigPart &part, const C
   }
 }
 
+/* A malformed header is in the place of the name, whole; what stands behind its first word may be anything. */
+static std::string header_shown(const Findings &findings, const ConfigPart &part) {
+  const size_t begin = std::min(part.name.find_first_not_of('['), part.name.size());
+  const size_t end = std::min(part.name.find_first_of(" \t]=-", begin), part.name.size());
+  const std::string name = part.name.substr(begin, end - begin);
+  return '[' + (findings.discretion.holds_password(name) ? "***" : printable(name)) +
+         (end == part.name.size() ? "" : " (rest not shown)") + ']';
+}
+
 /* Of a part that is not used only what makes it so. */
 static void print_part(const Findings &findings, const ConfigPart &part) {
-  std::cout << "  [" << printable(part.name) << ']' << (part.ignored.empty() ? "" : "  <- not used: ") << part.ignored
+  std::cout << "  " << header_shown(findings, part) << (part.ignored.empty() ? "" : "  <- not used: ") << part.ignored
             << '\n';
   for (const ConfigLine &line : part.lines) {
     if (part.ignored.empty() || line.malformed) {

@@ -8,6 +8,8 @@
 #include <string_view>
 
 #include "commands.h"
+#include "shown_text.h"
+#include "standard_files.h"
 
 namespace {
 
@@ -47,8 +49,9 @@ check     shows where the configuration comes from, each option of the open stri
 
 branches  lists the branches in doubt of the open string's LRM: those that are prepared, and those that were
           settled past their transaction manager and wait to be forgotten. formatID is decimal, gtrid and bqual
-          are hexadecimal. With --json: an array of objects with formatID, gtrid, bqual and name; bytes of a
-          name that are no printing ASCII characters are written as \u00HH.
+          are hexadecimal. A control character in a name is shown as \xHH, and understood so by the other
+          commands. With --json: an array of objects with formatID, gtrid, bqual and name, in which all bytes
+          beyond printing ASCII characters are \xHH.
           exit status: 0 listed, 1 the resource manager refused, 2 bad usage
 
 commit, rollback, forget
@@ -125,11 +128,12 @@ static int run(const Arguments &arguments) {
 
 static int complain(const std::exception &error, int status) {
   std::cout.flush();
-  std::cerr << "xadtm: " << error.what() << '\n';
+  std::cerr << "xadtm: " << visible(error.what()) << '\n';
   return status;
 }
 
 int main(int argc, char **argv) {
+  occupy_standard_files();
   std::signal(SIGPIPE, SIG_IGN); /* the exit status tells the outcome, whoever reads the output */
   try {
     return run(read_arguments(argc, argv));

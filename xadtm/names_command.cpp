@@ -7,7 +7,7 @@
 #include "branch_text.h"
 #include "commands.h"
 #include "hex_text.h"
-#include "texts.h"
+#include "shown_text.h"
 #include "xid_bytes.h"
 
 static int32_t format_of(std::string_view text) {
@@ -33,17 +33,18 @@ static std::string bytes_of(std::string_view digits, const std::string &what) {
 }
 
 static void encode(const std::vector<std::string> &words) {
-  check_lrm(words[5]);
+  const std::string lrm = original_of(words[5]);
+  check_lrm(lrm);
   const XID xid = make_xid(format_of(words[2]), bytes_of(words[3], "gtrid"), bytes_of(words[4], "bqual"));
-  std::cout << branch_name(xid, words[5]) << '\n';
+  std::cout << pasteable(branch_name(xid, lrm)) << '\n';
 }
 
 static void decode(const std::string &name) {
-  const auto [xid, lrm] = read_branch_name(name);
+  const auto [xid, lrm] = read_branch_name(original_of(name));
   std::cout << "formatID " << xid.formatID << '\n';
   std::cout << "gtrid    " << hex_of(gtrid_of(xid)) << '\n';
   std::cout << "bqual    " << (bqual_of(xid).empty() ? "-" : hex_of(bqual_of(xid))) << '\n';
-  std::cout << "LRM      " << printable(lrm) << '\n';
+  std::cout << "LRM      " << pasteable(lrm) << '\n';
 }
 
 int names_command(const Arguments &arguments) {

@@ -6,11 +6,12 @@
 #include <string>
 
 #include "branch_name.h"
+#include "branch_text.h"
 #include "commands.h"
 #include "hex_text.h"
 #include "session.h"
 #include "settle_outcome.h"
-#include "texts.h"
+#include "shown_text.h"
 #include "xid_bytes.h"
 
 static int32_t settle(const xa_switch_t &xa, const std::string &verb, const XID &xid) {
@@ -23,7 +24,7 @@ static int32_t settle(const xa_switch_t &xa, const std::string &verb, const XID 
 
 /* Nothing is to be settled that could not be shown. */
 static void show(const XID &xid, const std::string &name) {
-  std::cout << "branch   " << printable(name) << '\n';
+  std::cout << "branch   " << pasteable(name) << '\n';
   std::cout << "formatID " << xid.formatID << '\n';
   std::cout << "gtrid    " << hex_of(gtrid_of(xid)) << '\n';
   std::cout << "bqual    " << (bqual_of(xid).empty() ? "-" : hex_of(bqual_of(xid))) << '\n';
@@ -76,21 +77,21 @@ int settle_command(const Arguments &arguments) {
   if (arguments.words.size() != 2) {
     throw UsageError("write " + verb + " NAME -o OPEN_STRING, NAME being a branch name as xadtm branches lists it");
   }
-  const NamedBranch branch = read_branch_name(arguments.words[1]);
+  const NamedBranch branch = read_branch_name(original_of(arguments.words[1]));
   open_string_of(arguments);
   if (!arguments.yes && !can_ask()) {
     throw UsageError("there is no terminal to ask at, and nothing was done; --yes answers the question beforehand");
   }
   const Session session(arguments);
   if (session.lrm() != branch.lrm) {
-    std::cerr << "xadtm: the branch belongs to the LRM " << printable(branch.lrm)
+    std::cerr << "xadtm: the branch belongs to the LRM " << pasteable(branch.lrm)
               << "; give the open string that names it with -N\n";
     return exit_no_branch;
   }
   if (!is_there(session, branch)) {
     return exit_no_branch;
   }
-  show(branch.xid, arguments.words[1]);
+  show(branch.xid, branch_name(branch.xid, branch.lrm));
   if (!arguments.yes && !is_confirmed(verb)) {
     std::cout << "\nNothing was done, since the answer was not yes.\n";
     return exit_not_sure;

@@ -1,12 +1,14 @@
 /* texts.cpp - how texts are shown. */
 #include "texts.h"
 
+#include <algorithm>
 #include <cctype>
 
 #include "hex_text.h"
+#include "shown_text.h"
 
 static bool is_printing(unsigned char c) {
-  return c >= ' ' && c != 0x7F;
+  return c >= ' ' && c < 0x7F;
 }
 
 std::string json_text(std::string_view text) {
@@ -15,7 +17,7 @@ std::string json_text(std::string_view text) {
     const auto byte = static_cast<unsigned char>(c);
     if (c == '"' || c == '\\') {
       out += {'\\', c};
-    } else if (!is_printing(byte) || byte >= 0x80) {
+    } else if (!is_printing(byte)) {
       out.append("\\u00").append(hex_of({&c, 1}));
     } else {
       out += c;
@@ -25,9 +27,11 @@ std::string json_text(std::string_view text) {
 }
 
 std::string printable(std::string_view text) {
-  std::string out(text);
-  for (char &c : out) {
-    c = is_printing(static_cast<unsigned char>(c)) ? c : '.';
+  std::string out;
+  while (!text.empty()) {
+    const size_t length = shown_length(text);
+    out += length == 0 ? "." : text.substr(0, length);
+    text.remove_prefix(std::max<size_t>(length, 1));
   }
   return out;
 }

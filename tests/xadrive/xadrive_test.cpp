@@ -37,6 +37,9 @@ TEST(Scripts, bad_lines_are_all_named_before_anything_runs) {
   };
   const Row rows[] = {
       {"frob 1", "\"frob\" is no verb"},
+      {"env A=B x", "\"A=B\" can be no variable's name"},
+      {"env \"\" x", "\"\" can be no variable's name"},
+      {"env A \"x\\x00y\"", "holds a null byte"},
       {"open 1 -NL1", "put the string -NL1 in double quotes"},
       {"open 1 \"abc", "no closing \""},
       {"open 1 \"a\\qb\"", "\\q means nothing"},
@@ -104,6 +107,37 @@ TEST(Usage, what_cannot_run_ends_with_2_and_says_why) {
     EXPECT_EQ(run.status, 2) << row.arguments;
     EXPECT_TRUE(run.says(row.message)) << run.output;
   }
+}
+
+/* Standard files that are closed or of no use; the script is played to its end in any case. */
+TEST(Usage, files_that_are_no_use_show_in_the_exit_status) {
+  const std::string script = scratch("script");
+  const std::string end = scratch("end");
+  write_text(script, "server b\necho " + std::string(100000, 'x') + "\necho y\nuser b u pw\n");
+  const struct {
+    std::string command;
+    int status;
+    const char *message;
+  } rows[] = {
+      {XADRIVE " - < /", 2, "cannot read -"},
+      {XADRIVE " - <&-", 2, "cannot read -"},
+      {XADRIVE " " + script + " >/dev/full", 2, "output cannot be written"},
+      {XADRIVE " " + script + " >&-", 2, "output cannot be written"},
+      {XADRIVE " --help >/dev/full", 2, "output cannot be written"},
+      {"{ " XADRIVE " " + script + "; echo $? >" + end + "; } | head -c 1 >/dev/null; cat " + end, 0, "2\n"},
+      {XADRIVE " " + script + " <&- 2>&- | tail -n 1", 0, "4: @main user b u pw => done\n"},
+  };
+  for (const auto &[command, status, message] : rows) {
+    const Outcome run = run_command(command);
+    EXPECT_EQ(run.status, status) << command;
+    EXPECT_TRUE(run.says(message)) << command << ": " << run.output.substr(0, 200);
+  }
+}
+
+TEST(Scripts, texts_are_shown_without_control_characters) {
+  const Outcome run = run_script("echo a\x1b[2J\xc2\x9b \"\xc2\x9b\x9b\xc3\xa4\"\n");
+  EXPECT_EQ(run.output, "1: @main echo a\\x1b[2J\\xc2\\x9b \"\\xc2\\x9b\\x9b\xc3\xa4\"\n");
+  EXPECT_FALSE(run_script("\x1b[2J\n").says("\x1b"));
 }
 
 TEST(Scripts, first_differing_result_ends_the_run) {

@@ -46,6 +46,20 @@ TEST(Branches, of_another_lrm_are_its_own_and_its_name_is_escaped) {
   EXPECT_TRUE(settled.says("belongs to the LRM L\\2")) << settled.output;
 }
 
+TEST(Branches, of_a_hostile_lrm_are_listed_under_names_that_can_be_pasted) {
+  const Site site;
+  site.write("xa_config", "[all]\n[xa]\nlrm=L\x1b[2J\nserver=bank1\n");
+  site.prepare({"T1.a"}, "L\x1b[2J");
+  const std::string open_string = " -o '-NL\x1b[2J -Uteller -PtopSecret'";
+  const std::string name = "5841_l34_og_:L\\x1b[2J";
+  const Outcome listed = site.run(XADTM " branches" + open_string);
+  EXPECT_TRUE(listed.says("  " + name + "\n") && !listed.says("\x1b")) << listed.output;
+  EXPECT_TRUE(site.run(XADTM " branches --json" + open_string).says("L\\\\x1b[2J\"}"));
+  const Outcome settled = site.run(XADTM " commit '" + name + "' --yes" + open_string);
+  EXPECT_EQ(settled.status, 0);
+  EXPECT_TRUE(settled.says("branch   " + name + "\n") && !settled.says("\x1b")) << settled.output;
+}
+
 /* More than two batches of a scan, one of them full to the last row. */
 TEST(Branches, any_number_is_listed) {
   const Site site;

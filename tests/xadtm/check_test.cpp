@@ -109,6 +109,15 @@ TEST(Check, unused_parts_of_the_configuration_are_named) {
   EXPECT_FALSE(std::filesystem::exists(site.at("x.log")));
 }
 
+/* A malformed header may be any line of the file. */
+TEST(Check, of_a_malformed_header_its_first_word_is_shown) {
+  const Site site;
+  site.write("xa_config", "[all]\n[xa] pw=SECRET\nlrm=L1\n[xa-PSECRET\n[xa SECRET\n");
+  const Outcome shown = site.xadtm("check");
+  EXPECT_TRUE(shown.says("  [all]\n") && shown.says("  [xa (rest not shown)]  <- not used: it holds a malformed line"));
+  EXPECT_FALSE(shown.says("SECRET")) << shown.output;
+}
+
 TEST(Check, configured_twice_or_in_vain_is_named) {
   const Site site;
   site.write("xa_config",

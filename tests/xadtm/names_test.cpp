@@ -43,6 +43,28 @@ TEST(Names, xids_become_names_and_come_back) {
   EXPECT_EQ(xadtm("names encode 0xFFFFFFFE 01 '' L1").output, "fffffffe_0g__:L1\n");
 }
 
+/* Nothing of a name reaches the terminal as it is that could play with it, and what is shown can be given back. */
+TEST(Names, hostile_ones_are_shown_so_that_they_can_be_pasted) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"L\x1b[2J", "L\\x1b[2J"},
+      {"L\xc2\x9b", "L\\xc2\\x9b"},
+      {"L\x9b\x7f", "L\\x9b\\x7f"},
+      {"L\xc3\xa4", "L\xc3\xa4"},
+      {"L\xe0\x80\x9b", "L\\xe0\\x80\\x9b"},
+      {"L\xf0\x9f\x98\x80", "L\xf0\x9f\x98\x80"},
+      {"L\xed\xa0\x80", "L\\xed\\xa0\\x80"},
+      {"L\\x5cx1b", "L\\x5cx1b"},
+      {"L\\2", "L\\2"},
+  };
+  for (const auto &[lrm, shown] : rows) {
+    const Outcome encoded = xadtm("names encode 1 31 31 '" + lrm + "'");
+    EXPECT_EQ(encoded.output, "1_cg_cg_:" + shown + "\n");
+    EXPECT_TRUE(xadtm("names decode '1_cg_cg_:" + shown + "'").says("\nLRM      " + shown + "\n")) << shown;
+    EXPECT_EQ(xadtm("names encode 1 31 31 '" + shown + "'").output, encoded.output);
+    EXPECT_TRUE(xadtm("names decode '01_cg_cg_:" + lrm + "'").says("name for this XID is " + encoded.output)) << shown;
+  }
+}
+
 TEST(Names, what_is_no_xid_or_no_name_is_refused) {
   const std::string too_long(130, 'a');
   expect_usage_errors({
