@@ -340,9 +340,11 @@ int32_t Server::carry_out(Lock &lock, const DtmRequest &request, int session) {
     branches_.remove(request.branch);
     return plan.answer;
   }
+  // First: a branch without work must not be there when memory runs out in between.
+  std::shared_ptr<Work> work = branches_.find(request.branch) == nullptr ? store_->make_work(request.branch) : nullptr;
   Branch &branch = branches_.change(request.branch, plan.next, session);
-  if (branch.work == nullptr) {
-    branch.work = store_->make_work(request.branch);
+  if (work != nullptr) {
+    branch.work = std::move(work);
   }
   return plan.answer;
 }

@@ -24,6 +24,9 @@ constexpr const char *schema = R"(
 
 constexpr int64_t version = 1;
 
+/* More than there ever are between two writes: one that is noted after a commit must not fail for want of memory. */
+constexpr std::size_t leftovers_max = 16;
+
 /* The journal of the first version kept changes of rows. */
 constexpr const char *from_first_version = R"(
   ALTER TABLE branch_journal RENAME COLUMN changes TO pages;
@@ -54,6 +57,7 @@ Catalog::Catalog(const std::string &file) : database_(file) {
     throw std::runtime_error(file + " was made by a newer zdbd. Start that one");
   }
   old_ = found < version;
+  leftovers_.reserve(leftovers_max);
   last_id_ = number(database_, "SELECT seq FROM sqlite_sequence WHERE name = 'branch_journal'");
   Statement logins(database_, "SELECT name, hash, dtm_role FROM syslogins");
   while (logins.step()) {

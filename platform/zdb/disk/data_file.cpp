@@ -1,12 +1,21 @@
 /* data_file.cpp - connections are kept for the next user, since opening one reads the whole schema. */
 #include "data_file.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
+
+#include "crash_points.h"
+#include "storage_failure.h"
 
 namespace zdb {
 namespace {
 
+constexpr std::size_t idle_max = 8;
 constexpr const char *mark_schema =
     "CREATE TABLE zdb_mark (slot INTEGER PRIMARY KEY CHECK (slot = 1), journal_id INTEGER NOT NULL)";
 
@@ -20,6 +29,19 @@ bool log_is_empty(const std::string &file) {
   return failure == std::errc::no_such_file_or_directory || (!failure && size == 0);
 }
 
+void sync_path(const std::string &path) {
+  const int handle = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (handle < 0) {
+    throw StoreError(message_storage, "The server cannot open " + path + " (" + std::strerror(errno) + ").");
+  }
+  crash_point();
+  if (fsync(handle) != 0) {
+    end_after_storage_failure("cannot sync " + path + ": " + std::strerror(errno));
+  }
+  crash_point();
+  close(handle);
+}
+
 }  // namespace
 
 void DataFile::create(const std::string &file) {
@@ -27,7 +49,9 @@ void DataFile::create(const std::string &file) {
   database.execute(mark_schema);
 }
 
-DataFile::DataFile(std::string file) : file_(std::move(file)) {}
+DataFile::DataFile(std::string file) : file_(std::move(file)) {
+  idle_.reserve(idle_max);
+}
 
 // ---- Users of the file ----------------------------------------------------------------------------------------------
 
@@ -67,9 +91,11 @@ void DataFile::rest(DataSlot &slot) {
   changed_.notify_all();
 }
 
-/* A connection that does not get out of its transaction is closed: the next user must not find it open. */
+/*
+ * A connection that does not get out of its transaction is closed: the next user must not find it open. This needs no
+ * memory: what has been committed by now must not look as if it had failed.
+ */
 void DataFile::give_back(DataSlot &slot) {
-  constexpr std::size_t idle_max = 8;
   Lock lock(mutex_);
   slot.in_use = true;
   lock.unlock();
@@ -124,11 +150,19 @@ void DataFile::clear_file(Lock &lock, std::chrono::milliseconds limit) {
   idle_.clear();
 }
 
-/* What the log holds must be in the file before pages are put in: it would win over them. */
+/*
+ * What the log holds must be in the file before pages are put in: it would win over them. SQLite syncs neither a log
+ * that it has emptied nor the folder that it has removed one from, since it could as well do its work once more; here a
+ * log that comes back after a cut of power would undo a commit.
+ */
 void DataFile::empty_log() {
   try {
     const Database database(file_);
     database.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+    if (log_is_empty(file_)) {
+      sync_path(log_path(file_));
+      sync_path(std::filesystem::path(file_).parent_path());
+    }
   } catch (const SqliteError &error) {
     throw StoreError(message_storage, std::string("The server cannot empty its log (") + error.what() + ").");
   }

@@ -174,7 +174,11 @@ int open_file(sqlite3_vfs *, const char *name, sqlite3_file *file, int flags, in
   return code;
 }
 
+/* Without memory there is nothing to lay it over yet; the next who asks tries again. */
 sqlite3_vfs *make_layer() {
+  if (sqlite3_initialize() != SQLITE_OK) {
+    throw std::bad_alloc();
+  }
   static sqlite3_vfs layer = *system_files();
   layer.zName = "zdb";
   layer.szOsFile = static_cast<int>(sizeof(WatchedFile)) + system_files()->szOsFile;
