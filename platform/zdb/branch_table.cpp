@@ -72,6 +72,14 @@ Branch *BranchTable::find(const std::string &name) {
   return found == branches_.end() ? nullptr : &found->second;
 }
 
+void BranchTable::interrupt_work() {
+  for (auto &[name, branch] : branches_) {
+    if (branch.busy) {
+      branch.work->interrupt();
+    }
+  }
+}
+
 std::vector<BranchRow> BranchTable::rows() const {
   std::vector<BranchRow> all;
   all.reserve(branches_.size());

@@ -58,6 +58,8 @@ class BranchTable {
   int32_t state(const std::string &name) const;
   std::size_t count() const { return branches_.size(); }
   std::vector<BranchRow> rows() const;
+  /* Has the threads fail soon that are at a branch's work; needs no memory. */
+  void interrupt_work();
   std::vector<std::string> held_by(int session) const;
   /* Branches that were ended before the time and that nobody holds, prepared or completed. */
   std::vector<std::string> orphans(Clock::time_point ended_before) const;

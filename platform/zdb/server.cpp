@@ -237,11 +237,7 @@ void Server::shut_down() {
   running_ = false;
   clients_.clear();  // first: no statement that is stopped now answers
   store_->stop();
-  for (const BranchRow &row : branches_.rows()) {
-    if (const Branch *branch = branches_.find(row.name); branch->busy) {
-      branch->work->interrupt();
-    }
-  }
+  branches_.interrupt_work();
   branches_.clear();
   idle_.notify_all();
 }
