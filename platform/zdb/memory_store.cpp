@@ -39,7 +39,7 @@ SqlOutcome integer_answer(const std::string &column, std::optional<int64_t> valu
 class NoWork final : public Work {
  public:
   explicit NoWork(MemoryStore &store) : store_(store) {}
-  SqlOutcome run(const std::string &sql) override { return store_.run(sql, false); }
+  SqlOutcome run(const std::string &sql, SqlCounts &counts) override { return store_.run(sql, false, counts); }
   void prepare() override {}
   void commit() override {}
   void roll_back() override {}
@@ -109,7 +109,7 @@ std::optional<int32_t> MemoryStore::branch_state(const std::string &name) const 
   return found == rows.end() ? std::nullopt : std::optional(found->state);
 }
 
-SqlOutcome MemoryStore::run(const std::string &sql, bool) {
+SqlOutcome MemoryStore::run(const std::string &sql, bool, SqlCounts &) {
   const std::string query = normalised(sql);
   if (query == readiness_query) {
     return integer_answer("value", setting(dtm_setting));

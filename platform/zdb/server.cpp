@@ -400,22 +400,22 @@ Server::Answer Server::answer(Lock &lock, int session, Client &client, const Req
   }
 }
 
-SqlOutcome Server::run_sql(Lock &lock, int session, const Client &client, const std::string &sql) {
+SqlOutcome Server::run_sql(Lock &lock, int session, Client &client, const std::string &sql) {
   const std::string name = client.attached.empty() ? std::string() : client.attached.back();
   const Branch *branch = wait_until_idle(lock, name, false);
   if (branch == nullptr || branch->state != ZDB_ATTACHED || branch->holder != session) {
     lock.unlock();
     const Relock back{lock};
-    return store_->run(sql, !name.empty());
+    return store_->run(sql, !name.empty(), client.counts);
   }
-  SqlOutcome outcome = with_work(lock, name, [&](Work &work) { return work.run(sql); });
+  SqlOutcome outcome = with_work(lock, name, [&](Work &work) { return work.run(sql, client.counts); });
   if (outcome.work_lost && branches_.find(name) != nullptr) {
     branches_.change(name, ZDB_ABORT_ONLY, 0);
   }
   return outcome;
 }
 
-Server::Answer Server::answer_sql(Lock &lock, int session, const Client &client, const std::string &sql) {
+Server::Answer Server::answer_sql(Lock &lock, int session, Client &client, const std::string &sql) {
   SqlOutcome outcome = run_sql(lock, session, client, sql);
   Answer answer;
   answer.messages = std::move(outcome.messages);

@@ -67,6 +67,7 @@ class Server {
     std::vector<std::string> attached; /* branches by their names, the last one last; they may be lost meanwhile */
     std::set<std::string> cursors;     /* open or closed but allocated */
     std::set<std::string> statements;
+    SqlCounts counts{};
   };
   /* A reply before the scripts and the order of results have been applied. */
   struct Answer {
@@ -87,8 +88,8 @@ class Server {
 
   bool may_use_dtm(const Client &client, Message &refusal) const;
   Answer answer(Lock &lock, int session, Client &client, const Request &request);
-  Answer answer_sql(Lock &lock, int session, const Client &client, const std::string &sql);
-  SqlOutcome run_sql(Lock &lock, int session, const Client &client, const std::string &sql);
+  Answer answer_sql(Lock &lock, int session, Client &client, const std::string &sql);
+  SqlOutcome run_sql(Lock &lock, int session, Client &client, const std::string &sql);
   void note_attachment(Client &client, const DtmRequest &done, int session);
   Answer answer_dtm(Lock &lock, int session, Client &client, const Request &request);
   Answer answer_scan(const Client &client, const Request &request) const;

@@ -27,6 +27,13 @@ class StoreError : public std::runtime_error {
   int32_t number;
 };
 
+/* What SQL's last_insert_rowid(), changes() and total_changes() tell a session; statements go on from it. */
+struct SqlCounts {
+  int64_t last_rowid = 0;
+  int64_t changes = 0;
+  int64_t total_changes = 0;
+};
+
 /* What became of a language command: results up to the statement that failed, if one did. */
 struct SqlOutcome {
   std::vector<Message> messages;
@@ -46,7 +53,7 @@ class Work {
   Work &operator=(const Work &) = delete;
   virtual ~Work() = default;
 
-  virtual SqlOutcome run(const std::string &sql) = 0;
+  virtual SqlOutcome run(const std::string &sql, SqlCounts &counts) = 0;
 
   /*
    * When one of these returns, its effect survives a crash. When one throws StoreError, nothing has changed, but that a
@@ -111,7 +118,7 @@ class Store {
    * Outside any branch every statement commits by itself. Of a client whose branch was rolled back without its doing
    * only the catalog's queries are taken: it would take the rest for work in the branch.
    */
-  virtual SqlOutcome run(const std::string &sql, bool branch_lost) = 0;
+  virtual SqlOutcome run(const std::string &sql, bool branch_lost, SqlCounts &counts) = 0;
   /* The server stops: run() fails soon, also where it is under way. */
   virtual void stop() = 0;
 };

@@ -44,6 +44,8 @@ struct Branch {
   int step = 0; /* of a torn one's kill */
 };
 
+zdb::SqlCounts counts; /* of the only session */
+
 bool is_killed(Ending ending) {
   return ending >= Ending::killed;
 }
@@ -73,7 +75,9 @@ class History {
 
   void play() {
     const std::vector<std::string> tables = sql_.tables();
-    life([&](zdb::DiskStore &store) { run(tables, [&](const std::string &sql) { return store.run(sql, false); }); });
+    life([&](zdb::DiskStore &store) {
+      run(tables, [&](const std::string &sql) { return store.run(sql, false, counts); });
+    });
     const std::string answered = record_.take();
     EXPECT_EQ(answered, run_on_model(tables));
     const int lives = 1 + sql_.below(3);
@@ -120,7 +124,7 @@ class History {
   }
 
   static std::string store_content(zdb::DiskStore &store) {
-    return content([&](const std::string &sql) { return rows_of(store.run(sql, false)); });
+    return content([&](const std::string &sql) { return rows_of(store.run(sql, false, counts)); });
   }
 
   /* The earlier ones and the last one in one life, which ends with its kill. */
@@ -176,7 +180,7 @@ class History {
 
   void carry_out(zdb::DiskStore &store, const Branch &branch) const {
     if (branch.ending == Ending::alone) {
-      run(branch.statements, [&](const std::string &sql) { return store.run(sql, false); });
+      run(branch.statements, [&](const std::string &sql) { return store.run(sql, false, counts); });
       record_.add("\n");
       return;
     }
@@ -184,7 +188,7 @@ class History {
     const auto work = store.make_work("b");
     static std::vector<std::shared_ptr<zdb::Work>> kept;
     kept.push_back(work);
-    run(branch.statements, [&](const std::string &sql) { return work->run(sql); });
+    run(branch.statements, [&](const std::string &sql) { return work->run(sql, counts); });
     record_.add("\n");
     end(*work, branch);
   }

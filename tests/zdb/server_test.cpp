@@ -10,6 +10,7 @@
 
 #include "bank.h"
 #include "durable_server.h"
+#include "sqlite.h"
 
 using namespace std::chrono_literals;
 
@@ -101,6 +102,64 @@ TEST_F(BranchSql, ComesBackAsResults) {
   EXPECT_EQ(other.sql("insert into acct values (8, 1), (8, 1)"), "!3101");
   EXPECT_EQ(other.sql("update acct set v = 3 where id = 1; nonsense"), "#1!3101") << "the first is committed";
   EXPECT_EQ(value(), "3#1");
+}
+
+/* Each session counts as a plain connection of its own does, whatever the server's connections did before. */
+TEST_F(BranchSql, CountsForEachSession) {
+  struct Step {
+    int session;
+    const char *operation; /* of the branch, or null */
+    const char *sql;
+  };
+  const Step steps[] = {
+      {0, nullptr, "create table t (id integer primary key, v unique)"},
+      {0, nullptr, "create table log (n)"},
+      {0, nullptr,
+       "create trigger noted after insert on t begin update log set n = n; insert into log values (changes()); "
+       "insert into log values (last_insert_rowid() * 1000 + total_changes() - total_changes()); end"},
+      {1, nullptr, "insert into log values (changes())"},
+      {0, nullptr, "insert into t values (10, 1), (11, 2), (12, 3)"},
+      {1, nullptr, "insert into t values (changes() + 50, total_changes() + 50)"},
+      {0, "begin", "insert into log select changes() + last_insert_rowid()"},
+      {1, nullptr, "select * from t"},
+      {0, nullptr, "insert or fail into t values (20, 20), (21, 2), (22, 22)"},
+      {0, nullptr, "insert into t values (30, 1)"},
+      {0, nullptr, "update t set v = v + 100 where id < 12"},
+      {0, nullptr, "insert into t values (changes() + 60, 60)"},
+      {0, "end", nullptr},
+      {0, "prepare", nullptr},
+      {0, "commit", "select 1"},
+      {1, nullptr, "delete from t where id = 99"},
+      {1, nullptr, "analyze t"},
+      {1, nullptr, "insert or fail into t values (changes() + 70, 70), (71, 70)"},
+      {0, nullptr, "insert into log select changes() + last_insert_rowid() from t where id < total_changes() + 1"},
+      {1, nullptr, "drop table t"},
+      {0, nullptr, "select 1"},
+  };
+  const char *const counts = "select last_insert_rowid(), changes(), total_changes()";
+  const std::string file = place.path() / "model.db";
+  const zdb::Database models[] = {zdb::Database(file), zdb::Database(file)};
+  const Client sessions[] = {Client(server), Client(server)};
+  for (const Step &step : steps) {
+    const zdb::Database &model = models[step.session];
+    const Client &session = sessions[step.session];
+    const std::string operation = step.operation == nullptr ? "" : step.operation;
+    if (!operation.empty()) {
+      EXPECT_GE(session.dtm(operation, "b"), 0);
+      sqlite3_exec(model.handle(), operation == "end" ? "" : operation.c_str(), nullptr, nullptr, nullptr);
+    }
+    if (step.sql != nullptr) {
+      session.sql(step.sql);
+      sqlite3_exec(model.handle(), step.sql, nullptr, nullptr, nullptr);
+      zdb::Statement expected(model, counts);
+      ASSERT_TRUE(expected.step());
+      EXPECT_EQ(session.sql(counts), expected.text(0) + "|" + expected.text(1) + "|" + expected.text(2) + "#1")
+          << step.sql;
+    }
+  }
+  zdb::Statement expected(models[0], "select group_concat(n, ';') from log");
+  ASSERT_TRUE(expected.step());
+  EXPECT_EQ(sessions[0].sql("select group_concat(n, ';') from log"), expected.text(0) + "#1");
 }
 
 TEST_F(BranchSql, DescribesColumnsByTheirValues) {

@@ -103,17 +103,18 @@ TEST(Work, CostsTheSyncsThatItPromises) {
   const Place place;
   zdb::create_folder(place.folder());
   zdb::DiskStore store(place.folder());
+  zdb::SqlCounts counts;
   const auto cost = [&](const std::string &sql, auto... steps) {
     const auto work = store.make_work("b");
     if (!sql.empty()) {
-      EXPECT_FALSE(work->run(sql).failed);
+      EXPECT_FALSE(work->run(sql, counts).failed);
     }
     const uint64_t before = zdb::syncs_made();
     ((*work.*steps)(), ...);
     return zdb::syncs_made() - before;
   };
   using zdb::Work;
-  EXPECT_FALSE(store.run("create table t (id integer primary key)", false).failed);
+  EXPECT_FALSE(store.run("create table t (id integer primary key)", false, counts).failed);
   cost("insert into t values (1)", &Work::prepare, &Work::commit);  // the first writes begin their files
   EXPECT_EQ(cost("insert into t values (2)", &Work::prepare, &Work::commit), 2U);
   EXPECT_EQ(cost("insert into t values (3)", &Work::prepare, &Work::roll_back), 2U);

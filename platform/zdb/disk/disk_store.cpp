@@ -132,7 +132,7 @@ SqlOutcome DiskStore::query_catalog(const std::string &sql) {
   return queries_.run(Place::catalog, sql, {[](bool) {}, [] {}, stop});
 }
 
-SqlOutcome DiskStore::run(const std::string &sql, bool branch_lost) {
+SqlOutcome DiskStore::run(const std::string &sql, bool branch_lost, SqlCounts &counts) {
   const CatalogText text = catalog_text(sql);
   if (text.names_catalog) {
     return query_catalog(text.sql);
@@ -140,7 +140,7 @@ SqlOutcome DiskStore::run(const std::string &sql, bool branch_lost) {
   if (branch_lost) {
     return sql_failure(message_branch_lost, "The session's branch was rolled back. End it before other work.");
   }
-  return run_alone(text.sql);
+  return run_alone(text.sql, counts);
 }
 
 void DiskStore::stop() {
@@ -149,7 +149,7 @@ void DiskStore::stop() {
 }
 
 /* Each statement commits by itself, as SQLite does it; one that changes something waits its turn. */
-SqlOutcome DiskStore::run_alone(const std::string &sql) {
+SqlOutcome DiskStore::run_alone(const std::string &sql, SqlCounts &counts) {
   DataTurn turn(data_);
   WriteHold hold(data_.write_lock());
   const auto before = [&](bool writes) {
@@ -169,7 +169,7 @@ SqlOutcome DiskStore::run_alone(const std::string &sql) {
     }
     return data_.must_stop() ? "The statement was interrupted, since a commit waits for it." : nullptr;
   };
-  return turn.connection().run(Place::alone, sql, {before, after, stop});
+  return turn.connection().run(Place::alone, sql, {before, after, stop, &counts});
 }
 
 }  // namespace zdb

@@ -43,7 +43,7 @@ class DiskStore final : public Store {
   }
 
   std::shared_ptr<Work> make_work(const std::string &branch) override;
-  SqlOutcome run(const std::string &sql, bool branch_lost) override;
+  SqlOutcome run(const std::string &sql, bool branch_lost, SqlCounts &counts) override;
   void stop() override;
 
  private:
@@ -52,7 +52,7 @@ class DiskStore final : public Store {
   void take_up(const JournalRow &row, int64_t mark);
   DiskParts parts();
   SqlOutcome query_catalog(const std::string &sql);
-  SqlOutcome run_alone(const std::string &sql);
+  SqlOutcome run_alone(const std::string &sql, SqlCounts &counts);
 
   FolderLock lock_; /* first: nothing of the folder is touched without it */
   Catalog catalog_;

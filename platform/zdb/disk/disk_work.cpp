@@ -49,13 +49,13 @@ void DiskWork::take_up(int64_t id, bool has_pages) {
 
 // ---- Running SQL ----------------------------------------------------------------------------------------------------
 
-SqlOutcome DiskWork::run(const std::string &sql) {
+SqlOutcome DiskWork::run(const std::string &sql, SqlCounts &counts) {
   const CatalogText text = catalog_text(sql);
-  return text.names_catalog ? parts_.query_catalog(text.sql) : run_in_transaction(text.sql);
+  return text.names_catalog ? parts_.query_catalog(text.sql) : run_in_transaction(text.sql, counts);
 }
 
 /* A branch keeps its connection between two commands, unless it was taken away from it. */
-SqlOutcome DiskWork::run_in_transaction(const std::string &sql) {
+SqlOutcome DiskWork::run_in_transaction(const std::string &sql, SqlCounts &counts) {
   require_work();
   SqlConnection &connection = parts_.data.use(slot_);
   if (slot_.taken_away) {
@@ -63,7 +63,7 @@ SqlOutcome DiskWork::run_in_transaction(const std::string &sql) {
     end_transaction();
     return {{{message_data_changed, error_severity, lost_}}, {}, true, true};
   }
-  SqlOutcome outcome = connection.run(Place::branch, sql, around(connection));
+  SqlOutcome outcome = connection.run(Place::branch, sql, around(connection, counts));
   if (outcome.failed && lost_after_failure(connection.database())) {
     outcome.work_lost = true;
     end_transaction();
@@ -73,9 +73,9 @@ SqlOutcome DiskWork::run_in_transaction(const std::string &sql) {
   return outcome;
 }
 
-SqlConnection::Around DiskWork::around(SqlConnection &connection) {
+SqlConnection::Around DiskWork::around(SqlConnection &connection, SqlCounts &counts) {
   return {[this, &connection](bool writes) { before_statement(connection, writes); }, [this] { worked_ = true; },
-          [this] { return stop_reason(); }};
+          [this] { return stop_reason(); }, &counts};
 }
 
 const char *DiskWork::stop_reason() const {

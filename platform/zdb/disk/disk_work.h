@@ -38,7 +38,7 @@ class DiskWork final : public Work {
    * branch can be rolled back only. */
   void take_up(int64_t id, bool has_pages);
 
-  SqlOutcome run(const std::string &sql) override;
+  SqlOutcome run(const std::string &sql, SqlCounts &counts) override;
   void prepare() override;
   void commit() override;
   void roll_back() override;
@@ -47,10 +47,10 @@ class DiskWork final : public Work {
   void interrupt() override;
 
  private:
-  SqlOutcome run_in_transaction(const std::string &sql);
+  SqlOutcome run_in_transaction(const std::string &sql, SqlCounts &counts);
   void before_statement(SqlConnection &connection, bool writes);
   void take_lock();
-  SqlConnection::Around around(SqlConnection &connection);
+  SqlConnection::Around around(SqlConnection &connection, SqlCounts &counts);
   const char *stop_reason() const;
   bool lost_after_failure(const Database &database);
   void require_work();

@@ -98,6 +98,10 @@ bool is_catalog_table(const char *name) {
   return same_name(name, "sysconfigures") || same_name(name, "systransactions");
 }
 
+bool is_own_table(const char *name) {
+  return same_name(name, mark_table) || same_name(name, count_table);
+}
+
 bool changes_tables(int action) {
   switch (action) {
     case SQLITE_CREATE_TABLE:
@@ -127,6 +131,8 @@ SqlConnection::SqlConnection(const std::string &file) : database_(file, &capture
   sqlite3_db_config(database_.handle(), SQLITE_DBCONFIG_DQS_DML, 1, nullptr);  // "text" is a text, as clients write it
   sqlite3_db_config(database_.handle(), SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
   sqlite3_limit(database_.handle(), SQLITE_LIMIT_LENGTH, value_bytes_max);
+  constexpr int flags = SQLITE_UTF8 | SQLITE_INNOCUOUS;  // as the one that it stands for
+  sqlite3_create_function(database_.handle(), "total_changes", 0, flags, this, total_changes, nullptr, nullptr);
   sqlite3_progress_handler(database_.handle(), steps_between_looks, look_for_stop, this);
 }
 
@@ -151,6 +157,8 @@ int SqlConnection::authorise(void *self, int action, const char *table, const ch
     return SQLITE_IGNORE;  // when all tables are analysed, it is left out
   }
   const char *refusal = connection.refusal_of(action, table, part, schema);
+  connection.asks_for_changes_ =
+      connection.asks_for_changes_ || (action == SQLITE_FUNCTION && same_name(part, "changes"));
   if (refusal == nullptr) {
     connection.changes_tables_ = connection.changes_tables_ || changes_tables(action);
     return SQLITE_OK;
@@ -161,8 +169,7 @@ int SqlConnection::authorise(void *self, int action, const char *table, const ch
 
 /* Null for what may be said. Some actions name the table in the second place. */
 const char *SqlConnection::refusal_of(int action, const char *table, const char *part, const char *schema) const {
-  const char *own =
-      same_name(table, mark_table) || same_name(part, mark_table) ? "This table is the server's own." : nullptr;
+  const char *own = is_own_table(table) || is_own_table(part) ? "This table is the server's own." : nullptr;
   if (changes_tables(action)) {
     if (same_name(schema, "temp")) {
       return unknown_kind;  // the connection is somebody else's afterwards
@@ -214,7 +221,7 @@ SqlOutcome SqlConnection::run(Place place, const std::string &sql, const Around 
 void SqlConnection::run_statements(std::string_view sql, const Around &around, SqlOutcome &outcome) {
   while (!sql.empty()) {
     refusal_.clear();
-    changes_tables_ = false;
+    changes_tables_ = asks_for_changes_ = false;
     clients_turn_ = true;
     const TurnOver turn_over{*this};
     Statement statement(database_, sql, &sql);
@@ -226,9 +233,10 @@ void SqlConnection::run_statements(std::string_view sql, const Around &around, S
 
 void SqlConnection::run_statement(Statement &statement, const Around &around, SqlOutcome &outcome) {
   const bool writes = sqlite3_stmt_readonly(statement.handle()) == 0 && sqlite3_stmt_isexplain(statement.handle()) == 0;
-  const int64_t changes_before = sqlite3_total_changes64(database_.handle());
   clients_turn_ = false;
   around.before(writes);
+  const CountsTurn counts(*this, writes);
+  const int64_t changes_before = sqlite3_total_changes64(database_.handle());
   // The statement may have to be prepared again, which asks the authoriser.
   clients_turn_ = true;
   running_ = true;
@@ -269,6 +277,62 @@ Result SqlConnection::rows_of(Statement &statement, bool writes) {
     result.rows.push_back(std::move(row));
   }
   return result;
+}
+
+// ---- Counts ---------------------------------------------------------------------------------------------------------
+
+SqlConnection::CountsTurn::CountsTurn(SqlConnection &its_connection, bool it_writes)
+    : connection(its_connection), writes(it_writes) {
+  if (connection.around_->counts != nullptr) {
+    connection.give_counts(*connection.around_->counts);
+  }
+}
+
+SqlConnection::CountsTurn::~CountsTurn() {
+  if (connection.around_->counts != nullptr) {
+    connection.take_counts(*connection.around_->counts, writes && !connection.changes_tables_);
+  }
+}
+
+void SqlConnection::give_counts(const SqlCounts &counts) {
+  sqlite3 *const handle = database_.handle();
+  if (asks_for_changes_ && sqlite3_changes64(handle) != counts.changes) {
+    give_changes(counts.changes);
+  }
+  sqlite3_set_last_insert_rowid(handle, counts.last_rowid);
+  total_before_ = counts.total_changes - sqlite3_total_changes64(handle);
+}
+
+/*
+ * SQLite takes no number for changes(), it only counts. A function of our own would not know whether a trigger calls
+ * it, where the trigger's changes count. Takes time for a large number, so it can be stopped as the statement itself.
+ */
+void SqlConnection::give_changes(int64_t count) {
+  running_ = true;
+  database_.execute("CREATE TEMP TABLE IF NOT EXISTS zdb_count (row)");
+  if (count > 0) {
+    Statement(database_,
+              "WITH RECURSIVE up (row) AS (SELECT 1 UNION ALL SELECT row + 1 FROM up LIMIT ?) "
+              "INSERT INTO temp.zdb_count SELECT row FROM up")
+        .bind(1, count)
+        .run();
+  }
+  database_.execute("DELETE FROM temp.zdb_count");
+}
+
+/* Counted: the statement has set changes(). */
+void SqlConnection::take_counts(SqlCounts &counts, bool counted) const {
+  sqlite3 *const handle = database_.handle();
+  counts.last_rowid = sqlite3_last_insert_rowid(handle);
+  counts.total_changes = total_before_ + sqlite3_total_changes64(handle);
+  if (counted) {
+    counts.changes = sqlite3_changes64(handle);
+  }
+}
+
+void SqlConnection::total_changes(sqlite3_context *call, int, sqlite3_value **) {
+  const auto &connection = *static_cast<const SqlConnection *>(sqlite3_user_data(call));
+  sqlite3_result_int64(call, connection.total_before_ + sqlite3_total_changes64(connection.database_.handle()));
 }
 
 Message SqlConnection::message_of(const SqliteError &error) const {

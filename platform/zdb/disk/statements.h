@@ -19,6 +19,8 @@ enum class Place : uint8_t { branch, alone, catalog };
 
 /* The server's own table among the data. */
 inline constexpr const char *mark_table = "zdb_mark";
+/* Each connection's own, among its temporary tables. */
+inline constexpr const char *count_table = "zdb_count";
 
 /* A connection that clients' SQL runs on; it does not move, since SQLite keeps its address. */
 class SqlConnection {
@@ -36,6 +38,8 @@ class SqlConnection {
     std::function<void()> after;
     /* Asked now and then while a statement runs: null, or why it must not go on. */
     std::function<const char *()> stop;
+    /* The session's, or null when nobody asks for them. */
+    SqlCounts *counts = nullptr;
   };
   SqlOutcome run(Place place, const std::string &sql, const Around &around);
 
@@ -47,12 +51,26 @@ class SqlConnection {
   void run_statements(std::string_view sql, const Around &around, SqlOutcome &outcome);
   void run_statement(Statement &statement, const Around &around, SqlOutcome &outcome);
   Result rows_of(Statement &statement, bool writes);
+  void give_counts(const SqlCounts &counts);
+  void give_changes(int64_t count);
+  void take_counts(SqlCounts &counts, bool counted) const;
+  static void total_changes(sqlite3_context *call, int, sqlite3_value **);
   Message message_of(const SqliteError &error) const;
 
   /* Ends a client's turn, however its statement ends. */
   struct TurnOver {
     SqlConnection &connection;
     ~TurnOver() { connection.clients_turn_ = connection.running_ = false; }
+  };
+
+  /* The session's counts are the connection's while its statement runs. */
+  struct CountsTurn {
+    CountsTurn(SqlConnection &connection, bool writes);
+    ~CountsTurn();
+    CountsTurn(const CountsTurn &) = delete;
+    CountsTurn &operator=(const CountsTurn &) = delete;
+    SqlConnection &connection;
+    const bool writes;
   };
 
   PageCapture capture_;
@@ -62,6 +80,8 @@ class SqlConnection {
   bool clients_turn_ = false;      /* a client's statement is prepared or runs; our own are not looked at */
   bool running_ = false;           /* the client's statement runs */
   bool changes_tables_ = false;    /* the statement does */
+  bool asks_for_changes_ = false;  /* it calls changes() */
+  int64_t total_before_ = 0;       /* the session's total_changes(), less the connection's own */
   std::size_t result_bytes_ = 0;   /* of the command so far */
   std::string refusal_;            /* why the statement was refused or stopped */
 };
