@@ -21,6 +21,22 @@ static void cut_to_whole_lines(int file, const std::string &text) {
   }
 }
 
+/*
+ * What is read need not be on the disk: a process that ended in the middle of a sync has left it in memory, where a
+ * sync that failed lets it look as if it were. So it is written again before anybody goes by it.
+ */
+static void put_on_disk(const std::string &file, const std::string &text) {
+  const int opened = open(file.c_str(), O_WRONLY | O_CLOEXEC);
+  const bool written = opened >= 0 &&
+                       pwrite(opened, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()) &&
+                       fsync(opened) == 0;
+  const int failure = errno;
+  close(opened);
+  if (!written) {
+    throw std::runtime_error("cannot keep " + file + " on the disk: " + std::strerror(failure));
+  }
+}
+
 /* A new file is on the disk only when its folder is. */
 static void sync_folder_of(const std::string &file) {
   std::filesystem::path folder = std::filesystem::path(file).parent_path();
@@ -51,6 +67,9 @@ Decisions::Decisions(const std::string &file)
   }
   if (start != text.size()) {
     cut_to_whole_lines(file_, text);
+  }
+  if (start != 0) {
+    put_on_disk(file, text.substr(0, start));
   }
 }
 

@@ -38,6 +38,8 @@ TEST(Decisions, survive_and_a_torn_last_line_was_never_made) {
 
 TEST(Decisions, a_file_that_cannot_be_written_is_an_error) {
   EXPECT_THROW(Decisions("/nowhere/decisions"), std::runtime_error);
+  // A file that cannot be synced: the process must end, since nobody knows what the disk holds.
+  EXPECT_EXIT(Decisions("/dev/null").commit("T1"), testing::ExitedWithCode(EXIT_FAILURE), "cannot record the decision");
 }
 
 TEST(Files, good_lines_are_read) {

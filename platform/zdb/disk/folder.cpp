@@ -13,6 +13,7 @@
 
 #include "catalog.h"
 #include "data_file.h"
+#include "folder_sync.h"
 
 namespace zdb {
 namespace {
@@ -29,11 +30,10 @@ std::runtime_error system_failure(const std::string &what) {
   return std::runtime_error(what + ": " + std::strerror(errno));
 }
 
-void sync_folder(const std::string &folder) {
-  const int file = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (file >= 0) {
-    fsync(file);
-    close(file);
+void require_synced(const std::string &folder) {
+  const FolderSync names(folder);
+  if (!names.is_open() || !names.sync()) {
+    throw system_failure("cannot sync the folder " + folder);
   }
 }
 
@@ -68,13 +68,14 @@ void create_folder(const std::string &folder) {
   }
   Catalog::create(catalog_path(folder));
   DataFile::create(data_path(folder));
+  require_synced(folder);
+  require_synced(folder + "/..");
   const int file = open_lock(folder, O_CREAT | O_EXCL);
   if (file < 0) {
     throw system_failure("cannot make " + lock_path(folder));
   }
   close(file);
-  sync_folder(folder);
-  sync_folder(folder + "/..");
+  require_synced(folder);
 }
 
 FolderLock::FolderLock(const std::string &folder) : file_(open_lock(folder, 0)) {

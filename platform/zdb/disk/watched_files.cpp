@@ -9,10 +9,14 @@
 #include <sqlite3.h>
 
 #include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
 #include <new>
 #include <string>
 
 #include "crash_points.h"
+#include "folder_sync.h"
 #include "page_capture.h"
 #include "storage_failure.h"
 
@@ -160,11 +164,40 @@ constexpr sqlite3_io_methods methods = {2,
                                         nullptr,
                                         nullptr};
 
+int open_below(const char *name, sqlite3_file *file, int flags, int *opened) {
+  return system_files()->xOpen(system_files(), name, below(file), flags, opened);
+}
+
+/*
+ * SQLite takes no notice when the sync of a new log's folder fails, and makes none for a log that a killed process has
+ * left behind. Commits in a log without a name would be lost.
+ */
+int open_log_in(const FolderSync &names, const char *name, sqlite3_file *file, int flags, int *opened) noexcept {
+  if (!names.is_open()) {
+    return SQLITE_CANTOPEN;
+  }
+  const int code = open_below(name, file, flags, opened);
+  if (code == SQLITE_OK && !names.sync()) {
+    end_after_storage_failure(std::string("the folder of ") + name + " cannot be synced: " + std::strerror(errno));
+  }
+  return code;
+}
+
+int open_log(const char *name, sqlite3_file *file, int flags, int *opened) {
+  try {
+    return open_log_in(FolderSync(std::filesystem::path(name).parent_path()), name, file, flags, opened);
+  } catch (const std::bad_alloc &) {
+    return SQLITE_NOMEM;
+  }
+}
+
 int open_file(sqlite3_vfs *, const char *name, sqlite3_file *file, int flags, int *opened) {
+  const bool is_log = (flags & SQLITE_OPEN_WAL) != 0;
   file->pMethods = nullptr;
-  PageCapture *capture = (flags & SQLITE_OPEN_WAL) != 0 ? opening : nullptr;
+  PageCapture *capture = is_log ? opening : nullptr;
   reinterpret_cast<WatchedFile *>(file)->capture = capture;
-  const int code = system_files()->xOpen(system_files(), name, below(file), flags, opened);
+  below(file)->pMethods = nullptr;
+  const int code = is_log ? open_log(name, file, flags, opened) : open_below(name, file, flags, opened);
   if (below(file)->pMethods != nullptr) {
     file->pMethods = &methods;
     if (capture != nullptr) {
