@@ -74,12 +74,7 @@ class History {
   }
 
   void play() {
-    const std::vector<std::string> tables = sql_.tables();
-    life([&](zdb::DiskStore &store) {
-      run(tables, [&](const std::string &sql) { return store.run(sql, false, counts); });
-    });
-    const std::string answered = record_.take();
-    EXPECT_EQ(answered, run_on_model(tables));
+    set_up(sql_.tables());
     const int lives = 1 + sql_.below(3);
     for (int count = 0; count < lives && !testing::Test::HasFailure(); ++count) {
       std::vector<Branch> earlier;
@@ -90,7 +85,21 @@ class History {
     }
   }
 
+  void play(const std::vector<std::string> &tables, const Branch &branch) {
+    EXPECT_EQ(set_up(tables), std::string(tables.size(), '+'));
+    play(std::vector<Branch>(), branch);
+  }
+
  private:
+  std::string set_up(const std::vector<std::string> &tables) {
+    life([&](zdb::DiskStore &store) {
+      run(tables, [&](const std::string &sql) { return store.run(sql, false, counts); });
+    });
+    const std::string answered = record_.take();
+    EXPECT_EQ(answered, run_on_model(tables));
+    return answered;
+  }
+
   /* Runs the action over the store in a process of its own, which is killed then. */
   template <typename Action>
   void life(Action action) {
@@ -257,5 +266,80 @@ TEST(Histories, LeaveWhatPlainTransactionsLeave) {
   for (unsigned seed = first; seed < first + count; ++seed) {
     History(seed).play();
     ASSERT_FALSE(HasFailure()) << "seed " << seed;
+  }
+}
+
+/* Kinds of tables, and what makes them; T is the name. Each has rows with k, c and v. */
+constexpr const char *table_kinds[] = {
+    "create table T (k integer primary key, c, v unique)",
+    "create table T (k integer primary key autoincrement, c, v)",
+    "create table T (k text collate nocase primary key, c, v)",
+    "create table T (k, c, v)",
+    "create table T (k primary key, c, v)",
+    "create table T (k real primary key, c real, v)",
+    "create table T (k blob primary key, c, v any, check (rowid < 2000))",
+    "create table T (v real, c, k primary key) without rowid",
+    "create table T (c, k, v, primary key (c, k desc)) without rowid",
+    "create table T (k integer primary key, c, v, g as (c || v), s not null default (1 + 1), check (k < 2000))",
+    "create table T (k, c, v, g generated always as (k + 1) stored unique)",
+    "create table T (k, c, v); create unique index T_i on T (k, v) where c is not null; create index T_e on T (c || v)",
+    "create table T (k, c, v); create table T_log (e, k); create trigger T_i after insert on T begin "
+    "insert into T_log values ('in', new.k); end; create trigger T_d before delete on T begin "
+    "insert into T_log values ('out', old.k); insert into T_log values (changes(), last_insert_rowid()); end",
+    "create table T (k, c, v references T_p on delete cascade); create table T_p (i primary key)",
+};
+
+/* What a branch does to each of them. */
+constexpr const char *statement_forms[] = {
+    "delete from T",
+    "delete from T; insert into T (k, c, v) values (8, 8, 8)",
+    "delete from T where k > 1; insert into T (c, v, k) values ('new', 'er', 60)",
+    "update T set c = null",
+    "update T set k = k + 0.0",
+    "update T set k = -9223372036854775807 - 1 where k = 1",
+    "update T set k = k || 'x', v = v * 1.5; update or ignore T set k = 1; update or fail T set v = 1",
+    "update T set c = x.c from (select 'f' || v as c, k from T) as x where x.k = T.k returning k, c",
+    "insert into T (k, c, v) values (1, 'i', 'i') on conflict do update set c = excluded.c returning *",
+    "insert or replace into T (k, c, v) values (1, null, 3), (2.0, x'00', null), ('1', '', 5)",
+    "insert or ignore into T (k, c, v) select k + 1, c, v from T",
+    "insert into T (c, v) values (zeroblob(70000), 5); insert into T (c, v) values (changes(), last_insert_rowid())",
+    "alter table T add column d default 'old'; update T set c = 'late' where k = 1; delete from T where k = 2",
+    "alter table T add column d default 7; update T set d = null; insert or replace into T (k) values (3)",
+    "alter table T rename column c to cc; alter table T rename to T_new; update T_new set cc = cc || k",
+    "create table T_copy as select * from T; drop table T; create table T (k, c, v); insert into T values (1, 2, 3)",
+    "create index T_more on T (v, c); update T set v = 0; reindex T; analyze T",
+    ("create view T_v as select * from T; create trigger T_o instead of insert on T_v begin insert into T (k, c, v) "
+     "values (new.k, 1, 1); end; insert into T_v (k) values (77); drop view T_v"),
+};
+
+std::string with_name(std::string text, const std::string &name) {
+  for (std::size_t at = text.find('T'); at != std::string::npos; at = text.find('T', at + name.size())) {
+    text.replace(at, 1, name);
+  }
+  return text;
+}
+
+/* The statements for every table, not always beginning with the same one. */
+std::vector<std::string> for_all_kinds(std::size_t first, const std::function<std::string(const char *kind)> &text) {
+  std::vector<std::string> all;
+  for (std::size_t count = 0; count < std::size(table_kinds); ++count) {
+    const std::size_t kind = (first + count) % std::size(table_kinds);
+    all.push_back(with_name(text(table_kinds[kind]), "t" + std::to_string(kind)));
+  }
+  return all;
+}
+
+TEST(Forms, LeaveInTablesOfAllKindsWhatPlainTransactionsLeave) {
+  const auto tables = for_all_kinds(0, [](const char *kind) {
+    return std::string(kind) +
+           "; insert into T (k, c, v) values (1, 'one', 1), (2, 'two', 2.0), (3, 3, 'three'), (1001, x'01', 4); "
+           "delete from T where k = 1001";
+  });
+  for (std::size_t form = 0; form < std::size(statement_forms); ++form) {
+    const auto statements = for_all_kinds(form, [&](const char *) { return statement_forms[form]; });
+    for (const Ending ending : {Ending::commit, Ending::killed_then_commit, Ending::killed_then_roll_back}) {
+      History(0).play(tables, {statements, ending});
+      ASSERT_FALSE(HasFailure()) << statement_forms[form];
+    }
   }
 }
