@@ -219,41 +219,24 @@ TEST(Restart, MayDieAtAnyStepToo) {
   EXPECT_GT(step, 10U);
 }
 
-TEST(Restart, MakesEveryKindOfChangeAgain) {
-  const char *const changes =
-      "update acct set name = 'x' where id = 1; update acct set name = 'a' where id = 2; "
-      "update acct set name = 'b' where id = 1; "  // the two have exchanged a unique name
-      "update keyed set k = 'K', v = null; insert into keyed values ('it''s \"2', x'0001', 1.5); "
-      "insert into acct values (3, 1, null), (4, 1, null); delete from acct where id = 3; "
-      "update pairs set b = 3 - b where a = 1; update pairs set v = 'new' where a = 1 and b = 2; "
-      "delete from pairs where a = 2; insert into \"odd \"\"name\"\"\" values (7, '')";
-  const char *const all =
-      "select * from acct order by id; select k, v, r from keyed order by k; select * from pairs order by a, b; "
-      "select * from \"odd \"\"name\"\"\"";
+/* What a log holds may be in memory only, when the process before ended at a failed sync. */
+TEST(Restart, PutsTheLogsOnTheDiskAndKeepsTheOrderOfPreparation) {
   const Place place;
-  ASSERT_TRUE(survives(0, [&] {
+  ASSERT_FALSE(survives(never_reached, [&] {
     make_accounts(place);
     const auto server = open_bank(place);
     const Client client(server);
-    EXPECT_EQ(client.sql("create table keyed (k text not null primary key, v, r real unique); "
-                         "insert into keyed values ('k', 'old', 0.5); "
-                         "create table pairs (a, b, v, primary key (a, b)) without rowid; "
-                         "insert into pairs values (1, 1, 'p'), (2, 1, 'q'); "
-                         "create table \"odd \"\"name\"\"\" (\"the \"\"key\" integer primary key, v)"),
-              "#1#2");
-    EXPECT_EQ(client.dtm("begin", "b"), 0);
-    EXPECT_EQ(client.sql(changes).find('!'), std::string::npos);
-    Answered(place).add(client.sql(all));
-    client.work("z", "select * from acct");
-    EXPECT_EQ(client.dtm("prepare", "z"), 2);
-    EXPECT_EQ(client.dtm("prepare", "b"), 1);
+    client.work("b", transfer);
+    client.work("a", "select * from acct");
+    EXPECT_EQ(client.dtm("prepare", "b"), 2);
+    EXPECT_EQ(client.dtm("prepare", "a"), 2);
+    kill(getpid(), SIGKILL);
   }));
+  const auto log_size = [&](const char *name) { return std::filesystem::file_size(place.path() / "bank" / name); };
+  EXPECT_GT(log_size("data.db-wal"), 0U);
   EXPECT_TRUE(survives(0, [&] {
     const auto server = open_bank(place);
-    const Client client(server);
-    EXPECT_EQ(client.scan(), "z;b0") << "in the order of preparation, and a status";
-    EXPECT_FALSE(Answered(place).has(client.sql(all)));
-    EXPECT_EQ(client.dtm("commit", "b"), 7);
-    EXPECT_TRUE(Answered(place).has(client.sql(all))) << client.sql(all);
+    EXPECT_EQ(log_size("data.db-wal") + log_size("catalog.db-wal"), 0U);
+    EXPECT_EQ(Client(server).scan(), "b;a0") << "a status behind the names";
   }));
 }

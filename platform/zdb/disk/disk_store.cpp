@@ -22,7 +22,7 @@ DiskStore::DiskStore(const std::string &folder)
       queries_(catalog_path(folder)) {
   sqlite3_db_config(queries_.database().handle(), SQLITE_DBCONFIG_MAINDBNAME, "master");
   add_transactions_table(queries_.database(), lister_);
-  finish_writing();
+  put_on_disk();
   const int64_t mark = data_.mark();
   if (catalog_.is_old()) {
     require_settled(mark);
@@ -42,6 +42,16 @@ DiskStore::~DiskStore() {
   } catch (const std::exception &) {
     return;  // only a convenience for the next start
   }
+}
+
+/*
+ * What the logs hold need not be on the disk: a process that ended at a failed sync has left it in memory, where later
+ * syncs pass it over. Nobody may go by it before it is written into the files, and those are synced.
+ */
+void DiskStore::put_on_disk() {
+  catalog_.settle();
+  finish_writing();
+  data_.settle();
 }
 
 /* Before anybody reads the data: what the server was putting into them when it went away is put in again. */

@@ -47,6 +47,7 @@ class DiskStore final : public Store {
   void stop() override;
 
  private:
+  void put_on_disk();
   void finish_writing();
   void require_settled(int64_t mark);
   void take_up(const JournalRow &row, int64_t mark);
