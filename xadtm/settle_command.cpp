@@ -68,7 +68,9 @@ static bool is_there(const Session &session, const NamedBranch &branch) {
   if (std::any_of(xids.begin(), xids.end(), [&](const XID &xid) { return same_xid(xid, branch.xid); })) {
     return true;
   }
-  std::cerr << "xadtm: there is no branch of this name in doubt; xadtm branches lists those that are\n";
+  std::cerr << "xadtm: there is no branch of this name in doubt; xadtm branches lists those that are. A branch that is "
+               "not prepared is rolled back by its transaction manager, or by the server's operator: zdbd --admin DIR "
+               "list shows it, and zdbd --admin DIR rollback NAME ends it\n";
   return false;
 }
 

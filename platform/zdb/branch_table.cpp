@@ -84,7 +84,8 @@ std::vector<BranchRow> BranchTable::rows() const {
   std::vector<BranchRow> all;
   all.reserve(branches_.size());
   for (const auto &[name, branch] : branches_) {
-    all.push_back({name, branch.state, branch.since, branch.holder != 0});
+    const bool locks_data = branch.work != nullptr && branch.work->locks_data();
+    all.push_back({name, branch.state, branch.since, branch.holder != 0, locks_data});
   }
   return all;
 }
@@ -104,6 +105,16 @@ std::vector<std::string> BranchTable::orphans(Clock::time_point ended_before) co
   for (const auto &[name, branch] : branches_) {
     const bool ended = branch.state == ZDB_ENDED || branch.state == ZDB_SUSPENDED || branch.state == ZDB_MIGRATED;
     if (ended && !branch.busy && branch.since < ended_before) {
+      names.push_back(name);
+    }
+  }
+  return names;
+}
+
+std::vector<std::string> BranchTable::abort_only(Clock::time_point since_before) const {
+  std::vector<std::string> names;
+  for (const auto &[name, branch] : branches_) {
+    if (branch.state == ZDB_ABORT_ONLY && !branch.busy && branch.since < since_before) {
       names.push_back(name);
     }
   }

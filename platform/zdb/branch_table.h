@@ -63,6 +63,8 @@ class BranchTable {
   std::vector<std::string> held_by(int session) const;
   /* Branches that were ended before the time and that nobody holds, prepared or completed. */
   std::vector<std::string> orphans(Clock::time_point ended_before) const;
+  /* Branches that have been abort-only since before the time. */
+  std::vector<std::string> abort_only(Clock::time_point since_before) const;
   /* Names of the prepared and heuristically completed branches in the order of their preparation. */
   std::vector<std::string> in_doubt() const;
 

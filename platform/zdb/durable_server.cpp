@@ -1,5 +1,10 @@
-/* durable_server.cpp - undoes orphaned branches once they are older than the configuration allows. */
+/*
+ * durable_server.cpp - undoes orphaned branches once they are older than the configuration allows, and forgets those
+ * that were undone long ago.
+ */
 #include "durable_server.h"
+
+#include <algorithm>
 
 #include "disk_store.h"
 
@@ -7,6 +12,9 @@ namespace zdb {
 namespace {
 
 constexpr std::chrono::seconds round{1};
+
+/* An abort-only branch holds nothing; its entry only lets a manager that comes late learn that it was rolled back. */
+constexpr std::chrono::seconds abort_only_kept{600};
 
 }  // namespace
 
@@ -26,10 +34,11 @@ DurableServer::~DurableServer() {
 void DurableServer::look_after() {
   std::unique_lock<std::mutex> lock(mutex_);
   while (!changed_.wait_for(lock, round, [this] { return stopping_; })) {
-    const int64_t age = server_->store().setting(orphan_age_setting).value_or(0);
-    if (age > 0) {
-      server_->undo_orphans(Clock::now() - std::chrono::seconds(age));
+    const std::chrono::seconds age(server_->store().setting(orphan_age_setting).value_or(0));
+    if (age.count() > 0) {
+      server_->undo_orphans(Clock::now() - age);
     }
+    server_->forget_abort_only(Clock::now() - std::max(age, abort_only_kept));
   }
 }
 

@@ -52,6 +52,10 @@ std::string state_name(int32_t state) {
   }
 }
 
+std::string yes_or_no(bool yes) {
+  return yes ? "yes" : "no";
+}
+
 int64_t number_of(const std::string &text) {
   int64_t number = 0;
   const char *end = text.data() + text.size();
@@ -70,36 +74,73 @@ void say(Reply &reply, std::string text) {
 
 void list_branches(Server &server, const Arguments &, Reply &reply) {
   constexpr int32_t name_width = 255;
-  Result result = table(
-      {text_column("branch", name_width), text_column("state", 32), number_column("seconds"), text_column("held", 4)});
+  Result result = table({text_column("branch", name_width), text_column("state", 32), number_column("seconds"),
+                         text_column("held", 4), text_column("lock", 4)});
+  const bool locked = server.store().data_are_locked();
+  bool by_branch = false;
   for (const BranchRow &row : server.branches()) {
     const auto age = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - row.since);
-    result.rows.push_back(
-        {row.name, state_name(row.state), static_cast<int64_t>(age.count()), std::string(row.held ? "yes" : "no")});
+    result.rows.push_back({row.name, state_name(row.state), static_cast<int64_t>(age.count()), yes_or_no(row.held),
+                           yes_or_no(row.locks_data)});
+    by_branch = by_branch || row.locks_data;
   }
   reply.results.push_back(std::move(result));
+  if (locked && !by_branch) {
+    say(reply, "A statement outside branches has the lock of the data.");
+  }
 }
 
-void force_branch(Server &server, const std::string &name, bool commit, Reply &reply) {
-  if (!server.force(name, commit)) {
-    throw Refused("There is no prepared branch '" + name + "'. The command list shows the branches.");
-  }
-  say(reply, "Branch '" + name + "' is " + (commit ? "heuristically committed" : "heuristically rolled back") +
-                 ". It stays in the list until its transaction manager forgets it.");
+[[noreturn]] void refuse_unknown(const std::string &name) {
+  throw Refused("There is no branch '" + name + "'. The command list shows the branches.");
 }
+
+[[noreturn]] void refuse_settled(const std::string &name, int32_t state) {
+  throw Refused("Branch '" + name + "' is " + state_name(state) +
+                " already. It goes when its transaction manager, or xadtm forget, forgets it.");
+}
+
+constexpr const char *stays_until_forgotten = ". It stays in the list until its transaction manager forgets it.";
 
 void commit_branch(Server &server, const Arguments &arguments, Reply &reply) {
-  force_branch(server, arguments[0], true, reply);
+  const std::string &name = arguments[0];
+  const int32_t state = server.branch_state(name);
+  if (server.force(name, true)) {
+    say(reply, "Branch '" + name + "' is heuristically committed" + stays_until_forgotten);
+  } else if (state == ZDB_UNKNOWN) {
+    refuse_unknown(name);
+  } else if (state == ZDB_HEUR_COMMITTED || state == ZDB_HEUR_ROLLED_BACK) {
+    refuse_settled(name, state);
+  } else {
+    throw Refused("Branch '" + name + "' is " + state_name(state) +
+                  ", not prepared, and cannot be committed. The command rollback ends it.");
+  }
 }
 
 void roll_branch_back(Server &server, const Arguments &arguments, Reply &reply) {
-  force_branch(server, arguments[0], false, reply);
+  const std::string &name = arguments[0];
+  switch (server.roll_back_by_force(name)) {
+    case Server::Ending::unknown:
+      refuse_unknown(name);
+    case Server::Ending::settled_before:
+      refuse_settled(name, server.branch_state(name));
+    case Server::Ending::heuristic:
+      say(reply, "Branch '" + name + "' is heuristically rolled back" + stays_until_forgotten);
+      break;
+    case Server::Ending::undone:
+      say(reply, "Branch '" + name +
+                     "' was not prepared, and its work is undone. It stays in the list as abort only, so that its "
+                     "transaction manager learns of it; the same command again removes it.");
+      break;
+    case Server::Ending::forgotten:
+      say(reply, "Branch '" + name + "' was rolled back before; it is removed from the list.");
+      break;
+  }
 }
 
 void list_users(Server &server, const Arguments &, Reply &reply) {
   Result result = table({text_column("user", 64), text_column("dtm_tm_role", 4)});
   for (const User &user : server.store().users()) {
-    result.rows.push_back({user.name, std::string(user.dtm_role ? "yes" : "no")});
+    result.rows.push_back({user.name, yes_or_no(user.dtm_role)});
   }
   reply.results.push_back(std::move(result));
 }
@@ -150,7 +191,7 @@ struct Command {
 constexpr Command commands[] = {
     {"list", 0, "list                     the branches with their states and ages", list_branches},
     {"commit", 1, "commit BRANCH            commits a prepared branch past its transaction manager", commit_branch},
-    {"rollback", 1, "rollback BRANCH          rolls a prepared branch back past its transaction manager",
+    {"rollback", 1, "rollback BRANCH          rolls a branch back past its transaction manager, prepared or not",
      roll_branch_back},
     {"users", 0, "users                    who can log in", list_users},
     {"add-user", 3, "add-user USER dtm|plain  adds or replaces a login; the password is read from standard input",

@@ -184,11 +184,7 @@ bool Server::force(const std::string &name, bool commit) {
   if (branch == nullptr || branch->state != ZDB_PREPARED) {
     return false;
   }
-  with_work(lock, name, [&](Work &work) { work.settle(commit); });
-  if (branches_.find(name) == nullptr) {
-    return true;  // the server shuts down
-  }
-  branches_.change(name, commit ? ZDB_HEUR_COMMITTED : ZDB_HEUR_ROLLED_BACK, 0);
+  settle(lock, name, commit);
   return true;
 }
 
@@ -209,6 +205,56 @@ void Server::undo_orphans(Clock::time_point ended_before) {
     const Branch *branch = branches_.find(name);
     if (branch != nullptr && !branch->busy && branch->state != ZDB_ATTACHED && branch->since < ended_before) {
       undo(lock, name);
+    }
+  }
+}
+
+Server::Ending Server::roll_back_by_force(const std::string &name) {
+  Lock lock(mutex_);
+  const bool may_run_sql = branches_.state(name) == ZDB_ATTACHED;
+  const Branch *branch = wait_until_idle(lock, name, may_run_sql);
+  switch (branch == nullptr ? ZDB_UNKNOWN : branch->state) {
+    case ZDB_UNKNOWN:
+      return Ending::unknown;
+    case ZDB_PREPARED:
+      settle(lock, name, false);
+      return Ending::heuristic;
+    case ZDB_HEUR_COMMITTED:
+    case ZDB_HEUR_ROLLED_BACK:
+      return Ending::settled_before;
+    case ZDB_ABORT_ONLY:
+      branches_.remove(name);
+      return Ending::forgotten;
+    default:
+      undo(lock, name);
+  }
+  const int32_t left = branches_.state(name);
+  if (left != ZDB_UNKNOWN && left != ZDB_ABORT_ONLY) {
+    throw StoreError(message_storage, "The branch's work cannot be undone now. Look at the server's disk.");
+  }
+  return Ending::undone;
+}
+
+/* Gives an idle prepared branch a heuristic outcome. */
+void Server::settle(Lock &lock, const std::string &branch, bool commit) {
+  with_work(lock, branch, [&](Work &work) { work.settle(commit); });
+  if (branches_.find(branch) != nullptr) {  // else the server shuts down
+    branches_.change(branch, commit ? ZDB_HEUR_COMMITTED : ZDB_HEUR_ROLLED_BACK, 0);
+  }
+}
+
+bool Server::is_at_hand(const std::string &branch) const {
+  return std::any_of(clients_.begin(), clients_.end(), [&](const auto &entry) {
+    const std::vector<std::string> &names = entry.second->attached;
+    return std::find(names.begin(), names.end(), branch) != names.end();
+  });
+}
+
+void Server::forget_abort_only(Clock::time_point since_before) {
+  const Lock lock(mutex_);
+  for (const std::string &name : branches_.abort_only(since_before)) {
+    if (!is_at_hand(name)) {
+      branches_.remove(name);
     }
   }
 }

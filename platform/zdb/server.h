@@ -43,9 +43,18 @@ class Server {
   std::vector<BranchRow> branches() const;
   /* Gives a prepared branch a heuristic outcome; false unless it is prepared. Throws StoreError. */
   bool force(const std::string &name, bool commit);
+  /* What an operator's rollback came to. */
+  enum class Ending : uint8_t { unknown, settled_before, heuristic, undone, forgotten };
+  /*
+   * Ends a branch in whatever state: one that is prepared gets a heuristic outcome; the work of one that is not is
+   * undone, and it becomes abort-only; one that is abort-only is forgotten. Throws StoreError.
+   */
+  Ending roll_back_by_force(const std::string &name);
   bool plant_prepared(const std::string &name);
   /* Undoes the work of branches that were ended before the time and left alone since; they become abort-only. */
   void undo_orphans(Clock::time_point ended_before);
+  /* Forgets branches that became abort-only before the time, but for those that a living session still has at hand. */
+  void forget_abort_only(Clock::time_point since_before);
 
   /* Null: the sessions of every user. Returns how many broke off. */
   int32_t break_sessions(const char *user);
@@ -84,6 +93,8 @@ class Server {
   Branch *wait_until_idle(Lock &lock, const std::string &branch, bool interrupt);
   int32_t carry_out(Lock &lock, const DtmRequest &request, int session);
   void undo(Lock &lock, const std::string &branch);
+  void settle(Lock &lock, const std::string &branch, bool commit);
+  bool is_at_hand(const std::string &branch) const;
   void break_off(Lock &lock, int session);
 
   bool may_use_dtm(const Client &client, Message &refusal) const;

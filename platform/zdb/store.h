@@ -67,6 +67,8 @@ class Work {
 
   /* Makes a run() that is under way on another thread fail soon. */
   virtual void interrupt() = 0;
+  /* Whether it keeps others from changing the data. May be asked on any thread. */
+  virtual bool locks_data() const { return false; }
 };
 
 /* A branch as the transaction table shows it. */
@@ -75,6 +77,7 @@ struct BranchRow {
   int32_t state = 0;
   Clock::time_point since; /* when it entered the state */
   bool held = false;       /* a session holds it */
+  bool locks_data = false; /* others cannot change the data */
 };
 
 /* A branch that was there when the store was opened: prepared, or with a heuristic outcome. */
@@ -114,6 +117,8 @@ class Store {
   virtual void set_setting(const std::string &name, std::optional<int64_t> value) = 0;
 
   virtual std::shared_ptr<Work> make_work(const std::string &branch) = 0;
+  /* Whether anybody, a branch or a statement outside of branches, keeps others from changing the data. */
+  virtual bool data_are_locked() { return false; }
   /*
    * Outside any branch every statement commits by itself. Of a client whose branch was rolled back without its doing
    * only the catalog's queries are taken: it would take the rest for work in the branch.

@@ -84,7 +84,7 @@ TEST(Settle, outcomes_reach_the_server_and_show_in_the_exit_status) {
     std::string message;
   } const steps[] = {
       {"commit 5841_l34_og_:L1 --yes", 0, "xa_commit: XA_OK (0)"},
-      {"commit 5841_l34_og_:L1 --yes", 3, "no branch of this name"},
+      {"commit 5841_l34_og_:L1 --yes", 3, "zdbd --admin DIR rollback NAME ends it"},
       {"rollback 5841_l38_og_:L1 --yes", 0, "xa_rollback: XA_OK (0)"},
       {"commit 5841_l3c_og_:L1 --yes", 5, "XA_HEURCOM (7)\nxadtm: commit was not done: it had been committed before"},
       {"forget 5841_l3c_og_:L1 --yes", 0, "xa_forget: XA_OK (0)"},

@@ -458,7 +458,7 @@ TEST_F(Operators, SettleBranchesByForce) {
   one.work("b", "update acct set v = 1 where id = 1");
   EXPECT_EQ(operate(*server, "commit", {"b"}).substr(0, 5), "!3110") << "it is not prepared";
   EXPECT_EQ(one.dtm("prepare", "b"), 2);
-  EXPECT_EQ(operate(*server, "list", {}), "b|prepared|0|no ");
+  EXPECT_EQ(operate(*server, "list", {}), "b|prepared|0|no|yes ");
   EXPECT_NE(operate(*server, "commit", {"b"}).find("heuristically committed"), std::string::npos);
   EXPECT_EQ(value(), "1#1");
   EXPECT_EQ(other.sql("update acct set v = 2 where id = 1"), "#1") << "the lock is free";
@@ -470,6 +470,89 @@ TEST_F(Operators, SettleBranchesByForce) {
   EXPECT_EQ(operate(*server, "rollback", {"b"}).front(), ' ');
   EXPECT_EQ(server->branch_state("b"), ZDB_HEUR_ROLLED_BACK);
   EXPECT_EQ(value(), "2#1");
+}
+
+TEST_F(Operators, EndBranchesInAnyStateAndSeeWhoHasTheLock) {
+  struct Case {
+    std::vector<std::string> steps;
+    const char *listed; /* held, lock */
+    const char *commit; /* how the operator's commit and rollback are answered */
+    const char *rollback;
+    int32_t left;
+  };
+  const char *const undone = " Branch 'b' was not prepared, and its work is undone.";
+  const Case cases[] = {
+      {{"begin"}, "attached|0|yes|yes ", "is attached, not", undone, ZDB_ABORT_ONLY},
+      {{"begin", "end"}, "ended|0|no|yes ", "is ended, not", undone, ZDB_ABORT_ONLY},
+      {{"begin", "suspend"}, "suspended|0|no|yes ", "is suspended, not", undone, ZDB_ABORT_ONLY},
+      {{"begin", "undo"},
+       "abort only|0|no|no ",
+       "is abort only, not",
+       " Branch 'b' was rolled back before",
+       ZDB_UNKNOWN},
+      {{"begin", "prepare", "heuristic"},
+       "heuristically committed|0|no|no ",
+       "committed already. It goes when",
+       "!3110 Branch 'b' is heuristically committed already",
+       ZDB_HEUR_COMMITTED},
+      {{}, "", "no branch 'b'", "!3110 There is no branch 'b'. The command list", ZDB_UNKNOWN},
+  };
+  for (const Case &row : cases) {
+    for (const std::string &step : row.steps) {
+      EXPECT_TRUE(step == "heuristic" ? server->force("b", true)
+                  : step == "undo"    ? operate(*server, "rollback", {"b"}).front() == ' '
+                                      : one.dtm(step, "b") >= 0);
+      EXPECT_TRUE(step != "begin" || one.sql("update acct set v = 0") == "#2");
+    }
+    const std::string listed = operate(*server, "list", {});
+    EXPECT_EQ(listed, row.steps.empty() ? " " : std::string("b|") + row.listed);
+    EXPECT_NE(operate(*server, "commit", {"b"}).find(row.commit), std::string::npos) << listed;
+    EXPECT_EQ(operate(*server, "rollback", {"b"}).substr(0, std::string(row.rollback).size()), row.rollback);
+    EXPECT_EQ(server->branch_state("b"), row.left) << listed;
+    const bool committed = row.left == ZDB_HEUR_COMMITTED;
+    EXPECT_EQ(other.sql("update acct set v = 100"), "#2") << "the lock is free";
+    one.dtm(committed ? "forget" : "rollback", "b");
+  }
+}
+
+TEST_F(Operators, EndABranchWhoseStatementDoesNotEnd) {
+  EXPECT_EQ(one.dtm("begin", "b"), 0);
+  EXPECT_EQ(one.sql("update acct set v = 1"), "#2");
+  std::thread endless = meanwhile([&] {
+    EXPECT_EQ(one.sql("with recursive n(i) as (select 1 union all select i + 1 from n) select count(*) from n"),
+              "!3107");
+  });
+  operate(*server, "rollback", {"b"});
+  endless.join();
+  EXPECT_EQ(value(), "100#1");
+  EXPECT_EQ(one.sql("update acct set v = 7"), "!3111") << "it is not to run outside the branch";
+  EXPECT_EQ(one.dtm("end", "b"), ZDB_ABORT_ONLY);
+  std::thread alone = meanwhile([&] {
+    other.sql("insert into acct with recursive n(i) as (select 9 union all select i + 1 from n) select i, 1 from n");
+  });
+  EXPECT_EQ(operate(*server, "list", {}),
+            "b|abort only|0|no|no A statement outside branches has the lock of the data.");
+  server->shut_down();
+  alone.join();
+}
+
+TEST_F(Losses, LeaveNoEntriesForEver) {
+  one.work("new", "select 1");
+  EXPECT_EQ(one.dtm("begin", "at hand"), 0);
+  one.work("prepared", "select 1");
+  EXPECT_EQ(one.dtm("prepare", "prepared"), 2);
+  { Client(server).dtm("begin", "left"); }
+  EXPECT_NE(operate(*server, "rollback", {"at hand"}).find("undone"), std::string::npos);
+  server->forget_abort_only(zdb::Clock::now() - 1h);
+  EXPECT_EQ(server->branch_state("left"), ZDB_ABORT_ONLY);
+  server->forget_abort_only(zdb::Clock::now() + 1h);
+  EXPECT_EQ(server->branch_state("left"), ZDB_UNKNOWN);
+  EXPECT_EQ(server->branch_state("at hand"), ZDB_ABORT_ONLY) << "its session has yet to learn of it";
+  EXPECT_EQ(server->branch_state("new"), ZDB_ENDED);
+  EXPECT_EQ(server->branch_state("prepared"), ZDB_PREPARED);
+  EXPECT_EQ(one.dtm("end", "at hand"), ZDB_ABORT_ONLY);
+  server->forget_abort_only(zdb::Clock::now() + 1h);
+  EXPECT_EQ(server->branch_state("at hand"), ZDB_UNKNOWN);
 }
 
 TEST_F(Operators, LookAfterUsersAndSettings) {

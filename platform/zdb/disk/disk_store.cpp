@@ -101,7 +101,7 @@ void DiskStore::take_up(const JournalRow &row, int64_t mark) {
   if (row.state == ZDB_HEUR_COMMITTED && has_pages) {
     work->settle(true);
   }
-  kept_.push_back({{row.branch, row.state, row.since, false}, work});
+  kept_.push_back({{row.branch, row.state, row.since, false, false}, work});
 }
 
 DiskParts DiskStore::parts() {

@@ -43,6 +43,7 @@ class DiskStore final : public Store {
   }
 
   std::shared_ptr<Work> make_work(const std::string &branch) override;
+  bool data_are_locked() override { return data_.write_lock().is_held(); }
   SqlOutcome run(const std::string &sql, bool branch_lost, SqlCounts &counts) override;
   void stop() override;
 

@@ -45,6 +45,7 @@ class DiskWork final : public Work {
   void settle(bool commit) override;
   void forget() override;
   void interrupt() override;
+  bool locks_data() const override { return hold_.held(); }
 
  private:
   SqlOutcome run_in_transaction(const std::string &sql, SqlCounts &counts);

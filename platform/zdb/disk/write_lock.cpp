@@ -32,6 +32,11 @@ void WriteLock::wake() {
   changed_.notify_all();
 }
 
+bool WriteLock::is_held() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return held_;
+}
+
 WriteLock::Answer WriteHold::take(std::chrono::milliseconds limit, const std::atomic<bool> &give_up) {
   const WriteLock::Answer answer = lock_.take(limit, give_up);
   held_ = answer == WriteLock::Answer::taken;

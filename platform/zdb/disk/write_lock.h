@@ -22,16 +22,17 @@ class WriteLock {
   Answer take(std::chrono::milliseconds limit, const std::atomic<bool> &give_up);
   void release();
   void wake();
+  bool is_held() const;
 
  private:
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::condition_variable changed_;
   bool held_ = false;
   std::deque<uint64_t> waiting_; /* the waiters' numbers, first come first */
   uint64_t last_number_ = 0;
 };
 
-/* The lock held, or not; released at the end of life. */
+/* The lock held, or not; released at the end of life. Any thread may ask whether it is. */
 class WriteHold {
  public:
   explicit WriteHold(WriteLock &lock) : lock_(lock) {}
@@ -45,7 +46,7 @@ class WriteHold {
 
  private:
   WriteLock &lock_;
-  bool held_ = false;
+  std::atomic<bool> held_{false};
 };
 
 }  // namespace zdb
