@@ -45,10 +45,7 @@ class Listener {
   /* Takes a line of the server's log, from one thread at a time. */
   using Log = std::function<void(const std::string &)>;
 
-  /*
-   * Throws std::runtime_error, with what to do about it, when the path cannot be listened on. Two servers that are
-   * started on one path at the very same moment may not notice each other.
-   */
+  /* Throws std::runtime_error, with what to do about it, when the path cannot be listened on. */
   Listener(const std::string &path, mode_t permissions, Service &service, Log log,
            std::chrono::milliseconds stall_limit = default_stall_limit);
   Listener(const Listener &) = delete;

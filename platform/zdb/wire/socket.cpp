@@ -1,15 +1,19 @@
 /* socket.cpp - see the header. */
 #include "socket.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <stdexcept>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 namespace zdb {
@@ -36,6 +40,44 @@ const sockaddr *general(const sockaddr_un &address) {
 [[noreturn]] void refuse_path(const std::string &path, int error) {
   refuse_path(path, error_text(error) + ". Check that its folder exists and that this user may write there.");
 }
+
+std::string folder_of(const std::string &path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+/*
+ * The turn of one process at a time at the sockets of a folder. Whether a file is stale, its removal, and the making of
+ * the next one until it listens are many steps; between them another server could remove what this one has just made.
+ * The lock is the folder's own, so that nothing is left behind and a killed process keeps nobody waiting.
+ */
+class FolderTurn {
+ public:
+  /* Throws std::runtime_error when the folder cannot be had. */
+  explicit FolderTurn(const std::string &path)
+      : folder_(open(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    if (!folder_) {
+      refuse_path(path, errno);
+    }
+    const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (flock(folder_.number(), LOCK_EX | LOCK_NB) != 0) {
+      if (errno != EWOULDBLOCK && errno != EINTR) {
+        refuse_path(path, errno);
+      }
+      if (std::chrono::steady_clock::now() > patience) {
+        refuse_path(path, "another process keeps its folder locked. Look for it with lsof, or choose another path.");
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+  }
+  /* Closing alone would not end it while a process that was forked meanwhile has the descriptor, too. */
+  ~FolderTurn() { (void)flock(folder_.number(), LOCK_UN); }
+  FolderTurn(const FolderTurn &) = delete;
+  FolderTurn &operator=(const FolderTurn &) = delete;
+
+ private:
+  Descriptor folder_;
+};
 
 /* The file of a server that died is in the way of its successor, and nobody else removes it. */
 void remove_stale_file(const std::string &path) {
@@ -111,6 +153,7 @@ Descriptor connect_socket(const std::string &path, bool patient, int &error) {
 
 SocketFile::SocketFile(const std::string &path, mode_t permissions) : path_(path) {
   check_socket_path(path);
+  const FolderTurn turn(path);
   make_way(path);
   const sockaddr_un address = address_of(path);
   socket_ = Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -139,12 +182,20 @@ void SocketFile::shut_down() const noexcept {
 }
 
 void SocketFile::remove() noexcept {
-  struct stat status {};
-  /* Our socket, still open, keeps the inode's number from being given to another file. */
-  if (inode_ != 0 && lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_) {
-    (void)unlink(path_.c_str());
+  const ino_t inode = std::exchange(inode_, 0);
+  if (inode == 0) {
+    return;
   }
-  inode_ = 0;
+  try {
+    const FolderTurn turn(path_);
+    struct stat status {};
+    /* Our socket, still open, keeps the inode's number from being given to another file. */
+    if (lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode) {
+      (void)unlink(path_.c_str());
+    }
+  } catch (const std::exception &) {
+    return;  // it stays, as after a crash, and is in nobody's way
+  }
 }
 
 }  // namespace zdb

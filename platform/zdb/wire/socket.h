@@ -43,7 +43,8 @@ Descriptor connect_socket(const std::string &path, bool patient, int &error);
 
 /*
  * The file and the socket on which a server listens. Making it replaces the file of a server that is gone; it throws
- * std::runtime_error, with what to do about it, when that cannot be.
+ * std::runtime_error, with what to do about it, when that cannot be. Of several that are made for one path at the same
+ * moment, in whatever processes, one is.
  */
 class SocketFile {
  public:
