@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-#include "disk_store.h"
+#include "store_opening.h"
 
 namespace zdb {
 namespace {
@@ -19,7 +19,7 @@ constexpr std::chrono::seconds abort_only_kept{600};
 }  // namespace
 
 DurableServer::DurableServer(const std::string &folder)
-    : server_(std::make_shared<Server>(std::make_unique<DiskStore>(folder))), thread_([this] { look_after(); }) {}
+    : server_(std::make_shared<Server>(open_store(folder))), thread_([this] { look_after(); }) {}
 
 DurableServer::~DurableServer() {
   {

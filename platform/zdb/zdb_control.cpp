@@ -8,7 +8,6 @@
 
 #include <cstring>
 #include <exception>
-#include <filesystem>
 
 #include "directory.h"
 #include "folder.h"
@@ -50,7 +49,7 @@ int32_t zdb_open_folder(const char *server, const char *folder) {
     return 0;
   }
   try {
-    if (!std::filesystem::exists(folder)) {
+    if (!zdb::is_made(folder)) {
       zdb::create_folder(folder);
     }
     return zdb::add_durable_server(server, folder) ? 1 : 0;

@@ -6,6 +6,7 @@
  */
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +16,8 @@
 #include <vector>
 
 #include "bank.h"
+#include "folder.h"
+#include "store_opening.h"
 
 namespace {
 
@@ -169,6 +172,30 @@ void check_after_crash(const Place &place, const Story &story) {
   }
 }
 
+/* Makes the folder, unless it is made; then it must be of use. */
+void make_again(const Place &place) {
+  if (!zdb::is_made(place.folder())) {
+    zdb::create_folder(place.folder());
+  }
+  zdb::open_store(place.folder())->add_user("sa", "pw", true);
+  EXPECT_TRUE(zdb::open_store(place.folder())->has_dtm_role("sa"));
+  EXPECT_FALSE(std::filesystem::exists(place.folder() + "/making"));
+}
+
+/* No file may grow beyond the size; that of the socket to the test's output does not count. */
+void make_on_full_disk(const Place &place, rlim_t size) {
+  std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit limit{size, RLIM_INFINITY};
+  EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  try {
+    zdb::create_folder(place.folder());
+  } catch (const std::runtime_error &error) {
+    const std::string text = error.what();
+    EXPECT_NE(text.find(".db ("), std::string::npos) << text;
+    EXPECT_NE(text.find("repeat zdbd --init " + place.folder()), std::string::npos) << text;
+  }
+}
+
 class Crash : public testing::TestWithParam<Story> {};
 
 }  // namespace
@@ -194,6 +221,35 @@ INSTANTIATE_TEST_SUITE_P(Ends, Crash,
                                          Story{{"commit1"}, true}, Story{{"prepare", "force commit"}, true},
                                          Story{{"prepare", "force commit", "forget"}, true},
                                          Story{{"prepare", "force rollback", "forget"}, false}));
+
+TEST(Making, CanBeRepeatedAfterADeathAtAnyStep) {
+  const Place place;
+  uint64_t step = 1;
+  while (!survives(step, [&] { zdb::create_folder(place.folder()); })) {
+    EXPECT_TRUE(survives(0, [&] { make_again(place); }));
+    ASSERT_FALSE(HasFailure()) << "after a crash at step " << step;
+    std::filesystem::remove_all(place.folder());
+    ++step;
+  }
+  EXPECT_GT(step, 10U);
+}
+
+TEST(Making, CanBeRepeatedOnceAFullDiskHasRoom) {
+  const Place place;
+  int failures = 0;
+  for (rlim_t size = 0; failures >= 0; size += 1500) {
+    EXPECT_TRUE(survives(0, [&] { make_on_full_disk(place, size); }));
+    const bool made = zdb::is_made(place.folder());
+    EXPECT_TRUE(survives(0, [&] { make_again(place); }));
+    ASSERT_FALSE(HasFailure()) << "with a disk of " << size;
+    if (made) {
+      break;
+    }
+    ++failures;
+    std::filesystem::remove_all(place.folder());
+  }
+  EXPECT_GT(failures, 10);
+}
 
 TEST(Restart, MayDieAtAnyStepToo) {
   const Place place;

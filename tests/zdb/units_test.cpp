@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <fstream>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -11,6 +13,7 @@
 #include "folder.h"
 #include "passwords.h"
 #include "sql_text.h"
+#include "store_opening.h"
 #include "watched_files.h"
 #include "write_lock.h"
 
@@ -123,6 +126,80 @@ TEST(Work, CostsTheSyncsThatItPromises) {
   EXPECT_EQ(cost("insert into t values (4)", &Work::commit), 1U);
   EXPECT_EQ(cost("select * from t", &Work::commit), 0U);
   EXPECT_EQ(cost("insert into t values (5)", &Work::roll_back), 0U);
+}
+
+/* What the action throws says all of these, in their order. */
+void expect_refusal(const std::function<void()> &action, std::initializer_list<std::string> parts) {
+  try {
+    action();
+    ADD_FAILURE() << "no refusal: " << *parts.begin();
+  } catch (const std::runtime_error &error) {
+    std::size_t at = 0;
+    for (const std::string &part : parts) {
+      at = std::string(error.what()).find(part, at);
+      EXPECT_NE(at, std::string::npos) << error.what() << " lacks " << part;
+    }
+  }
+}
+
+TEST(Folder, IsNotMadeOverWhatIsNotItsOwn) {
+  struct Case {
+    std::vector<std::string> files;
+    const char *names;
+  };
+  const Case cases[] = {{{"letter"}, "letter"},
+                        {{"making", "data.db", "letter"}, "letter"},
+                        {{"data.db"}, "data.db"},
+                        {{"catalog.db-wal"}, "catalog"}};
+  for (const Case &one_case : cases) {
+    const Place place;
+    std::filesystem::create_directory(place.folder());
+    for (const std::string &name : one_case.files) {
+      std::ofstream(place.folder() + "/" + name) << "mine";
+    }
+    expect_refusal([&] { zdb::create_folder(place.folder()); }, {place.folder(), one_case.names});
+    for (const std::string &name : one_case.files) {
+      EXPECT_EQ(std::filesystem::file_size(place.folder() + "/" + name), 4U) << name;
+    }
+  }
+  const Place place;
+  std::ofstream(place.folder()).close();
+  std::filesystem::permissions(place.folder(), std::filesystem::perms::owner_read);
+  expect_refusal([&] { zdb::create_folder(place.folder()); }, {"no folder"});
+  EXPECT_EQ(std::filesystem::status(place.folder()).permissions(), std::filesystem::perms::owner_read);
+}
+
+TEST(Folder, NamesTheFileThatKeepsItFromOpening) {
+  const Place place;
+  const auto file = [&](const std::string &name) { return place.folder() + "/" + name; };
+  const std::string bytes(20'000, 'x');
+  struct Case {
+    const char *name;
+    std::function<void(const std::string &)> harm;
+    const char *advice;
+  };
+  const Case cases[] = {
+      {"catalog.db", [](const std::string &path) { std::filesystem::remove(path); }, "Put back the folder's backup"},
+      {"data.db", [](const std::string &path) { std::filesystem::remove(path); }, "Put back the folder's backup"},
+      {"catalog.db", [&](const std::string &path) { std::ofstream(path) << bytes; }, "Put back the folder's backup"},
+      {"data.db", [](const std::string &path) { std::ofstream(path).flush(); }, "Put back the folder's backup"},
+      {"catalog.db", [](const std::string &path) { std::filesystem::resize_file(path, 5000); }, "Put back"},
+      {"data.db", [](const std::string &path) { std::filesystem::resize_file(path, 100); }, "Put back"},
+      {"lock", [](const std::string &path) { std::filesystem::remove(path); }, "make an empty file of this name"},
+  };
+  for (const Case &one_case : cases) {
+    std::filesystem::remove_all(place.folder());
+    zdb::create_folder(place.folder());
+    one_case.harm(file(one_case.name));
+    const bool left = std::filesystem::exists(file(one_case.name));
+    expect_refusal([&] { zdb::open_store(place.folder()); }, {file(one_case.name), one_case.advice});
+    EXPECT_EQ(std::filesystem::exists(file(one_case.name)), left) << "an empty one in its place would hide the loss";
+  }
+  std::filesystem::remove_all(place.folder());
+  std::filesystem::create_directory(place.folder());
+  expect_refusal([&] { zdb::open_store(place.folder()); }, {"Make one with zdbd --init"});
+  std::ofstream(file("making")).close();
+  expect_refusal([&] { zdb::open_store(place.folder()); }, {"its --init was broken off. Repeat zdbd --init"});
 }
 
 TEST(Folder, IsMadeOnceForItsOwnerAndUsedByOne) {

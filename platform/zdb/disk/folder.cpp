@@ -1,4 +1,7 @@
-/* folder.cpp - the lock is one on an open file, so that it ends with its process however that ends. */
+/*
+ * folder.cpp - the lock is one on an open file, so that it ends with its process however that ends. The file's name
+ * comes last in the making of a folder.
+ */
 #include "folder.h"
 
 #include <fcntl.h>
@@ -6,12 +9,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
+#include <vector>
 
 #include "catalog.h"
+#include "crash_points.h"
 #include "data_file.h"
 #include "folder_sync.h"
 
@@ -22,8 +30,8 @@ std::string lock_path(const std::string &folder) {
   return folder + "/lock";
 }
 
-int open_lock(const std::string &folder, int more_flags) {
-  return open(lock_path(folder).c_str(), O_RDWR | O_CLOEXEC | more_flags, S_IRUSR | S_IWUSR);
+int open_lock(const std::string &folder) {
+  return open(lock_path(folder).c_str(), O_RDWR | O_CLOEXEC);
 }
 
 std::runtime_error system_failure(const std::string &what) {
@@ -35,6 +43,124 @@ void require_synced(const std::string &folder) {
   if (!names.is_open() || !names.sync()) {
     throw system_failure("cannot sync the folder " + folder);
   }
+}
+
+constexpr std::array<const char *, 4> database_endings = {"", "-wal", "-shm", "-journal"};
+
+/* Marks a folder that is being made, or whose making was broken off. It becomes the lock file, which a made one has. */
+std::string making_path(const std::string &folder) {
+  return folder + "/making";
+}
+
+std::vector<std::string> database_files(const std::string &folder) {
+  std::vector<std::string> files;
+  for (const char *ending : database_endings) {
+    files.push_back(catalog_path(folder) + ending);
+    files.push_back(data_path(folder) + ending);
+  }
+  return files;
+}
+
+std::string repeat_advice(const std::string &folder) {
+  return ". Then repeat zdbd --init " + folder;
+}
+
+void require_unmade(const std::string &folder) {
+  if (is_made(folder)) {
+    throw std::runtime_error(folder +
+                             " is a server's folder already. It needs no --init; removing it would lose its data");
+  }
+}
+
+/* Nothing is touched in a folder that holds anything else than what a making that was broken off has left. */
+void require_own_files(const std::string &folder) {
+  if (!std::filesystem::exists(folder)) {
+    return;
+  }
+  if (!std::filesystem::is_directory(folder)) {
+    throw std::runtime_error(folder + " is no folder. Give one that is empty or does not exist");
+  }
+  std::vector<std::string> own = database_files(folder);
+  own.push_back(making_path(folder));
+  const bool is_marked = std::filesystem::exists(making_path(folder));
+  for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+    if (!is_marked || std::find(own.begin(), own.end(), folder + "/" + entry.path().filename().string()) == own.end()) {
+      throw std::runtime_error(folder + " is not empty: it holds " + entry.path().filename().string() +
+                               ". Give a folder that is empty or does not exist");
+    }
+  }
+}
+
+/* The right to make the folder, and its mark. */
+class Making {
+ public:
+  /* Removes what an earlier making has left. */
+  explicit Making(const std::string &folder)
+      : folder_(folder), file_(open(making_path(folder).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR)) {
+    if (file_ < 0) {
+      throw system_failure("cannot make " + making_path(folder));
+    }
+    try {
+      begin();
+    } catch (...) {
+      close(file_);
+      throw;
+    }
+    crash_point();
+  }
+  ~Making() { close(file_); }
+  Making(const Making &) = delete;
+  Making &operator=(const Making &) = delete;
+
+  void finish() const {
+    crash_point();
+    if (rename(making_path(folder_).c_str(), lock_path(folder_).c_str()) != 0) {
+      throw system_failure("cannot make " + lock_path(folder_));
+    }
+    crash_point();
+    require_synced(folder_);
+  }
+
+ private:
+  void begin() const {
+    if (flock(file_, LOCK_EX | LOCK_NB) != 0) {
+      throw std::runtime_error(folder_ + " is being made by another process. Wait for its end");
+    }
+    if (is_made(folder_)) {
+      unlink(making_path(folder_).c_str());  // another process has made it meanwhile, and this mark is ours
+      require_unmade(folder_);
+    }
+    for (const std::string &file : database_files(folder_)) {
+      if (unlink(file.c_str()) != 0 && errno != ENOENT) {
+        throw system_failure("cannot remove " + file + ", which an earlier --init has left");
+      }
+    }
+  }
+
+  const std::string &folder_;
+  const int file_;
+};
+
+void make_database(const std::string &folder, const std::string &file, void (*create)(const std::string &)) {
+  try {
+    create(file);
+  } catch (const SqliteError &error) {
+    throw std::runtime_error("cannot make " + file + " (" + error.what() + "). See that its disk has room" +
+                             repeat_advice(folder));
+  }
+}
+
+/* Why a folder has no lock file. */
+std::string unmade_reason(const std::string &folder, int error) {
+  if (std::filesystem::exists(making_path(folder))) {
+    return folder + " is not ready, since its --init was broken off. Repeat zdbd --init " + folder;
+  }
+  if (std::filesystem::exists(catalog_path(folder))) {
+    return lock_path(folder) +
+           " is missing. If the folder was put back from a backup that left it out, make an empty file of this name";
+  }
+  return folder + " is no server's folder, or not yours (" + std::strerror(error) + "). Make one with zdbd --init " +
+         folder;
 }
 
 }  // namespace
@@ -51,37 +177,31 @@ std::string control_path(const std::string &folder) {
   return folder + "/control";
 }
 
-/* The lock file comes last: with it the folder is a server's. */
+bool is_made(const std::string &folder) {
+  return std::filesystem::exists(lock_path(folder));
+}
+
 void create_folder(const std::string &folder) {
-  if (std::filesystem::exists(lock_path(folder))) {
-    throw std::runtime_error(folder +
-                             " is a server's folder already. It needs no --init; removing it would lose its data");
-  }
-  if (std::filesystem::exists(folder) && !std::filesystem::is_empty(folder)) {
-    throw std::runtime_error(folder + " is not empty. Give a folder that is empty or does not exist");
-  }
+  require_unmade(folder);
+  require_own_files(folder);
   if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
     throw system_failure("cannot make the folder " + folder);
   }
   if (chmod(folder.c_str(), S_IRWXU) != 0) {
     throw system_failure("cannot close the folder " + folder + " to others");
   }
-  Catalog::create(catalog_path(folder));
-  DataFile::create(data_path(folder));
+  crash_point();
+  const Making making(folder);
+  make_database(folder, catalog_path(folder), Catalog::create);
+  make_database(folder, data_path(folder), DataFile::create);
   require_synced(folder);
   require_synced(folder + "/..");
-  const int file = open_lock(folder, O_CREAT | O_EXCL);
-  if (file < 0) {
-    throw system_failure("cannot make " + lock_path(folder));
-  }
-  close(file);
-  require_synced(folder);
+  making.finish();
 }
 
-FolderLock::FolderLock(const std::string &folder) : file_(open_lock(folder, 0)) {
+FolderLock::FolderLock(const std::string &folder) : file_(open_lock(folder)) {
   if (file_ < 0) {
-    throw std::runtime_error(folder + " is no server's folder, or not yours (" + std::strerror(errno) +
-                             "). Make one with zdbd --init " + folder);
+    throw std::runtime_error(unmade_reason(folder, errno));
   }
   if (flock(file_, LOCK_EX | LOCK_NB) != 0) {
     close(file_);

@@ -11,8 +11,13 @@ std::string data_path(const std::string &folder);
 /* Where the process that has the folder takes operators' commands. */
 std::string control_path(const std::string &folder);
 
-/* Makes the folder, readable by its owner only, with empty databases. Throws std::runtime_error with what to do. */
+/*
+ * Makes the folder, readable by its owner only, with empty databases. Throws std::runtime_error with what to do. What a
+ * call leaves that fails or is killed is no server's folder, and another call makes it one.
+ */
 void create_folder(const std::string &folder);
+/* Whether create_folder has come to its end there. */
+bool is_made(const std::string &folder);
 
 /* The right to use the folder, until the end of the object or of the process. */
 class FolderLock {
