@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 
+#include "durable_server.h"
 #include "serving.h"
 #include "terminal.h"
 #include "tool.h"
@@ -99,6 +100,34 @@ TEST(Server, exit_statuses_are_true_wherever_it_dies) {
   }
   const std::set<std::pair<int, bool>> truths = {{0, false}, {1, true}, {6, false}, {6, true}};
   EXPECT_EQ(seen, truths);
+}
+
+/* A client names branches as it likes; what the operator reads must be what there is, and serve to settle it. */
+TEST(Server, hostile_names_do_not_reach_the_operators_terminal) {
+  const Site site;
+  const std::string names[] = {"\x1b[2Jgone", "a\tprepared\n5841_l34_og_:L1",
+                               "\xc2\x9b"
+                               "31m",
+                               "\xff\xfe", "b\\x1b"};
+  for (const std::string &name : names) {
+    ASSERT_TRUE(zdb::DurableServer(site.at("bank1")).server()->plant_prepared(name));
+  }
+  EXPECT_EQ(site.administer("add-user \"$(printf '\\033]0;evil\\007')\" plain").status, 0);
+  const Outcome users = site.administer("users");
+  EXPECT_TRUE(users.says("\\x1b]0;evil\\x07\tno\n")) << users.output;
+  const std::string list = site.branches();
+  const char *const shown[] = {"\\x1b[2Jgone", "a\\x09prepared\\x0a5841_l34_og_:L1", "\\xc2\\x9b31m", "\\xff\\xfe",
+                               "b\\x5cx1b"};
+  std::string all = users.output + list;
+  for (const char *name : shown) {
+    EXPECT_NE(list.find(std::string("\n") + name + "\tprepared\t"), std::string::npos) << name << " in " << list;
+    const Outcome settled = site.administer(std::string("rollback '") + name + "'");
+    EXPECT_EQ(settled.status, 0) << settled.output;
+    all += settled.output + site.administer(std::string("rollback '") + name + "'").output;
+  }
+  EXPECT_EQ(site.branches().find("\tprepared\t"), std::string::npos);
+  EXPECT_EQ(all.find_first_of("\x1b\x07\x9b\xff"), std::string::npos) << all;
+  EXPECT_EQ(site.administer("drop-user '\\x1b]0;evil\\x07'").status, 0);
 }
 
 /* What the server does with the next requests, and what the command makes of it. */

@@ -19,6 +19,7 @@
 #include "operator.h"
 #include "remote_session.h"
 #include "server_session.h"
+#include "shown_text.h"
 #include "watched_files.h"
 
 namespace {
@@ -179,7 +180,7 @@ std::string shown(const zdb::Value &value) {
     return std::to_string(*number);
   }
   const auto *text = std::get_if<std::string>(&value);
-  return text == nullptr ? "" : *text;
+  return text == nullptr ? "" : pasteable(*text);
 }
 
 /* Prints the reply; true when the command succeeded. */
@@ -199,12 +200,18 @@ bool print(const zdb::Reply &reply) {
     }
   }
   for (const zdb::Message &message : reply.messages) {
-    (failed ? std::cerr << "zdbd: " : std::cout) << message.text << '\n';
+    (failed ? std::cerr << "zdbd: " : std::cout) << visible(message.text) << '\n';
   }
   if (reply.broken_off) {
     std::cerr << "zdbd: the server went away before it answered; look at its branches before you repeat the command\n";
   }
   return !failed;
+}
+
+/* Names of branches and users are taken as listings show them; a new user's is taken as it stands. */
+std::string argument_of(const std::string &command, const std::string &word) {
+  const bool names_what_is_listed = command == "commit" || command == "rollback" || command == "drop-user";
+  return names_what_is_listed ? original_of(word) : word;
 }
 
 int run_command(const Options &options) {
@@ -215,7 +222,7 @@ int run_command(const Options &options) {
   request.kind = zdb::RequestKind::administer;
   request.text = options.words[0];
   for (std::size_t word = 1; word < options.words.size(); ++word) {
-    request.parameters.push_back({"", options.words[word]});
+    request.parameters.push_back({"", argument_of(request.text, options.words[word])});
     if (word == 1 && request.text == "add-user") {
       std::string password;
       std::getline(std::cin, password);
@@ -255,7 +262,7 @@ int main(int argc, char **argv) {
   try {
     return run(argc, argv);
   } catch (const std::exception &error) {
-    std::cerr << "zdbd: " << error.what() << '\n';
+    std::cerr << "zdbd: " << visible(error.what()) << '\n';
     return exit_failed;
   }
 }
