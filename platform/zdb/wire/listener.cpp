@@ -47,7 +47,7 @@ Listener::~Listener() {
   stop();
 }
 
-void Listener::stop() {
+void Listener::close() {
   const std::lock_guard<std::mutex> alone(stop_mutex_);
   {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -64,9 +64,14 @@ void Listener::stop() {
       connection->channel.shut_down();
     }
   }
+  file_.remove();
+}
+
+void Listener::stop() {
+  close();
+  const std::lock_guard<std::mutex> alone(stop_mutex_);
   /* Waits for the threads, which need the mutex to come to their end. */
   connections_.clear();
-  file_.remove();
 }
 
 bool Listener::stopping() const {

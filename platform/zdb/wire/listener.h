@@ -53,9 +53,11 @@ class Listener {
   ~Listener();
 
   /*
-   * Ends all sessions, waits for their threads and removes the file. A request that is being executed is waited for,
-   * but its reply does not reach the client. May be called again; never from the service or the log.
+   * Removes the file and ends all sessions, but does not wait for the requests that are being executed; their replies
+   * do not reach the clients. May be called again; never from the service or the log.
    */
+  void close();
+  /* Closes, and waits for the sessions' threads. */
   void stop();
 
  private:

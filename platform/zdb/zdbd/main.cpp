@@ -18,8 +18,10 @@
 #include "listener.h"
 #include "operator.h"
 #include "remote_session.h"
+#include "server_log.h"
 #include "server_session.h"
 #include "shown_text.h"
+#include "stop_signal.h"
 #include "watched_files.h"
 
 namespace {
@@ -106,10 +108,6 @@ std::optional<int> read_options(int argc, char **argv, Options &options) {
   return std::nullopt;
 }
 
-void log_line(const std::string &text) {
-  std::cerr << "zdbd[" << getpid() << "]: " << text << std::endl;
-}
-
 // ---- Serving --------------------------------------------------------------------------------------------------------
 
 class ClientService final : public zdb::Service {
@@ -135,18 +133,14 @@ class OperatorService final : public zdb::Service {
   std::shared_ptr<zdb::Server> server_;
 };
 
-/* The signals that stop the server; blocked before any thread is made, so that only sigwait takes them. */
-sigset_t stopping_signals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGTERM);
-  sigaddset(&signals, SIGINT);
-  return signals;
-}
-
+/* Until a signal comes. Neither a reader of the log who goes away nor a file that must not grow ends the process. */
 int serve(const std::string &folder, const Options &options) {
-  const sigset_t signals = stopping_signals();
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
+  block_stop_signals();
+  ServerLog log;
+  StopSignal stop(log);
+  const auto log_line = [&log](const std::string &text) { log.write(text); };
   {
     const zdb::DurableServer durable(folder);
     ClientService clients(durable.server());
@@ -154,9 +148,9 @@ int serve(const std::string &folder, const Options &options) {
     zdb::Listener control(zdb::control_path(folder), S_IRUSR | S_IWUSR, operators, log_line);
     zdb::Listener listener(options.listen, options.mode, clients, log_line);
     log_line("serving " + folder + " on " + options.listen);
-    int signal = 0;
-    sigwait(&signals, &signal);
-    log_line(std::string("stopping on ") + strsignal(signal));
+    stop.wait();
+    listener.close();
+    control.close();
     durable.server()->shut_down();
   }
   log_line("stopped; syncs made: " + std::to_string(zdb::syncs_made()));
@@ -258,6 +252,7 @@ int run(int argc, char **argv) {
 }  // namespace
 
 int main(int argc, char **argv) {
+  fill_standard_streams();
   umask(S_IRWXG | S_IRWXO);  // whatever it makes is its owner's only; the listener opens its socket as told
   try {
     return run(argc, argv);

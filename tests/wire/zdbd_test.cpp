@@ -1,0 +1,180 @@
+/*
+ * zdbd_test.cpp - the server as a process: its log that nobody reads, its end while requests are at work, and clients
+ * that keep it from others. Waiting has ample time, which only a failing test uses up.
+ */
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <thread>
+
+#include "channel.h"
+#include "remote_session.h"
+
+namespace {
+
+using namespace zdb;
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr const char *endless =
+    "with recursive n(i) as (select 1 union all select i + 1 from n) select count(*) from n";
+constexpr const char *long_function = "select instr(hex(zeroblob(6000000)), hex(zeroblob(3000000)) || '1')";
+
+bool await(const std::function<bool()> &holds, milliseconds limit = seconds(30)) {
+  const auto end = Clock::now() + limit;
+  while (!holds()) {
+    if (Clock::now() > end) {
+      return false;
+    }
+    std::this_thread::sleep_for(milliseconds(10));
+  }
+  return true;
+}
+
+/* A pipe whose reading end has the number 0 and whose writing end has 1. */
+struct Pipe {
+  Pipe() {
+    int ends[2];
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    out = Descriptor(ends[0]);
+    in = Descriptor(ends[1]);
+    EXPECT_GT(fcntl(ends[1], F_SETPIPE_SZ, 4096), 0);
+  }
+  Descriptor out;
+  Descriptor in;
+};
+
+class Zdbd : public testing::Test {
+ protected:
+  Zdbd() {
+    EXPECT_NE(mkdtemp(place_.data()), nullptr);
+    command("--init " + folder());
+    command("--admin " + folder() + " add-user sa dtm", "pw");
+    command("--admin " + folder() + " add-user guest plain", "pw");
+    command("--admin " + folder() + " lock-timeout 100");
+  }
+  ~Zdbd() override {
+    if (process_ > 0) {
+      kill(process_, SIGKILL);
+      waitpid(process_, nullptr, 0);
+    }
+    std::filesystem::remove_all(place_);
+  }
+
+  std::string folder() const { return place_ + "/bank"; }
+  std::string path() const { return place_ + "/socket"; }
+  /* What it printed to either stream goes to a file, and is given back. */
+  std::string command(const std::string &arguments, const std::string &input = "") const {
+    const std::string line = "echo " + input + " | '" ZDBD "' " + arguments + " 2>&1";
+    FILE *out = popen(line.c_str(), "r");
+    std::string text;
+    for (int byte = fgetc(out); byte != EOF; byte = fgetc(out)) {
+      text += static_cast<char>(byte);
+    }
+    EXPECT_EQ(pclose(out), 0) << line << ": " << text;
+    return text;
+  }
+
+  /* Serves with this standard error; -1: none at all. */
+  void start(int errors) {
+    process_ = fork();
+    if (process_ == 0) {
+      errors < 0 ? close(STDERR_FILENO) : dup2(errors, STDERR_FILENO);
+      execl(ZDBD, "zdbd", folder().c_str(), "--listen", path().c_str(), nullptr);
+      _exit(127);
+    }
+    ASSERT_TRUE(await([&] { return connect() != nullptr; })) << refusal_.text;
+  }
+  std::unique_ptr<Session> connect(const char *user = "sa", const char *password = "pw") {
+    return connect_session(path(), {user, password, "test", false}, refusal_);
+  }
+  Channel raw() const {
+    int error = 0;
+    return Channel(connect_socket(path(), true, error));
+  }
+  /* A client that is logged in and has sent the command, but does not wait for the reply. */
+  Channel asking(const std::string &sql, const char *user = "sa") const {
+    Channel channel = raw();
+    channel.send(encode_login({user, "pw", "", false}));
+    EXPECT_TRUE(channel.receive({FrameKind::accepted}, seconds(10)));
+    channel.send(encode_request({RequestKind::language, sql, {}}));
+    return channel;
+  }
+  static bool runs(Session &session, const std::string &sql) {
+    const Reply reply = session.execute({RequestKind::language, sql, {}});
+    return !reply.broken_off && reply.messages.empty();
+  }
+  static int32_t number_of(const Reply &reply) { return reply.messages.empty() ? 0 : reply.messages.front().number; }
+  /* The exit status after the signal; -1 when it does not end in time, or by itself. */
+  int stop() {
+    kill(process_, SIGTERM);
+    int ended = 0;
+    if (!await([&] { return waitpid(process_, &ended, WNOHANG) == process_; }, milliseconds(2'500))) {
+      return -1;
+    }
+    process_ = -1;
+    return WIFEXITED(ended) ? WEXITSTATUS(ended) : -1;
+  }
+  std::string log() const {
+    std::string text(1 << 16, '\0');
+    const ssize_t got = read(log_.out.number(), text.data(), text.size());
+    text.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+    return text;
+  }
+
+  std::string place_ = "/tmp/zdbd_test.XXXXXX";
+  Message refusal_;
+  pid_t process_ = -1;
+  Pipe log_;
+};
+
+}  // namespace
+
+TEST_F(Zdbd, ServesThoughNobodyReadsItsLog) {
+  Pipe unread;
+  Pipe left;
+  left.out = Descriptor();
+  for (const int errors : {unread.in.number(), left.in.number(), -1}) {
+    start(errors);
+    for (int i = 0; i < 150; ++i) {
+      const Channel broken = raw();
+      broken.send(encode_request({}));
+      EXPECT_FALSE(broken.receive({FrameKind::refused}, seconds(10))) << i;
+    }
+    const auto session = connect();
+    ASSERT_NE(session, nullptr) << refusal_.text;
+    EXPECT_TRUE(runs(*session, "select 1"));
+    EXPECT_EQ(stop(), 0) << errors;
+  }
+}
+
+TEST_F(Zdbd, EndsSoonWhateverRuns) {
+  std::string many;
+  while (many.size() < request_limit - 100) {
+    many += "select 1;";
+  }
+  const std::string catalog = " from master..systransactions";
+  const std::string table[] = {
+      endless,
+      long_function,
+      many,
+      std::string(endless) + ", (select 1" + catalog + ")",
+      "create table t as " + std::string(long_function),
+  };
+  for (const std::string &sql : table) {
+    start(log_.in.number());
+    const Channel one = asking(sql);
+    const Channel other = asking(sql, "guest");
+    std::this_thread::sleep_for(milliseconds(100));
+    EXPECT_EQ(stop(), 0) << sql.substr(0, 100);
+    EXPECT_FALSE(std::filesystem::exists(path()));
+  }
+}
