@@ -39,7 +39,7 @@ SqlOutcome integer_answer(const std::string &column, std::optional<int64_t> valu
 class NoWork final : public Work {
  public:
   explicit NoWork(MemoryStore &store) : store_(store) {}
-  SqlOutcome run(const std::string &sql, SqlCounts &counts) override { return store_.run(sql, false, counts); }
+  SqlOutcome run(const std::string &sql, SqlCounts &counts) override { return store_.run(sql, false, counts, never_); }
   void prepare() override {}
   void commit() override {}
   void roll_back() override {}
@@ -49,6 +49,7 @@ class NoWork final : public Work {
 
  private:
   MemoryStore &store_;
+  const std::atomic<bool> never_{false};
 };
 
 }  // namespace
@@ -109,7 +110,7 @@ std::optional<int32_t> MemoryStore::branch_state(const std::string &name) const 
   return found == rows.end() ? std::nullopt : std::optional(found->state);
 }
 
-SqlOutcome MemoryStore::run(const std::string &sql, bool, SqlCounts &) {
+SqlOutcome MemoryStore::run(const std::string &sql, bool, SqlCounts &, const std::atomic<bool> &) {
   const std::string query = normalised(sql);
   if (query == readiness_query) {
     return integer_answer("value", setting(dtm_setting));

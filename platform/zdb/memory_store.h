@@ -28,7 +28,8 @@ class MemoryStore final : public Store {
 
   std::shared_ptr<Work> make_work(const std::string &branch) override;
   /* Knows the two queries that a resource manager asks, and no other SQL. */
-  SqlOutcome run(const std::string &sql, bool branch_lost, SqlCounts &counts) override;
+  SqlOutcome run(const std::string &sql, bool branch_lost, SqlCounts &counts, const std::atomic<bool> &gone) override;
+  void wake() override {}
   void stop() override {}
 
  private:

@@ -281,6 +281,9 @@ int32_t Server::session_count() const {
 void Server::shut_down() {
   const Lock lock(mutex_);
   running_ = false;
+  for (const auto &[session, client] : clients_) {
+    client->gone = true;
+  }
   clients_.clear();  // first: no statement that is stopped now answers
   store_->stop();
   branches_.interrupt_work();
@@ -309,7 +312,9 @@ std::optional<int> Server::log_in(const Login &login, Message &refusal) {
                "Login of user '" + login.user + "' refused. Check the user name and the password."};
     return std::nullopt;
   }
-  clients_[++last_session_] = std::make_shared<Client>(Client{login.user, {}, {}, {}});
+  const auto client = std::make_shared<Client>();
+  client->user = login.user;
+  clients_[++last_session_] = client;
   return last_session_;
 }
 
@@ -323,9 +328,29 @@ bool Server::alive(int session) const {
   return clients_.contains(session);
 }
 
+void Server::abandon(int session) noexcept {
+  const Lock lock(mutex_);
+  const auto found = clients_.find(session);
+  if (found == clients_.end()) {
+    return;
+  }
+  found->second->gone = true;
+  store_->wake();
+  for (const std::string &name : found->second->attached) {
+    const Branch *branch = branches_.find(name);
+    if (branch != nullptr && branch->busy && branch->state == ZDB_ATTACHED && branch->holder == session) {
+      branch->work->interrupt();
+    }
+  }
+}
+
 /* The work of branches that it holds cannot be told apart from lost work. */
 void Server::break_off(Lock &lock, int session) {
-  clients_.erase(session);
+  if (const auto found = clients_.find(session); found != clients_.end()) {
+    found->second->gone = true;
+    store_->wake();
+    clients_.erase(found);
+  }
   for (const std::string &name : branches_.held_by(session)) {
     const Branch *branch = wait_until_idle(lock, name, true);
     if (branch != nullptr && branch->state == ZDB_ATTACHED && branch->holder == session) {
@@ -452,7 +477,7 @@ SqlOutcome Server::run_sql(Lock &lock, int session, Client &client, const std::s
   if (branch == nullptr || branch->state != ZDB_ATTACHED || branch->holder != session) {
     lock.unlock();
     const Relock back{lock};
-    return store_->run(sql, !name.empty(), client.counts);
+    return store_->run(sql, !name.empty(), client.counts, client.gone);
   }
   SqlOutcome outcome = with_work(lock, name, [&](Work &work) { return work.run(sql, client.counts); });
   if (outcome.work_lost && branches_.find(name) != nullptr) {

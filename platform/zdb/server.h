@@ -8,6 +8,7 @@
 #ifndef ZDB_SERVER_H
 #define ZDB_SERVER_H
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -66,6 +67,8 @@ class Server {
   std::optional<int> log_in(const Login &login, Message &refusal);
   void log_out(int session);
   bool alive(int session) const;
+  /* Lets the session's request fail soon, since nobody waits for its answer any more. */
+  void abandon(int session) noexcept;
   Reply execute(int session, const Request &request);
 
  private:
@@ -77,6 +80,7 @@ class Server {
     std::set<std::string> cursors;     /* open or closed but allocated */
     std::set<std::string> statements;
     SqlCounts counts{};
+    std::atomic<bool> gone{false}; /* its SQL is not to go on */
   };
   /* A reply before the scripts and the order of results have been applied. */
   struct Answer {

@@ -11,6 +11,7 @@ class ServerSession final : public Session {
 
   Reply execute(const Request &request) override { return server_->execute(number_, request); }
   bool alive() const override { return server_->alive(number_); }
+  void abandon() noexcept override { server_->abandon(number_); }
 
  private:
   std::shared_ptr<Server> server_;

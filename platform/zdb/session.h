@@ -97,6 +97,8 @@ class Session {
   virtual ~Session() = default;
   virtual Reply execute(const Request &request) = 0;
   virtual bool alive() const = 0;
+  /* The client has gone: what execute() is at on another thread need not come to its end. Does not wait for it. */
+  virtual void abandon() noexcept {}
 };
 
 /*

@@ -5,6 +5,7 @@
 #ifndef ZDB_STORE_H
 #define ZDB_STORE_H
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -121,17 +122,22 @@ class Store {
   virtual bool data_are_locked() { return false; }
   /*
    * Outside any branch every statement commits by itself. Of a client whose branch was rolled back without its doing
-   * only the catalog's queries are taken: it would take the rest for work in the branch.
+   * only the catalog's queries are taken: it would take the rest for work in the branch. Fails soon once the caller has
+   * gone, which may happen on another thread.
    */
-  virtual SqlOutcome run(const std::string &sql, bool branch_lost, SqlCounts &counts) = 0;
+  virtual SqlOutcome run(const std::string &sql, bool branch_lost, SqlCounts &counts,
+                         const std::atomic<bool> &gone) = 0;
+  /* Some callers have gone: they are not to wait any longer. */
+  virtual void wake() = 0;
   /* The server stops: run() fails soon, also where it is under way. */
   virtual void stop() = 0;
 };
 
 /* Rows of the configuration table that a server looks at. */
 inline constexpr const char *dtm_setting = "enable DTM";
-inline constexpr const char *lock_timeout_setting = "lock timeout"; /* milliseconds */
-inline constexpr const char *orphan_age_setting = "orphan age";     /* seconds; 0: never */
+inline constexpr const char *lock_timeout_setting = "lock timeout";           /* milliseconds */
+inline constexpr const char *statement_timeout_setting = "statement timeout"; /* milliseconds; 0: none */
+inline constexpr const char *orphan_age_setting = "orphan age";               /* seconds; 0: never */
 
 /* Numbers of the server's messages. */
 enum ServerMessage : int32_t {

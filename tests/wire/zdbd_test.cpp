@@ -85,6 +85,7 @@ class Zdbd : public testing::Test {
 
   /* Serves with this standard error; -1: none at all. */
   void start(int errors) {
+    ASSERT_LT(process_, 0) << "another one has not ended";
     process_ = fork();
     if (process_ == 0) {
       errors < 0 ? close(STDERR_FILENO) : dup2(errors, STDERR_FILENO);
@@ -166,7 +167,7 @@ TEST_F(Zdbd, EndsSoonWhateverRuns) {
       endless,
       long_function,
       many,
-      std::string(endless) + ", (select 1" + catalog + ")",
+      "select instr(hex(zeroblob(30000)), hex(zeroblob(15000)) || '1')" + catalog,
       "create table t as " + std::string(long_function),
   };
   for (const std::string &sql : table) {
@@ -177,4 +178,71 @@ TEST_F(Zdbd, EndsSoonWhateverRuns) {
     EXPECT_EQ(stop(), 0) << sql.substr(0, 100);
     EXPECT_FALSE(std::filesystem::exists(path()));
   }
+}
+
+TEST_F(Zdbd, EndsAStatementWithItsSession) {
+  start(log_.in.number());
+  const auto writer = connect();
+  ASSERT_NE(writer, nullptr);
+  const std::string table = "create table t (id integer primary key, v integer)";
+  ASSERT_TRUE(runs(*writer, table));
+  const std::string holding =
+      "insert into t with recursive n(i) as (select 1 union all select i + 1 from n) "
+      "select 1, i from n where i < 0";
+  const auto data_are_free = [&] { return runs(*writer, "delete from t"); };
+
+  const std::function<void()> ends[] = {
+      [&] {
+        const Channel client = asking(holding, "guest");
+        EXPECT_TRUE(await([&] { return !data_are_free(); }));
+      },
+      [&] {
+        const Channel client = asking(holding + ";" + holding, "guest");
+        client.send(encode_request({}));
+        EXPECT_TRUE(await([&] { return !data_are_free(); }));
+      },
+      [&] {
+        command("--admin " + folder() + " statement-timeout 300");
+        const auto client = connect("guest");
+        EXPECT_EQ(number_of(client->execute({RequestKind::language, holding, {}})), 3107);
+        command("--admin " + folder() + " statement-timeout 0");
+      },
+      [&] {
+        static std::vector<Channel> kept;
+        kept.push_back(asking(holding, "guest"));
+        EXPECT_TRUE(await([&] { return !data_are_free(); }));
+        command("--admin " + folder() + " drop-user guest");
+      },
+  };
+  for (const auto &end : ends) {
+    end();
+    EXPECT_TRUE(await(data_are_free, seconds(5)));
+  }
+  EXPECT_EQ(stop(), 0);
+}
+
+TEST_F(Zdbd, AnswersTheCatalogWhileOthersAskItTooMuch) {
+  start(log_.in.number());
+  const auto client = connect();
+  ASSERT_NE(client, nullptr);
+  const std::string catalog = " from master..sysconfigures";
+  std::string product = "select count(*)" + catalog + " as t0";
+  for (int i = 1; i < 20; ++i) {
+    product += ", master..sysconfigures as t" + std::to_string(i);
+  }
+  const Channel slow = asking(product, "guest");
+  const auto before = Clock::now();
+  const Reply ready = client->execute({RequestKind::language, "select value from master.dbo.sysconfigures", {}});
+  EXPECT_TRUE(ready.messages.empty() && Clock::now() - before < seconds(1));
+  const std::pair<std::string, int32_t> table[] = {
+      {std::string(long_function) + catalog, 3105},
+      {"select length('" + std::string(70'000, 'x') + "')" + catalog, 3101},
+      {product, 3107},
+      {"select count(*), max(lower(name)) " + catalog + " where name like 'enable%'", 0},
+  };
+  for (const auto &[sql, number] : table) {
+    const Reply reply = client->execute({RequestKind::language, sql, {}});
+    EXPECT_EQ(number_of(reply), number) << sql.substr(0, 100) << (reply.messages.empty() ? "" : reply.messages[0].text);
+  }
+  EXPECT_EQ(stop(), 0);
 }

@@ -162,6 +162,24 @@ TEST_F(BranchSql, CountsForEachSession) {
   EXPECT_EQ(sessions[0].sql("select group_concat(n, ';') from log"), expected.text(0) + "#1");
 }
 
+TEST_F(BranchSql, UndoesAChangeThatReturnsTooMuch) {
+  const char *const large =
+      "with recursive n(i) as (select 9 union all select i + 1 from n where i < 60) "
+      "insert into acct select i, 0 from n returning zeroblob(1000000)";
+  EXPECT_EQ(one.dtm("begin", "b"), 0);
+  EXPECT_EQ(one.sql("update acct set v = 1 where id = 1"), "#1");
+  EXPECT_EQ(one.sql(large), "!3109");
+  EXPECT_EQ(one.sql("insert into acct values (8, 1), (8, 1) returning id"), "!3101");
+  EXPECT_EQ(one.dtm("commit1", "b"), 1);
+  EXPECT_EQ(other.sql(large), "!3109");
+  EXPECT_EQ(other.sql("select count(*), min(v) from acct"), "2|1#1");
+  std::string many;
+  for (int i = 0; i < 200'000; ++i) {
+    many += "select 1;";
+  }
+  EXPECT_TRUE(other.sql(many).ends_with("!3109"));
+}
+
 TEST_F(BranchSql, DescribesColumnsByTheirValues) {
   using zdb::ColumnType;
   const zdb::Reply reply = one.ask(

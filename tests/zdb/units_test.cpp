@@ -117,7 +117,7 @@ TEST(Work, CostsTheSyncsThatItPromises) {
     return zdb::syncs_made() - before;
   };
   using zdb::Work;
-  EXPECT_FALSE(store.run("create table t (id integer primary key)", false, counts).failed);
+  EXPECT_FALSE(store.run("create table t (id integer primary key)", false, counts, false).failed);
   cost("insert into t values (1)", &Work::prepare, &Work::commit);  // the first writes begin their files
   EXPECT_EQ(cost("insert into t values (2)", &Work::prepare, &Work::commit), 2U);
   EXPECT_EQ(cost("insert into t values (3)", &Work::prepare, &Work::roll_back), 2U);

@@ -3,14 +3,23 @@
 
 #include "passwords.h"
 #include "sql_text.h"
-#include "transactions_table.h"
 #include "zdb_control.h"
 
 namespace zdb {
 namespace {
 
-constexpr const char *server_stops = "The server stops.";
-constexpr std::chrono::seconds catalog_query_limit{2}; /* they run one at a time */
+constexpr const char *server_stops = "The server stops, or the session has ended.";
+constexpr const char *statement_too_long =
+    "The statement takes longer than the server's statement time-out. Let it do less, or raise the time-out.";
+
+using Deadline = std::optional<std::chrono::steady_clock::time_point>;
+
+Deadline deadline_after(int64_t milliseconds) {
+  if (milliseconds <= 0) {
+    return std::nullopt;
+  }
+  return std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+}
 
 }  // namespace
 
@@ -19,9 +28,7 @@ DiskStore::DiskStore(const std::string &folder)
       catalog_(catalog_path(folder)),
       data_(data_path(folder)),
       lister_([] { return std::vector<BranchRow>(); }),
-      queries_(catalog_path(folder)) {
-  sqlite3_db_config(queries_.database().handle(), SQLITE_DBCONFIG_MAINDBNAME, "master");
-  add_transactions_table(queries_.database(), lister_);
+      queries_(catalog_path(folder), lister_) {
   put_on_disk();
   const int64_t mark = data_.mark();
   if (catalog_.is_old()) {
@@ -105,7 +112,7 @@ void DiskStore::take_up(const JournalRow &row, int64_t mark) {
 }
 
 DiskParts DiskStore::parts() {
-  return {catalog_, data_, [this](const std::string &sql) { return query_catalog(sql); }};
+  return {catalog_, data_, [this](const std::string &sql) { return queries_.run(sql, stopping_); }};
 }
 
 // ---- Logins ---------------------------------------------------------------------------------------------------------
@@ -131,26 +138,15 @@ std::shared_ptr<Work> DiskStore::make_work(const std::string &branch) {
   return std::make_shared<DiskWork>(parts(), branch);
 }
 
-SqlOutcome DiskStore::query_catalog(const std::string &sql) {
-  const std::lock_guard<std::mutex> lock(queries_mutex_);
-  const auto deadline = std::chrono::steady_clock::now() + catalog_query_limit;
-  const auto stop = [&] {
-    return stopping_ || std::chrono::steady_clock::now() > deadline
-               ? "The query of the catalog takes too long, and others wait."
-               : nullptr;
-  };
-  return queries_.run(Place::catalog, sql, {[](bool) {}, [] {}, stop});
-}
-
-SqlOutcome DiskStore::run(const std::string &sql, bool branch_lost, SqlCounts &counts) {
+SqlOutcome DiskStore::run(const std::string &sql, bool branch_lost, SqlCounts &counts, const std::atomic<bool> &gone) {
   const CatalogText text = catalog_text(sql);
   if (text.names_catalog) {
-    return query_catalog(text.sql);
+    return queries_.run(text.sql, gone);
   }
   if (branch_lost) {
     return sql_failure(message_branch_lost, "The session's branch was rolled back. End it before other work.");
   }
-  return run_alone(text.sql, counts);
+  return run_alone(text.sql, counts, gone);
 }
 
 void DiskStore::stop() {
@@ -159,23 +155,28 @@ void DiskStore::stop() {
 }
 
 /* Each statement commits by itself, as SQLite does it; one that changes something waits its turn. */
-SqlOutcome DiskStore::run_alone(const std::string &sql, SqlCounts &counts) {
+SqlOutcome DiskStore::run_alone(const std::string &sql, SqlCounts &counts, const std::atomic<bool> &gone) {
   DataTurn turn(data_);
   WriteHold hold(data_.write_lock());
+  Deadline deadline;
   const auto before = [&](bool writes) {
     const std::chrono::milliseconds limit(catalog_.setting(lock_timeout_setting).value_or(0));
-    const auto answer = writes ? hold.take(limit, stopping_) : WriteLock::Answer::taken;
+    const auto answer = writes ? hold.take(limit, gone) : WriteLock::Answer::taken;
     if (answer == WriteLock::Answer::given_up) {
       throw StoreError(message_shut_down, server_stops);
     }
     if (answer == WriteLock::Answer::timed_out) {
       throw StoreError(message_lock_timeout, "A transaction holds the server's data for too long. Try again later.");
     }
+    deadline = deadline_after(catalog_.setting(statement_timeout_setting).value_or(0));
   };
   const auto after = [&] { hold.release(); };
-  const auto stop = [this]() -> const char * {
-    if (stopping_) {
+  const auto stop = [&]() -> const char * {
+    if (stopping_ || gone) {
       return server_stops;
+    }
+    if (deadline && std::chrono::steady_clock::now() > *deadline) {
+      return statement_too_long;
     }
     return data_.must_stop() ? "The statement was interrupted, since a commit waits for it." : nullptr;
   };

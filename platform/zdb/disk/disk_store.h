@@ -11,6 +11,7 @@
 #include <string>
 
 #include "catalog.h"
+#include "catalog_queries.h"
 #include "data_file.h"
 #include "disk_work.h"
 #include "folder.h"
@@ -44,7 +45,8 @@ class DiskStore final : public Store {
 
   std::shared_ptr<Work> make_work(const std::string &branch) override;
   bool data_are_locked() override { return data_.write_lock().is_held(); }
-  SqlOutcome run(const std::string &sql, bool branch_lost, SqlCounts &counts) override;
+  SqlOutcome run(const std::string &sql, bool branch_lost, SqlCounts &counts, const std::atomic<bool> &gone) override;
+  void wake() override { data_.write_lock().wake(); }
   void stop() override;
 
  private:
@@ -53,16 +55,14 @@ class DiskStore final : public Store {
   void require_settled(int64_t mark);
   void take_up(const JournalRow &row, int64_t mark);
   DiskParts parts();
-  SqlOutcome query_catalog(const std::string &sql);
-  SqlOutcome run_alone(const std::string &sql, SqlCounts &counts);
+  SqlOutcome run_alone(const std::string &sql, SqlCounts &counts, const std::atomic<bool> &gone);
 
   FolderLock lock_; /* first: nothing of the folder is touched without it */
   Catalog catalog_;
   DataFile data_;
   std::atomic<bool> stopping_{false};
   BranchLister lister_;
-  std::mutex queries_mutex_; /* guards the connection for queries */
-  SqlConnection queries_;
+  CatalogQueries queries_;
   std::vector<KeptBranch> kept_;
 };
 

@@ -2,6 +2,7 @@
 #include "statements.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <string_view>
 #include <utility>
@@ -102,6 +103,13 @@ bool is_own_table(const char *name) {
   return same_name(name, mark_table) || same_name(name, count_table);
 }
 
+/* None that takes long, or makes a long value of short ones. */
+bool is_catalog_function(const char *name) {
+  constexpr std::array allowed = {"abs", "avg",    "coalesce", "count",  "ifnull", "length", "like",   "lower", "max",
+                                  "min", "nullif", "round",    "substr", "sum",    "total",  "typeof", "upper"};
+  return std::any_of(allowed.begin(), allowed.end(), [&](const char *known) { return same_name(name, known); });
+}
+
 bool changes_tables(int action) {
   switch (action) {
     case SQLITE_CREATE_TABLE:
@@ -134,6 +142,18 @@ SqlConnection::SqlConnection(const std::string &file) : database_(file, &capture
   constexpr int flags = SQLITE_UTF8 | SQLITE_INNOCUOUS;  // as the one that it stands for
   sqlite3_create_function(database_.handle(), "total_changes", 0, flags, this, total_changes, nullptr, nullptr);
   sqlite3_progress_handler(database_.handle(), steps_between_looks, look_for_stop, this);
+}
+
+/* Between two looks no more than this many steps pass over values of this size. */
+void SqlConnection::limit_to_catalog() {
+  constexpr int text_max = 1 << 16;
+  constexpr int steps = 100;
+  sqlite3 *handle = database_.handle();
+  sqlite3_limit(handle, SQLITE_LIMIT_LENGTH, text_max);
+  sqlite3_limit(handle, SQLITE_LIMIT_SQL_LENGTH, text_max);
+  sqlite3_limit(handle, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 255);
+  sqlite3_limit(handle, SQLITE_LIMIT_COLUMN, 100);
+  sqlite3_progress_handler(handle, steps, look_for_stop, this);
 }
 
 /* Our own statements always come to their end: a commit must not be torn apart. */
@@ -179,8 +199,11 @@ const char *SqlConnection::refusal_of(int action, const char *table, const char 
   switch (action) {
     case SQLITE_SELECT:
     case SQLITE_RECURSIVE:
-    case SQLITE_FUNCTION:
       return nullptr;
+    case SQLITE_FUNCTION:
+      return place_ != Place::catalog || is_catalog_function(part)
+                 ? nullptr
+                 : "This function cannot be used in a query of the catalog.";
     case SQLITE_READ:
       if (place_ == Place::catalog) {
         return is_catalog_table(table) ? nullptr : "Of the catalog only sysconfigures and systransactions can be read.";
@@ -207,7 +230,8 @@ SqlOutcome SqlConnection::run(Place place, const std::string &sql, const Around 
   result_bytes_ = 0;
   SqlOutcome outcome;
   try {
-    run_statements(sql, around, outcome);
+    // With the zero at its end, or each statement would be copied with all that follow it.
+    run_statements({sql.c_str(), sql.size() + 1}, around, outcome);
   } catch (const SqliteError &error) {
     outcome.messages.push_back(message_of(error));
     outcome.failed = true;
@@ -219,7 +243,10 @@ SqlOutcome SqlConnection::run(Place place, const std::string &sql, const Around 
 }
 
 void SqlConnection::run_statements(std::string_view sql, const Around &around, SqlOutcome &outcome) {
-  while (!sql.empty()) {
+  while (sql.size() > 1) {
+    if (const char *reason = around.stop()) {
+      throw StoreError(message_interrupted, reason);
+    }
     refusal_.clear();
     changes_tables_ = asks_for_changes_ = false;
     clients_turn_ = true;
@@ -233,15 +260,14 @@ void SqlConnection::run_statements(std::string_view sql, const Around &around, S
 
 void SqlConnection::run_statement(Statement &statement, const Around &around, SqlOutcome &outcome) {
   const bool writes = sqlite3_stmt_readonly(statement.handle()) == 0 && sqlite3_stmt_isexplain(statement.handle()) == 0;
+  result_bytes_ += 3 * sizeof(Result);  // in the reply, even when it has no rows
+  require_room();
   clients_turn_ = false;
   around.before(writes);
   const CountsTurn counts(*this, writes);
   const int64_t changes_before = sqlite3_total_changes64(database_.handle());
-  // The statement may have to be prepared again, which asks the authoriser.
-  clients_turn_ = true;
-  running_ = true;
-  Result result = rows_of(statement, writes);
-  clients_turn_ = running_ = false;
+  const bool returns = writes && sqlite3_column_count(statement.handle()) > 0;
+  Result result = returns ? rows_or_nothing(statement) : rows_of(statement);
   const int64_t changes = sqlite3_total_changes64(database_.handle()) - changes_before;
   const int64_t changed = changes_tables_ ? -1 : changes;
   const int64_t count = result.columns.empty() ? changed : static_cast<int64_t>(result.rows.size());
@@ -256,8 +282,58 @@ void SqlConnection::run_statement(Statement &statement, const Around &around, Sq
   outcome.results.push_back({ResultKind::done, {}, {}, count});
 }
 
+/* A change that returns more than a reply takes must not stay: its rows are there before the first is returned. */
+Result SqlConnection::rows_or_nothing(Statement &statement) {
+  if (place_ == Place::branch) {
+    return rows_in_savepoint(statement);
+  }
+  try {
+    return rows_of(statement);
+  } catch (const SqliteError &) {
+    throw;
+  } catch (...) {
+    undo_alone(statement);
+    throw;
+  }
+}
+
+/* A statement that commits by itself and is interrupted is undone as a whole. */
+void SqlConnection::undo_alone(Statement &statement) {
+  sqlite3_interrupt(database_.handle());
+  try {
+    statement.step();
+  } catch (const SqliteError &) {
+    return;
+  }
+}
+
+Result SqlConnection::rows_in_savepoint(Statement &statement) {
+  database_.execute("SAVEPOINT zdb_rows");
+  try {
+    Result result = rows_of(statement);
+    database_.execute("RELEASE zdb_rows");
+    return result;
+  } catch (const std::exception &error) {
+    clients_turn_ = running_ = false;
+    statement.reset();
+    if (database_.in_transaction()) {
+      const bool failed = dynamic_cast<const SqliteError *>(&error) != nullptr;  // it has undone what it must by itself
+      database_.execute(failed ? "RELEASE zdb_rows" : "ROLLBACK TO zdb_rows; RELEASE zdb_rows");
+    }
+    throw;
+  }
+}
+
+void SqlConnection::require_room() const {
+  if (result_bytes_ > result_bytes_max) {
+    throw StoreError(message_result_too_large, "The result is too large. Ask for fewer rows at a time.");
+  }
+}
+
 /* Runs the statement to its end. */
-Result SqlConnection::rows_of(Statement &statement, bool writes) {
+Result SqlConnection::rows_of(Statement &statement) {
+  // The statement may have to be prepared again, which asks the authoriser.
+  clients_turn_ = running_ = true;
   Result result{ResultKind::rows, {}, {}};
   const int columns = sqlite3_column_count(statement.handle());
   for (int column = 0; column < columns; ++column) {
@@ -271,11 +347,10 @@ Result SqlConnection::rows_of(Statement &statement, bool writes) {
       row.push_back(value_of(statement, column));
       result_bytes_ += sizeof(Value) + size_of(row.back());
     }
-    if (result_bytes_ > result_bytes_max && !writes) {
-      throw StoreError(message_result_too_large, "The result is too large. Ask for fewer rows at a time.");
-    }
+    require_room();
     result.rows.push_back(std::move(row));
   }
+  clients_turn_ = running_ = false;
   return result;
 }
 
@@ -337,6 +412,9 @@ void SqlConnection::total_changes(sqlite3_context *call, int, sqlite3_value **) 
 
 Message SqlConnection::message_of(const SqliteError &error) const {
   switch (error.code & 0xFF) {
+    case SQLITE_ERROR:  // a function that is refused is no more than a bad name to SQLite
+      return {refusal_.empty() ? message_bad_query : message_not_allowed, error_severity,
+              refusal_.empty() ? error.what() : refusal_};
     case SQLITE_AUTH:
       return {message_not_allowed, error_severity, refusal_.empty() ? error.what() : refusal_};
     case SQLITE_INTERRUPT:

@@ -31,6 +31,8 @@ class SqlConnection {
 
   Database &database() { return database_; }
   PageCapture &capture() { return capture_; }
+  /* For queries of the catalog, which are short: no value and no text of theirs is long. */
+  void limit_to_catalog();
 
   struct Around {
     /* What is done around each statement. Both may throw StoreError or SqliteError, which ends the command. */
@@ -48,9 +50,13 @@ class SqlConnection {
                        const char *trigger);
   static int look_for_stop(void *self);
   const char *refusal_of(int action, const char *table, const char *part, const char *schema) const;
+  void require_room() const;
   void run_statements(std::string_view sql, const Around &around, SqlOutcome &outcome);
   void run_statement(Statement &statement, const Around &around, SqlOutcome &outcome);
-  Result rows_of(Statement &statement, bool writes);
+  Result rows_of(Statement &statement);
+  Result rows_or_nothing(Statement &statement);
+  Result rows_in_savepoint(Statement &statement);
+  void undo_alone(Statement &statement);
   void give_counts(const SqlCounts &counts);
   void give_changes(int64_t count);
   void take_counts(SqlCounts &counts, bool counted) const;

@@ -131,6 +131,11 @@ void Channel::close() noexcept {
   socket_ = Descriptor();
 }
 
+bool Channel::hung_up() const noexcept {
+  pollfd watched = {socket_.number(), 0, 0};
+  return poll(&watched, 1, 0) > 0 && (watched.revents & (POLLHUP | POLLERR)) != 0;
+}
+
 bool Channel::peer_gone() const noexcept {
   pollfd watched = {socket_.number(), POLLIN, 0};
   if (poll(&watched, 1, 0) <= 0) {

@@ -45,6 +45,8 @@ class Channel {
   void close() noexcept;
   /* The other side has closed the connection and nothing that it sent before is left to be received. Does not wait. */
   bool peer_gone() const noexcept;
+  /* The other side has closed the connection, whatever it sent before. Does not wait. */
+  bool hung_up() const noexcept;
 
  private:
   Descriptor socket_;

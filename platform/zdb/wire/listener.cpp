@@ -20,6 +20,9 @@ constexpr int32_t full_severity = 17;
 /* When the process has run out of descriptors or memory, some time must pass before another client is accepted. */
 constexpr std::chrono::milliseconds breather{100};
 
+/* So long a request may go on before somebody sees that its client has gone. */
+constexpr std::chrono::milliseconds watch_interval{200};
+
 /* Answers the next request; false when there is none, or when the session has broken off. */
 bool answer_request(const Channel &channel, Session &session) {
   const std::optional<Frame> frame = channel.receive({FrameKind::request});
@@ -41,6 +44,7 @@ Listener::Listener(const std::string &path, mode_t permissions, Service &service
     : file_(path, permissions), service_(service), log_(std::move(log)), stall_limit_(stall_limit) {
   connections_.reserve(session_max);
   acceptor_ = std::thread([this] { accept_clients(); });
+  watcher_ = std::thread([this] { watch_clients(); });
 }
 
 Listener::~Listener() {
@@ -55,8 +59,10 @@ void Listener::close() {
   }
   stop_wanted_.notify_all();
   file_.shut_down();
-  if (acceptor_.joinable()) {
-    acceptor_.join();
+  for (std::thread *thread : {&acceptor_, &watcher_}) {
+    if (thread->joinable()) {
+      thread->join();
+    }
   }
   {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -135,6 +141,7 @@ void Listener::begin_session(Descriptor socket) {
   Connection &served = *connection;
   served.thread = std::jthread([this, &served] { serve(served); });
   /* There is room: this cannot fail and leave the thread without its connection. */
+  const std::lock_guard<std::mutex> lock(mutex_);
   connections_.push_back(std::move(connection));
 }
 
@@ -155,7 +162,7 @@ void Listener::refuse_session(Descriptor socket) {
 
 void Listener::serve(Connection &connection) noexcept {
   try {
-    converse(connection.channel);
+    converse(connection);
   } catch (const std::exception &error) {
     note_end(connection.number, error.what());
   } catch (...) {
@@ -167,7 +174,8 @@ void Listener::serve(Connection &connection) noexcept {
 }
 
 /* The session is logged out on return, before the client can see that the connection is closed. */
-void Listener::converse(const Channel &channel) {
+void Listener::converse(Connection &connection) {
+  const Channel &channel = connection.channel;
   const std::optional<Frame> frame = channel.receive({FrameKind::login}, stall_limit_);
   if (!frame) {
     return;
@@ -179,7 +187,30 @@ void Listener::converse(const Channel &channel) {
     return;
   }
   channel.send(encode_accepted());
+  put_session(connection, session.get());
+  struct Withdrawal {
+    Listener &listener;
+    Connection &connection;
+    ~Withdrawal() { listener.put_session(connection, nullptr); }
+  } const withdrawal{*this, connection};
   while (answer_request(channel, *session)) {
+  }
+}
+
+void Listener::put_session(Connection &connection, Session *session) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  connection.session = session;
+}
+
+/* A session's own thread does not look at its client while it is at a request. */
+void Listener::watch_clients() noexcept {
+  std::unique_lock<std::mutex> lock(mutex_);
+  while (!stop_wanted_.wait_for(lock, watch_interval, [this] { return stopping_; })) {
+    for (const auto &connection : connections_) {
+      if (connection->session != nullptr && connection->channel.hung_up()) {
+        connection->session->abandon();
+      }
+    }
   }
 }
 

@@ -65,7 +65,8 @@ class Listener {
   struct Connection {
     uint64_t number; /* names it in the log */
     Channel channel;
-    bool finished = false; /* the thread has nothing left to do */
+    bool finished = false;      /* the thread has nothing left to do */
+    Session *session = nullptr; /* while its client is logged in */
     std::jthread thread{};
   };
 
@@ -78,7 +79,9 @@ class Listener {
   void refuse_session(Descriptor socket);
   void join_finished();
   void serve(Connection &connection) noexcept;
-  void converse(const Channel &channel);
+  void converse(Connection &connection);
+  void put_session(Connection &connection, Session *session);
+  void watch_clients() noexcept;
 
   SocketFile file_;
   Service &service_;
@@ -86,14 +89,15 @@ class Listener {
   std::chrono::milliseconds stall_limit_;
   std::mutex stop_mutex_; /* one thread stops at a time */
   std::mutex log_mutex_;
-  /* Guards the wish to stop, what is finished, and channels against being closed while they are shut down. */
+  /* Guards the wish to stop, what is finished, sessions, and channels against being closed while they are shut down. */
   mutable std::mutex mutex_;
   std::condition_variable stop_wanted_;
   bool stopping_ = false;
-  /* The acceptor's alone, and after its end of whoever stops. Room for all is reserved. */
+  /* Changed by the acceptor alone, under the mutex, and after its end by whoever stops. Room for all is reserved. */
   std::vector<std::unique_ptr<Connection>> connections_;
   uint64_t last_number_ = 0;
   std::thread acceptor_;
+  std::thread watcher_;
 };
 
 }  // namespace zdb
