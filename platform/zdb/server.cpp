@@ -17,6 +17,11 @@ namespace {
 constexpr std::string_view scan_procedure = "sp_transactions";
 constexpr std::string_view status_procedure = "$statusTrvDtmXact";
 constexpr int32_t name_max = 255;
+constexpr const char *too_long_name = "A name may have 255 bytes.";
+
+/* With the names' length this bounds what a session, and all of them together, can make the server remember. */
+constexpr std::size_t objects_max = 1000; /* cursors of a session, and as many statements */
+constexpr std::size_t branches_max = 10'000;
 
 Result integer_result(ResultKind kind, std::string column, int32_t value) {
   return {kind, {{std::move(column), ColumnType::integer, 4}}, {{Value(int64_t{value})}}};
@@ -200,6 +205,14 @@ bool Server::plant_prepared(const std::string &name) {
 }
 
 void Server::undo_orphans(Clock::time_point ended_before) {
+  try {
+    try_to_undo_orphans(ended_before);
+  } catch (const std::bad_alloc &) {
+    return;  // the next time will do
+  }
+}
+
+void Server::try_to_undo_orphans(Clock::time_point ended_before) {
   Lock lock(mutex_);
   for (const std::string &name : branches_.orphans(ended_before)) {
     const Branch *branch = branches_.find(name);
@@ -296,7 +309,7 @@ void Server::shut_down() {
 std::optional<int> Server::log_in(const Login &login, Message &refusal) {
   // Outside the lock: checking a password takes its time.
   const bool admitted = store_->admits(login.user, login.password);
-  const Lock lock(mutex_);
+  Lock lock(mutex_);
   if (!running_) {
     refusal = {message_shut_down, error_severity, "The server is shutting down. Connect again later."};
     return std::nullopt;
@@ -308,6 +321,7 @@ std::optional<int> Server::log_in(const Login &login, Message &refusal) {
   }
   // The login may have been dropped meanwhile, and its sessions ended.
   if (!admitted || !has_user(*store_, login.user)) {
+    idle_.wait_for(lock, penalty_for(login.user), [this] { return !running_; });
     refusal = {message_login_refused, denied_severity,
                "Login of user '" + login.user + "' refused. Check the user name and the password."};
     return std::nullopt;
@@ -316,6 +330,18 @@ std::optional<int> Server::log_in(const Login &login, Message &refusal) {
   client->user = login.user;
   clients_[++last_session_] = client;
   return last_session_;
+}
+
+/* Doubles with each failure, for users that exist and others alike: few names share a place. */
+std::chrono::milliseconds Server::penalty_for(const std::string &user) {
+  constexpr std::chrono::milliseconds first{50};
+  constexpr std::chrono::seconds forgotten_after{60};
+  constexpr int doubled_max = 6;
+  const auto now = std::chrono::steady_clock::now();
+  Failures &failures = failures_[std::hash<std::string>()(user) % failures_.size()];
+  failures.count = now - failures.last > forgotten_after ? 0 : std::min(failures.count + 1, doubled_max);
+  failures.last = now;
+  return first * (1 << failures.count);
 }
 
 void Server::log_out(int session) {
@@ -512,13 +538,19 @@ bool Server::may_use_dtm(const Client &client, Message &refusal) const {
 Server::Answer Server::answer_dtm(Lock &lock, int session, Client &client, const Request &request) {
   Answer answer;
   Message refusal;
+  const DtmRequest asked{request.text, text_parameter(request, "@name"), integer_parameter(request, "@flags", -1),
+                         integer_parameter(request, "@status", -1)};
+  if (asked.branch.size() > std::size_t{name_max}) {
+    return failure(message_over_limit, too_long_name);
+  }
+  if (branches_.count() >= branches_max && branches_.find(asked.branch) == nullptr) {
+    return failure(message_over_limit, "The server has as many branches as it can. Settle or roll back some.");
+  }
   if (!may_use_dtm(client, refusal)) {
     answer.outputs.emplace_back("@$rpcerror", refusal.number);
     answer.messages.push_back(std::move(refusal));
     return answer;
   }
-  const DtmRequest asked{request.text, text_parameter(request, "@name"), integer_parameter(request, "@flags", -1),
-                         integer_parameter(request, "@status", -1)};
   answer.statuses.push_back(carry_out(lock, asked, session));
   note_attachment(client, asked, session);
   return answer;
@@ -563,6 +595,12 @@ Server::Answer Server::answer_object(Client &client, const Request &request) {
       request.kind == RequestKind::statement_prepare || request.kind == RequestKind::statement_drop;
   std::set<std::string> &objects = is_statement ? client.statements : client.cursors;
   if (request.kind == RequestKind::cursor_open || request.kind == RequestKind::statement_prepare) {
+    if (request.text.size() > std::size_t{name_max}) {
+      return failure(message_over_limit, too_long_name);
+    }
+    if (objects.size() >= objects_max && !objects.contains(request.text)) {
+      return failure(message_over_limit, "The session has too many cursors or statements. Drop some.");
+    }
     objects.insert(request.text);
     return {};
   }

@@ -8,7 +8,9 @@
 #ifndef ZDB_SERVER_H
 #define ZDB_SERVER_H
 
+#include <array>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -100,6 +102,8 @@ class Server {
   void settle(Lock &lock, const std::string &branch, bool commit);
   bool is_at_hand(const std::string &branch) const;
   void break_off(Lock &lock, int session);
+  void try_to_undo_orphans(Clock::time_point ended_before);
+  std::chrono::milliseconds penalty_for(const std::string &user);
 
   bool may_use_dtm(const Client &client, Message &refusal) const;
   Answer answer(Lock &lock, int session, Client &client, const Request &request);
@@ -120,6 +124,11 @@ class Server {
   bool refuse_failover_ = false;
   int last_session_ = 0;
   std::map<int, std::shared_ptr<Client>> clients_;
+  struct Failures {
+    int count = 0;
+    std::chrono::steady_clock::time_point last{};
+  };
+  std::array<Failures, 1024> failures_; /* logins refused, by the hash of the user's name */
   BranchTable branches_;
   ScriptBook scripts_;
 };

@@ -156,6 +156,7 @@ enum ServerMessage : int32_t {
   message_result_too_large = 3109,
   message_bad_command = 3110,
   message_branch_lost = 3111,
+  message_over_limit = 3112,
   message_no_role = 3201,
   message_dtm_off = 3202,
   message_storage = 3203

@@ -262,6 +262,9 @@ TEST(Wire, StallsEndTheirSession) {
   EXPECT_TRUE(world.await_log("Session 1 ended: stalled"));
   const Descriptor halting = world.raw("\x09");
   EXPECT_TRUE(world.await_log("Session 2 ended: stalled"));
+  Request request{RequestKind::language, "echo", {{"@a", std::string(request_limit / 2, 'x')}}};
+  const Descriptor unread = world.raw(encode_login({"sa", "pw", "", false}) + encode_request(request));
+  EXPECT_TRUE(world.await_log("Session 3 ended: stalled: nothing was read"));
 }
 
 TEST(Wire, ALostClientIsLoggedOut) {
@@ -296,15 +299,16 @@ TEST(Wire, StoppingBreaksWaitingClientsOff) {
 
 TEST(Wire, SessionsAreBounded) {
   World world;
-  std::vector<Descriptor> raw;
+  std::vector<std::unique_ptr<Session>> sessions;
   for (std::size_t i = 0; i < session_max; ++i) {
-    raw.push_back(world.raw(""));
+    sessions.push_back(world.connect());
+    ASSERT_TRUE(sessions.back()) << world.refusal.text;
   }
   EXPECT_EQ(world.connect(), nullptr);
   EXPECT_EQ(world.refusal.number, message_too_many_sessions) << world.refusal.text;
   EXPECT_TRUE(world.await_log("Client refused: there are 256 sessions"));
   /* Each in turn: more clients than there is room for at once. */
-  raw.clear();
+  sessions.clear();
   world.listener.stop();
   World other;
   for (int i = 0; i < 2 * static_cast<int>(session_max); ++i) {

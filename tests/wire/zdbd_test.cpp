@@ -246,3 +246,23 @@ TEST_F(Zdbd, AnswersTheCatalogWhileOthersAskItTooMuch) {
   }
   EXPECT_EQ(stop(), 0);
 }
+
+TEST_F(Zdbd, KeepsItsDoorOpen) {
+  start(log_.in.number());
+  std::vector<Channel> silent;
+  for (int i = 0; i < 300; ++i) {
+    silent.push_back(raw());
+  }
+  EXPECT_NE(connect(), nullptr) << refusal_.text;
+  for (const char *user : {"sa", "nobody"}) {
+    const auto before = Clock::now();
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(connect(user, "wrong"), nullptr);
+    }
+    EXPECT_GT(Clock::now() - before, milliseconds(300)) << user;
+  }
+  EXPECT_NE(connect(), nullptr) << refusal_.text;
+  EXPECT_NE(log().find("Login of user 'nobody' refused"), std::string::npos);
+  EXPECT_EQ(connect("sa", std::string(500, 'x').c_str()), nullptr);
+  EXPECT_EQ(stop(), 0);
+}

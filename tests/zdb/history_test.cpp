@@ -93,7 +93,7 @@ class History {
  private:
   std::string set_up(const std::vector<std::string> &tables) {
     life([&](zdb::DiskStore &store) {
-      run(tables, [&](const std::string &sql) { return store.run(sql, false, counts); });
+      run(tables, [&](const std::string &sql) { return store.run(sql, false, counts, false); });
     });
     const std::string answered = record_.take();
     EXPECT_EQ(answered, run_on_model(tables));
@@ -133,7 +133,7 @@ class History {
   }
 
   static std::string store_content(zdb::DiskStore &store) {
-    return content([&](const std::string &sql) { return rows_of(store.run(sql, false, counts)); });
+    return content([&](const std::string &sql) { return rows_of(store.run(sql, false, counts, false)); });
   }
 
   /* The earlier ones and the last one in one life, which ends with its kill. */
@@ -189,7 +189,7 @@ class History {
 
   void carry_out(zdb::DiskStore &store, const Branch &branch) const {
     if (branch.ending == Ending::alone) {
-      run(branch.statements, [&](const std::string &sql) { return store.run(sql, false, counts); });
+      run(branch.statements, [&](const std::string &sql) { return store.run(sql, false, counts, false); });
       record_.add("\n");
       return;
     }

@@ -472,6 +472,25 @@ TEST_F(Losses, OfManyAtOnceKeepTheSum) {
   EXPECT_EQ(other.sql("update acct set v = v"), "#2") << "nobody holds the lock";
 }
 
+TEST_F(Refusals, BoundWhatASessionMakesTheServerRemember) {
+  const std::string longest(255, 'n');
+  const auto number = [&](zdb::RequestKind kind, const std::string &text) {
+    const zdb::Reply reply = one.ask(kind, text);
+    return reply.messages.empty() ? 0 : reply.messages[0].number;
+  };
+  EXPECT_EQ(one.dtm("begin", longest), 0);
+  EXPECT_EQ(one.dtm("begin", longest + "n"), Client::no_status);
+  for (const auto kind : {zdb::RequestKind::cursor_open, zdb::RequestKind::statement_prepare}) {
+    EXPECT_EQ(number(kind, longest), 0);
+    EXPECT_EQ(number(kind, longest + "n"), 3112);
+    for (int i = 1; i < 1000; ++i) {
+      EXPECT_EQ(number(kind, std::to_string(i)), 0);
+    }
+    EXPECT_EQ(number(kind, "one more"), 3112);
+    EXPECT_EQ(number(kind, "1"), 0);
+  }
+}
+
 TEST_F(Operators, SettleBranchesByForce) {
   one.work("b", "update acct set v = 1 where id = 1");
   EXPECT_EQ(operate(*server, "commit", {"b"}).substr(0, 5), "!3110") << "it is not prepared";

@@ -124,7 +124,8 @@ void DiskStore::add_user(const std::string &user, const std::string &password, b
 /* Takes as long for a user that does not exist. */
 bool DiskStore::admits(const std::string &user, const std::string &password) {
   const std::optional<Catalog::Login> login = catalog_.login(user);
-  return is_password(password, login ? login->hash : nobodys_hash()) && login.has_value();
+  const std::string &nobody = nobodys_hash();  // made at the first login, known or not
+  return is_password(password, login ? login->hash : nobody) && login.has_value();
 }
 
 bool DiskStore::has_dtm_role(const std::string &user) {

@@ -11,6 +11,9 @@ namespace {
 
 constexpr const char *method = "$6$";
 
+/* Hashing takes longer for longer ones, and anybody may send one. */
+constexpr std::size_t password_max = 64;
+
 /* Empty when there is none: the hash of a password with a zero byte would be that of what stands before it. */
 std::string hashed(const std::string &password, const std::string &setting) {
   if (password.find('\0') != std::string::npos) {
@@ -35,6 +38,9 @@ bool same_in_constant_time(const std::string &left, const std::string &right) {
 }  // namespace
 
 std::string hash_password(const std::string &password) {
+  if (password.size() > password_max) {
+    throw std::runtime_error("a password may have " + std::to_string(password_max) + " bytes");
+  }
   char setting[CRYPT_GENSALT_OUTPUT_SIZE];
   if (crypt_gensalt_rn(method, 0, nullptr, 0, setting, sizeof setting) == nullptr) {
     throw std::runtime_error("the system gives no salt for a password");
@@ -47,8 +53,9 @@ std::string hash_password(const std::string &password) {
 }
 
 bool is_password(const std::string &password, const std::string &hash) {
-  const std::string computed = hashed(password, hash);
-  return !computed.empty() && same_in_constant_time(computed, hash);
+  const bool usable = password.size() <= password_max && password.find('\0') == std::string::npos;
+  const std::string computed = hashed(usable ? password : std::string(), hash);
+  return usable && !computed.empty() && same_in_constant_time(computed, hash);
 }
 
 const std::string &nobodys_hash() {

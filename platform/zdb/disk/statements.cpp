@@ -247,7 +247,7 @@ void SqlConnection::run_statements(std::string_view sql, const Around &around, S
     if (const char *reason = around.stop()) {
       throw StoreError(message_interrupted, reason);
     }
-    refusal_.clear();
+    refusal_ = nullptr;
     changes_tables_ = asks_for_changes_ = false;
     clients_turn_ = true;
     const TurnOver turn_over{*this};
@@ -413,12 +413,12 @@ void SqlConnection::total_changes(sqlite3_context *call, int, sqlite3_value **) 
 Message SqlConnection::message_of(const SqliteError &error) const {
   switch (error.code & 0xFF) {
     case SQLITE_ERROR:  // a function that is refused is no more than a bad name to SQLite
-      return {refusal_.empty() ? message_bad_query : message_not_allowed, error_severity,
-              refusal_.empty() ? error.what() : refusal_};
+      return {refusal_ == nullptr ? message_bad_query : message_not_allowed, error_severity,
+              refusal_ == nullptr ? error.what() : refusal_};
     case SQLITE_AUTH:
-      return {message_not_allowed, error_severity, refusal_.empty() ? error.what() : refusal_};
+      return {message_not_allowed, error_severity, refusal_ == nullptr ? error.what() : refusal_};
     case SQLITE_INTERRUPT:
-      return {message_interrupted, error_severity, refusal_.empty() ? error.what() : refusal_};
+      return {message_interrupted, error_severity, refusal_ == nullptr ? error.what() : refusal_};
     case SQLITE_BUSY:
       return {
           message_data_changed, error_severity,

@@ -89,7 +89,7 @@ class SqlConnection {
   bool asks_for_changes_ = false;  /* it calls changes() */
   int64_t total_before_ = 0;       /* the session's total_changes(), less the connection's own */
   std::size_t result_bytes_ = 0;   /* of the command so far */
-  std::string refusal_;            /* why the statement was refused or stopped */
+  const char *refusal_ = nullptr;  /* why the statement was refused or stopped */
 };
 
 }  // namespace zdb

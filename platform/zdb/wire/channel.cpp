@@ -48,6 +48,17 @@ void await_input(int socket, const Patience &patience) {
   }
 }
 
+void await_room(int socket, milliseconds limit) {
+  pollfd watched = {socket, POLLOUT, 0};
+  const int ready = poll(&watched, 1, static_cast<int>(limit.count()));
+  if (ready < 0 && errno != EINTR) {
+    throw FrameError("cannot wait for room: " + error_text(errno));
+  }
+  if (ready == 0) {
+    throw FrameError("stalled: nothing was read within " + std::to_string(limit.count()) + " ms");
+  }
+}
+
 /* Receives at least one byte and tells how many; 0 at the end of the stream. */
 std::size_t receive_some(int socket, char *bytes, std::size_t size, const Patience &patience) {
   while (true) {
@@ -91,11 +102,14 @@ std::string receive_payload(int socket, std::size_t length, const Patience &pati
 
 Channel::Channel(Descriptor socket, milliseconds stall_limit) : socket_(std::move(socket)), stall_limit_(stall_limit) {}
 
-void Channel::send(std::string_view frame) const {
+void Channel::send(std::string_view frame, std::optional<milliseconds> limit) const {
+  const int flags = MSG_NOSIGNAL | (limit ? MSG_DONTWAIT : 0);
   while (!frame.empty()) {
-    const ssize_t sent = ::send(socket_.number(), frame.data(), frame.size(), MSG_NOSIGNAL);
+    const ssize_t sent = ::send(socket_.number(), frame.data(), frame.size(), flags);
     if (sent >= 0) {
       frame.remove_prefix(static_cast<std::size_t>(sent));
+    } else if (limit && errno == EAGAIN) {
+      await_room(socket_.number(), *limit);
     } else if (errno != EINTR) {
       throw FrameError("cannot send: " + error_text(errno));
     }

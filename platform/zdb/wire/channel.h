@@ -30,8 +30,8 @@ class Channel {
  public:
   explicit Channel(Descriptor socket, std::chrono::milliseconds stall_limit = default_stall_limit);
 
-  /* Sends a frame as the encoders give it. */
-  void send(std::string_view frame) const;
+  /* Sends a frame as the encoders give it. With a limit the other side must not stop reading for so long. */
+  void send(std::string_view frame, std::optional<std::chrono::milliseconds> limit = std::nullopt) const;
   /*
    * The next frame, which must be of an expected kind; none at the end of the stream. With a limit the whole frame must
    * have come within it from now on, otherwise its beginning is waited for without end.

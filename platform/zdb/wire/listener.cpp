@@ -3,6 +3,7 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -20,11 +21,15 @@ constexpr int32_t full_severity = 17;
 /* When the process has run out of descriptors or memory, some time must pass before another client is accepted. */
 constexpr std::chrono::milliseconds breather{100};
 
+/* Clients that have not logged in yet; and all, those that were sent away and have not gone yet among them. */
+constexpr std::size_t login_max = 64;
+constexpr std::size_t connection_max = 2 * session_max;
+
 /* So long a request may go on before somebody sees that its client has gone. */
 constexpr std::chrono::milliseconds watch_interval{200};
 
 /* Answers the next request; false when there is none, or when the session has broken off. */
-bool answer_request(const Channel &channel, Session &session) {
+bool answer_request(const Channel &channel, Session &session, std::chrono::milliseconds limit) {
   const std::optional<Frame> frame = channel.receive({FrameKind::request});
   if (!frame) {
     return false;
@@ -32,7 +37,7 @@ bool answer_request(const Channel &channel, Session &session) {
   const Reply reply = session.execute(decode_request(frame->payload));
   const std::string answer = encode_reply(reply);
   crash_point();
-  channel.send(answer);
+  channel.send(answer, limit);
   crash_point();
   return !reply.broken_off;
 }
@@ -42,7 +47,7 @@ bool answer_request(const Channel &channel, Session &session) {
 Listener::Listener(const std::string &path, mode_t permissions, Service &service, Log log,
                    std::chrono::milliseconds stall_limit)
     : file_(path, permissions), service_(service), log_(std::move(log)), stall_limit_(stall_limit) {
-  connections_.reserve(session_max);
+  connections_.reserve(connection_max);
   acceptor_ = std::thread([this] { accept_clients(); });
   watcher_ = std::thread([this] { watch_clients(); });
 }
@@ -76,8 +81,13 @@ void Listener::close() {
 void Listener::stop() {
   close();
   const std::lock_guard<std::mutex> alone(stop_mutex_);
+  std::vector<std::unique_ptr<Connection>> leaving;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    leaving.swap(connections_);
+  }
   /* Waits for the threads, which need the mutex to come to their end. */
-  connections_.clear();
+  leaving.clear();
 }
 
 bool Listener::stopping() const {
@@ -133,8 +143,8 @@ void Listener::join_finished() {
 }
 
 void Listener::begin_session(Descriptor socket) {
-  if (connections_.size() >= session_max) {
-    refuse_session(std::move(socket));
+  if (!make_room()) {
+    refuse_session(Channel(std::move(socket)));
     return;
   }
   auto connection = std::make_unique<Connection>(Connection{++last_number_, Channel(std::move(socket), stall_limit_)});
@@ -145,15 +155,36 @@ void Listener::begin_session(Descriptor socket) {
   connections_.push_back(std::move(connection));
 }
 
+/*
+ * Whoever does not log in must not keep out those who do: the oldest one goes. False when nobody can be sent away, or
+ * those who were have not gone yet.
+ */
+bool Listener::make_room() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  std::size_t waiting = 0;
+  Connection *oldest = nullptr;
+  for (const auto &connection : connections_) {
+    if (connection->session == nullptr && !connection->sent_away && !connection->finished) {
+      ++waiting;
+      oldest = oldest == nullptr ? connection.get() : oldest;
+    }
+  }
+  if (waiting >= login_max) {
+    oldest->sent_away = true;
+    oldest->channel.shut_down();
+  }
+  return connections_.size() < connection_max && connections_.size() - waiting < session_max + login_max;
+}
+
 /* A new socket has room for this much, so sending it does not hold up the other clients. */
-void Listener::refuse_session(Descriptor socket) {
+void Listener::refuse_session(const Channel &channel) {
   const std::string most = std::to_string(session_max);
   note("Client refused", "there are " + most + " sessions");
   try {
-    Channel(std::move(socket))
-        .send(encode_refusal(
-            {message_too_many_sessions, full_severity,
-             "The server has " + most + " sessions, as many as it can. Log some out or try again later."}));
+    channel.send(
+        encode_refusal({message_too_many_sessions, full_severity,
+                        "The server has " + most + " sessions, as many as it can. Log some out or try again later."}),
+        breather);
   } catch (const FrameError &) {
     /* The client has gone already. */
     return;
@@ -181,25 +212,37 @@ void Listener::converse(Connection &connection) {
     return;
   }
   Message refusal;
-  const std::unique_ptr<Session> session = service_.log_in(decode_login(frame->payload), refusal);
+  const Login login = decode_login(frame->payload);
+  const std::unique_ptr<Session> session = service_.log_in(login, refusal);
   if (session == nullptr) {
-    channel.send(encode_refusal(refusal));
+    note("Login of user '" + login.user + "' refused", refusal.text);
+    channel.send(encode_refusal(refusal), stall_limit_);
     return;
   }
-  channel.send(encode_accepted());
-  put_session(connection, session.get());
+  if (!put_session(connection, session.get())) {
+    refuse_session(channel);
+    return;
+  }
   struct Withdrawal {
     Listener &listener;
     Connection &connection;
     ~Withdrawal() { listener.put_session(connection, nullptr); }
   } const withdrawal{*this, connection};
-  while (answer_request(channel, *session)) {
+  channel.send(encode_accepted(), stall_limit_);
+  while (answer_request(channel, *session, stall_limit_)) {
   }
 }
 
-void Listener::put_session(Connection &connection, Session *session) {
+/* False when there are as many as there may be. */
+bool Listener::put_session(Connection &connection, Session *session) {
   const std::lock_guard<std::mutex> lock(mutex_);
+  const auto sessions = std::count_if(connections_.begin(), connections_.end(),
+                                      [](const auto &other) { return other->session != nullptr; });
+  if (session != nullptr && static_cast<std::size_t>(sessions) >= session_max) {
+    return false;
+  }
   connection.session = session;
+  return true;
 }
 
 /* A session's own thread does not look at its client while it is at a request. */

@@ -25,7 +25,7 @@
 
 namespace zdb {
 
-/* More clients than these are refused. */
+/* More sessions than these are refused. */
 inline constexpr std::size_t session_max = 256;
 inline constexpr int32_t message_too_many_sessions = 3302;
 
@@ -66,6 +66,7 @@ class Listener {
     uint64_t number; /* names it in the log */
     Channel channel;
     bool finished = false;      /* the thread has nothing left to do */
+    bool sent_away = false;     /* it took too long to log in */
     Session *session = nullptr; /* while its client is logged in */
     std::jthread thread{};
   };
@@ -76,11 +77,12 @@ class Listener {
   void accept_clients() noexcept;
   void accept_client();
   void begin_session(Descriptor socket);
-  void refuse_session(Descriptor socket);
+  bool make_room();
+  void refuse_session(const Channel &channel);
   void join_finished();
   void serve(Connection &connection) noexcept;
   void converse(Connection &connection);
-  void put_session(Connection &connection, Session *session);
+  bool put_session(Connection &connection, Session *session);
   void watch_clients() noexcept;
 
   SocketFile file_;
