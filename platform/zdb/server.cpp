@@ -321,7 +321,9 @@ std::optional<int> Server::log_in(const Login &login, Message &refusal) {
   }
   // The login may have been dropped meanwhile, and its sessions ended.
   if (!admitted || !has_user(*store_, login.user)) {
-    idle_.wait_for(lock, penalty_for(login.user), [this] { return !running_; });
+    if (store_->slows_guessing()) {
+      idle_.wait_for(lock, penalty_for(login.user), [this] { return !running_; });
+    }
     refusal = {message_login_refused, denied_severity,
                "Login of user '" + login.user + "' refused. Check the user name and the password."};
     return std::nullopt;

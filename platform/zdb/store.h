@@ -111,6 +111,8 @@ class Store {
   virtual bool drop_user(const std::string &user) = 0;
   virtual std::vector<User> users() = 0;
   virtual bool admits(const std::string &user, const std::string &password) = 0;
+  /* Whether a refused login waits for its answer, longer each time, so that passwords are not found by trying. */
+  virtual bool slows_guessing() const { return false; }
   virtual bool has_dtm_role(const std::string &user) = 0;
 
   /* A row of the configuration table; none when it is missing. */

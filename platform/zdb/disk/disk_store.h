@@ -36,6 +36,7 @@ class DiskStore final : public Store {
   bool drop_user(const std::string &user) override { return catalog_.drop_login(user); }
   std::vector<User> users() override { return catalog_.users(); }
   bool admits(const std::string &user, const std::string &password) override;
+  bool slows_guessing() const override { return true; }
   bool has_dtm_role(const std::string &user) override;
 
   std::optional<int64_t> setting(const std::string &name) override { return catalog_.setting(name); }
