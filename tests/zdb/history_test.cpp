@@ -324,7 +324,7 @@ std::vector<std::string> for_all_kinds(std::size_t first, const std::function<st
   std::vector<std::string> all;
   for (std::size_t count = 0; count < std::size(table_kinds); ++count) {
     const std::size_t kind = (first + count) % std::size(table_kinds);
-    all.push_back(with_name(text(table_kinds[kind]), "t" + std::to_string(kind)));
+    all.push_back(with_name(text(table_kinds[kind]), std::string("t").append(std::to_string(kind))));
   }
   return all;
 }
