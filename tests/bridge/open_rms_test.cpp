@@ -16,6 +16,11 @@ namespace {
 
 constexpr int rounds = 20'000;
 
+// One whose identity ends with the test.
+struct OneTestsRms : OpenRms {
+  ~OneTestsRms() { clear(); }
+};
+
 std::string text_of(int32_t rmid, int variant) {
   return std::string(static_cast<size_t>(1 + variant * 37 % 700), static_cast<char>('a' + rmid));
 }
@@ -74,7 +79,7 @@ TEST(OpenRms, readers_meet_whole_strings_of_their_rmid_and_miss_none_that_stays_
 
 // A close forgets what was open when it began, not what is opened meanwhile; one of two is enough.
 TEST(OpenRms, closes_forget_what_was_open_when_they_began) {
-  OpenRms rms;
+  OneTestsRms rms;
   for (const bool succeeds : {true, false}) {
     open(rms, 1, "same");
     const OpenRms::Opening last = rms.begin_close(1);
@@ -113,7 +118,7 @@ TEST(OpenRms, closes_wait_for_an_opening_again) {
 
 // What could not be opened is unusable until it is opened or closed, and takes nothing from what is open.
 TEST(OpenRms, failures_are_noted_beside_what_is_open) {
-  OpenRms rms;
+  OneTestsRms rms;
   ASSERT_TRUE(rms.reserve(1));
   EXPECT_EQ(recall(rms, 1), Memory::nothing);
   rms.note_failure(1);
@@ -128,7 +133,7 @@ TEST(OpenRms, failures_are_noted_beside_what_is_open) {
 }
 
 TEST(OpenRms, scans_of_an_rmid_are_alone_and_those_of_closed_ones_free) {
-  OpenRms rms;
+  OneTestsRms rms;
   EXPECT_EQ(rms.begin_scan(1), ScanClaim::unknown);
   open(rms, 1, "x");
   open(rms, 2, "x");
@@ -144,7 +149,7 @@ TEST(OpenRms, scans_of_an_rmid_are_alone_and_those_of_closed_ones_free) {
 }
 
 TEST(OpenRms, no_memory_makes_everything_that_is_not_known_unusable) {
-  OpenRms rms;
+  OneTestsRms rms;
   EXPECT_EQ(recall(rms, 99), Memory::nothing);
   note_lack_of_memory();
   EXPECT_EQ(recall(rms, 99), Memory::unusable);
