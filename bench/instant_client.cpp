@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string_view>
 
 #include "common_routines.h"
@@ -161,8 +162,8 @@ int32_t ct_config(CS_CONTEXT *, int32_t, int32_t, void *, int32_t, int32_t *outl
   return CS_SUCCEED;
 }
 int32_t ct_con_alloc(CS_CONTEXT *, QLT_CONNECTION **connection) {
-  *connection = new qlt_connection{};
-  return CS_SUCCEED;
+  *connection = new (std::nothrow) qlt_connection{};
+  return *connection != nullptr ? CS_SUCCEED : CS_MEM_ERROR;
 }
 int32_t ct_con_props(QLT_CONNECTION *, int32_t action, int32_t, void *buffer, int32_t, int32_t *) {
   if (action == CS_GET) {
@@ -196,8 +197,8 @@ int32_t ct_con_drop(QLT_CONNECTION *connection) {
   return CS_SUCCEED;
 }
 int32_t ct_cmd_alloc(QLT_CONNECTION *, QLT_COMMAND **command) {
-  *command = new qlt_command{};
-  return CS_SUCCEED;
+  *command = new (std::nothrow) qlt_command{};
+  return *command != nullptr ? CS_SUCCEED : CS_MEM_ERROR;
 }
 int32_t ct_cmd_drop(QLT_COMMAND *command) {
   delete command;

@@ -257,8 +257,8 @@ int32_t xa_dtm_start_scan(XA_CONNECTION *conn) {
 
 int32_t xa_dtm_recov_scan(XA_CONNECTION *conn) {
   const TraceScope trace("xa_dtm_recov_scan", TRACE_MISC);
+  int32_t type = 0;  // of the last result, which an error shows
   for (;;) {
-    int32_t type = 0;
     const int32_t code = dtm_results_paused(conn->xc_recov_cmd, &type);
     if (code == CS_END_RESULTS) {
       return trace.cs(code);

@@ -2,9 +2,13 @@
 // of the XA calls.
 //
 // Every result buffer is the calling thread's, so a text stays valid until that thread's next call with the same
-// buffer. Nothing here allocates or locks; only the trace mask is written, by OR.
+// buffer. Of what threads share, only the trace mask is written, by OR.
+#include <pthread.h>
+
 #include <cctype>
+#include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "quillet.h"
@@ -141,27 +145,69 @@ constexpr NamedCode xacmn_log_csrc_tbl[] = {
 };
 // clang-format on
 
-constexpr int32_t line_size = 1024;
-constexpr int32_t code_size = 512;
+constexpr int32_t text_size = 1024;
 constexpr int32_t longest_hex = 64;  // bytes shown of a value
 
-thread_local constinit char xalog_ent_buf[line_size];
-thread_local constinit char xacmn_log_retbuf[line_size];
-thread_local constinit char xacmn_log_dump_xarc_buf[code_size];
-thread_local constinit char xacmn_log_dump_csrc_buf[code_size];
-thread_local constinit char xacmn_log_dump_xaflags_buf[code_size];
-thread_local constinit char xacmn_log_dump_xid_buf[code_size];
+// The texts that decoders and entry lines hand out, one set for each thread that has asked for one. A key instead of
+// thread-local variables: when there is no memory for those, the loader ends the process.
+struct ThreadTexts {
+  using Text = char[text_size];
+  Text xalog_ent_buf;
+  Text xacmn_log_retbuf;
+  Text xacmn_log_dump_xarc_buf;
+  Text xacmn_log_dump_csrc_buf;
+  Text xacmn_log_dump_xaflags_buf;
+  Text xacmn_log_dump_xid_buf;
+};
 
-const char *bracketed_name(const NamedCode *table, int32_t code, char (&out)[code_size]) {
-  const char *name = "";
-  for (const NamedCode *row = table; row->name != nullptr; ++row) {
-    if (row->code == code) {
-      name = row->name;
-      break;
+constexpr char no_room[] = "<no memory>";  // stands for any text of a thread that could get no set
+
+constinit pthread_once_t texts_once = PTHREAD_ONCE_INIT;
+constinit pthread_key_t texts_key{};
+constinit bool texts_have_key = false;
+
+void make_texts_key() {
+  texts_have_key = pthread_key_create(&texts_key, free) == 0;
+}
+
+// The calling thread's texts, null when there is no memory for them. They come from malloc, since they go with the
+// thread, when the common routines may be gone.
+ThreadTexts *texts_of_thread() {
+  pthread_once(&texts_once, make_texts_key);
+  if (!texts_have_key) {
+    return nullptr;
+  }
+  void *texts = pthread_getspecific(texts_key);
+  if (texts == nullptr) {
+    texts = calloc(1, sizeof(ThreadTexts));
+    if (texts != nullptr && pthread_setspecific(texts_key, texts) != 0) {
+      free(texts);
+      texts = nullptr;
     }
   }
-  snprintf(out, sizeof out, "[%s]", name);
-  return out;
+  return static_cast<ThreadTexts *>(texts);
+}
+
+// Formats into one of the thread's texts.
+[[gnu::format(printf, 2, 3)]] const char *formatted(ThreadTexts::Text ThreadTexts::*text, const char *format, ...) {
+  ThreadTexts *texts = texts_of_thread();
+  if (texts == nullptr) {
+    return no_room;
+  }
+  va_list values;
+  va_start(values, format);
+  vsnprintf(texts->*text, text_size, format, values);
+  va_end(values);
+  return texts->*text;
+}
+
+const char *name_of(const NamedCode *table, int32_t code) {
+  for (const NamedCode *row = table; row->name != nullptr; ++row) {
+    if (row->code == code) {
+      return row->name;
+    }
+  }
+  return "";
 }
 
 size_t keyword_length(const char *text) {
@@ -209,34 +255,35 @@ const char *xacmn_log_flags_set(const char *text) {
 // ---- Decoders -------------------------------------------------------------------------------------------------------
 
 const char *xacmn_log_dump_xarc(int32_t code) {
-  return bracketed_name(xacmn_log_xarc_tbl, code, xacmn_log_dump_xarc_buf);
+  return formatted(&ThreadTexts::xacmn_log_dump_xarc_buf, "[%s]", name_of(xacmn_log_xarc_tbl, code));
 }
 
 const char *xacmn_log_dump_csrc(int32_t code) {
-  return bracketed_name(xacmn_log_csrc_tbl, code, xacmn_log_dump_csrc_buf);
+  return formatted(&ThreadTexts::xacmn_log_dump_csrc_buf, "[%s]", name_of(xacmn_log_csrc_tbl, code));
 }
 
 const char *xacmn_log_xareturn(int32_t code) {
-  snprintf(xacmn_log_retbuf, sizeof xacmn_log_retbuf, " retstat: %d (%s)", code, xacmn_log_dump_xarc(code));
-  return xacmn_log_retbuf;
+  return formatted(&ThreadTexts::xacmn_log_retbuf, " retstat: %d (%s)", code, xacmn_log_dump_xarc(code));
 }
 
 const char *xacmn_log_csreturn(int32_t code) {
-  snprintf(xacmn_log_retbuf, sizeof xacmn_log_retbuf, "return, retstat: %d (%s)", code, xacmn_log_dump_csrc(code));
-  return xacmn_log_retbuf;
+  return formatted(&ThreadTexts::xacmn_log_retbuf, "return, retstat: %d (%s)", code, xacmn_log_dump_csrc(code));
 }
 
 const char *xacmn_log_hexreturn(int32_t value) {
   if (value == 0) {
-    return strcpy(xacmn_log_retbuf, "value: <nil>");
+    return "value: <nil>";
   }
-  snprintf(xacmn_log_retbuf, sizeof xacmn_log_retbuf, "value: %lx ",
-           static_cast<unsigned long>(static_cast<uint32_t>(value)));
-  return xacmn_log_retbuf;
+  return formatted(&ThreadTexts::xacmn_log_retbuf, "value: %lx ",
+                   static_cast<unsigned long>(static_cast<uint32_t>(value)));
 }
 
 const char *xacmn_log_dump_xaflags(int32_t flags) {
-  char *out = xacmn_log_dump_xaflags_buf;
+  ThreadTexts *texts = texts_of_thread();
+  if (texts == nullptr) {
+    return no_room;
+  }
+  char *out = texts->xacmn_log_dump_xaflags_buf;
   *out++ = '[';
   auto rest = static_cast<uint32_t>(flags);
   for (const NamedCode *row = xacmn_log_xaflag_tbl; row->name != nullptr; ++row) {
@@ -254,7 +301,7 @@ const char *xacmn_log_dump_xaflags(int32_t flags) {
   }
   *out++ = ']';
   *out = '\0';
-  return xacmn_log_dump_xaflags_buf;
+  return texts->xacmn_log_dump_xaflags_buf;
 }
 
 char *xacmn_log_hex_sprintf(char *out, const void *bytes, int32_t count) {
@@ -278,36 +325,37 @@ const char *xacmn_log_dump_xid(const XID *xid) {
   if (xid == nullptr) {
     return "<nil>";
   }
+  ThreadTexts *texts = texts_of_thread();
+  if (texts == nullptr) {
+    return no_room;
+  }
   const int32_t gtrid = xid_clamped(xid->gtrid_length);
-  char *out = xacmn_log_dump_xid_buf;
-  out += snprintf(out, code_size, "\t%d.%d.%d\n\t", xid->formatID, xid->gtrid_length, xid->bqual_length);
+  char *out = texts->xacmn_log_dump_xid_buf;
+  out += snprintf(out, text_size, "\t%d.%d.%d\n\t", xid->formatID, xid->gtrid_length, xid->bqual_length);
   out = xacmn_log_hex_sprintf(out, xid->data, gtrid);
   *out++ = '\n';
   *out++ = '\t';
   out = xacmn_log_hex_sprintf(out, xid->data + gtrid, xid_clamped(xid->bqual_length));
   *out++ = '\n';
   *out = '\0';
-  return xacmn_log_dump_xid_buf;
+  return texts->xacmn_log_dump_xid_buf;
 }
 
 // ---- Entry lines ----------------------------------------------------------------------------------------------------
 
 const char *xalog_entr_dft(int32_t rmid, int32_t flags, const XID *xid) {
-  snprintf(xalog_ent_buf, sizeof xalog_ent_buf, "rmid: %d, flags:%s XID:%s", rmid, xacmn_log_dump_xaflags(flags),
-           xacmn_log_dump_xid(xid));
-  return xalog_ent_buf;
+  return formatted(&ThreadTexts::xalog_ent_buf, "rmid: %d, flags:%s XID:%s", rmid, xacmn_log_dump_xaflags(flags),
+                   xacmn_log_dump_xid(xid));
 }
 
 const char *xalog_entr_recover(int32_t rmid, int32_t flags, int32_t count) {
-  snprintf(xalog_ent_buf, sizeof xalog_ent_buf, "rmid: %d, flags:%s, count: %d", rmid, xacmn_log_dump_xaflags(flags),
-           count);
-  return xalog_ent_buf;
+  return formatted(&ThreadTexts::xalog_ent_buf, "rmid: %d, flags:%s, count: %d", rmid, xacmn_log_dump_xaflags(flags),
+                   count);
 }
 
 const char *xalog_entr_info(int32_t rmid, int32_t flags, const char *info) {
-  snprintf(xalog_ent_buf, sizeof xalog_ent_buf, "rmid: %d, flags:%s, info: %s", rmid, xacmn_log_dump_xaflags(flags),
-           info != nullptr ? info : "<nil>");
-  return xalog_ent_buf;
+  return formatted(&ThreadTexts::xalog_ent_buf, "rmid: %d, flags:%s, info: %s", rmid, xacmn_log_dump_xaflags(flags),
+                   info != nullptr ? info : "<nil>");
 }
 
 const char *xalog_xa_name(int32_t index) {

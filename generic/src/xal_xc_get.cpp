@@ -18,8 +18,9 @@ namespace {
 constexpr int32_t look_again = 0;  // another thread holds the connection looked for; no XCRET code, no XA error
 constexpr uint32_t by_state = XCF_ASSOC | XCF_SUSPEND | XCF_RECOVER;
 
-// A thread is told by the address of its count of holds.
-thread_local constinit int32_t holds_of_thread = 0;
+// A thread is told by the address of its count of holds. It is small enough for the room that the loader gives each
+// thread at its start: one that is made at its first use ends the process when there is no memory for it.
+[[gnu::tls_model("initial-exec")]] thread_local constinit int32_t holds_of_thread = 0;
 
 bool held(const XA_CONNECTION *conn) {
   return conn->xc_holds > 0;

@@ -191,6 +191,16 @@ TEST_F(Scan, failing_steps) {
   }
 }
 
+TEST_F(Scan, a_results_error_shows_the_result_before_it) {
+  library().replies = {{marker(CS_CMD_FAIL)}};
+  library().fail("ct_results", 2, CS_FAIL);
+  EXPECT_EQ(recover(5, TMSTARTRSCAN), XAER_RMFAIL);
+  const Lines log = take_log();
+  EXPECT_EQ(Lines(log.begin(), log.begin() + 2),
+            (Lines{text("[xa_dtm_recov_scan] Error: CS_CMD_FAIL result type %d", CS_CMD_FAIL),
+                   text("[xa_dtm_recov_scan] Error: ct_results retcode ([CS_FAIL]) , result type %d", CS_CMD_FAIL)}));
+}
+
 TEST_F(Scan, an_unexpected_first_result_is_refused) {
   library().replies = {{marker(QLT_CURSOR_RESULT)}};
   EXPECT_EQ(recover(5, TMSTARTRSCAN), XAER_RMFAIL);
