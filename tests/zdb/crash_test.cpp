@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -295,4 +296,75 @@ TEST(Restart, PutsTheLogsOnTheDiskAndKeepsTheOrderOfPreparation) {
     EXPECT_EQ(log_size("data.db-wal") + log_size("catalog.db-wal"), 0U);
     EXPECT_EQ(Client(server).scan(), "b;a0") << "a status behind the names";
   }));
+}
+
+/* What somebody does to a killed server's log, and what the next start says of that. */
+struct Harm {
+  const char *log;
+  std::function<void(const std::string &path, std::uintmax_t size)> act;
+  const char *told; /* null: it starts */
+};
+
+void flip(const std::string &path, std::uintmax_t at) {
+  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+  file.seekg(static_cast<std::streamoff>(at));
+  const int byte = file.get();
+  file.seekp(static_cast<std::streamoff>(at));
+  file.put(static_cast<char>(byte ^ 1));
+}
+
+std::string refusal_of_start(const Place &place) {
+  try {
+    zdb::open_store(place.folder());
+    return "";
+  } catch (const std::runtime_error &error) {
+    return error.what();
+  }
+}
+
+TEST(Logs, AreNotMissedWithoutAWord) {
+  const Place place;
+  ASSERT_FALSE(survives(never_reached, [&] {
+    make_accounts(place);
+    const auto server = open_bank(place);
+    const Client client(server);
+    client.work("a", transfer);
+    EXPECT_GE(client.dtm("commit1", "a"), 0);
+    client.work("b", transfer);
+    EXPECT_EQ(client.dtm("prepare", "b"), 2);
+    kill(getpid(), SIGKILL);
+  }));
+  const Snapshot killed(place);
+  const auto remove = [](const std::string &path, auto) { std::filesystem::remove(path); };
+  const auto empty = [](const std::string &path, auto) { std::filesystem::resize_file(path, 0); };
+  const auto shorten = [](const std::string &path, auto size) { std::filesystem::resize_file(path, size - 1); };
+  const Harm harms[] = {
+      {"catalog.db-wal", remove, "is missing"},
+      {"catalog.db-wal", empty, "is cut off"},
+      {"catalog.db-wal", shorten, "is cut off"},
+      {"catalog.db-wal", [](auto &path, auto) { flip(path, 20); }, "is damaged"},
+      {"catalog.db-wal", [](auto &path, auto size) { flip(path, size / 2); }, "is damaged"},
+      {"catalog.db-wal", [](auto &path, auto size) { flip(path, size - 1); }, "is damaged"},
+      {"catalog.db-wal", [](auto &path, auto size) { std::filesystem::resize_file(path, size + 5000); }, nullptr},
+      {"data.db-wal", remove, "is missing"},
+      {"data.db-wal", empty, "is cut off"},
+      {"data.db-wal", [](auto &path, auto) { flip(path, 40); }, "is damaged"},
+  };
+  for (const Harm &harm : harms) {
+    killed.restore();
+    const std::string path = place.folder() + "/" + harm.log;
+    harm.act(path, std::filesystem::file_size(path));
+    EXPECT_TRUE(survives(0,
+                         [&] {
+                           const std::string refusal = refusal_of_start(place);
+                           EXPECT_EQ(refusal.substr(0, refusal.find_first_of(",:")),
+                                     harm.told == nullptr ? "" : path + " " + harm.told);
+                         }))
+        << harm.log << " " << (harm.told == nullptr ? "untouched" : harm.told);
+    if (harm.told != nullptr) {
+      // The operator goes on without it.
+      std::filesystem::resize_file(zdb::lock_path(place.folder()), 0);
+      EXPECT_TRUE(survives(0, [&] { EXPECT_EQ(refusal_of_start(place), ""); }));
+    }
+  }
 }

@@ -26,10 +26,6 @@
 namespace zdb {
 namespace {
 
-std::string lock_path(const std::string &folder) {
-  return folder + "/lock";
-}
-
 int open_lock(const std::string &folder) {
   return open(lock_path(folder).c_str(), O_RDWR | O_CLOEXEC);
 }
@@ -171,6 +167,10 @@ std::string catalog_path(const std::string &folder) {
 
 std::string data_path(const std::string &folder) {
   return folder + "/data.db";
+}
+
+std::string lock_path(const std::string &folder) {
+  return folder + "/lock";
 }
 
 std::string control_path(const std::string &folder) {

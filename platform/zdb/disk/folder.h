@@ -8,6 +8,8 @@ namespace zdb {
 
 std::string catalog_path(const std::string &folder);
 std::string data_path(const std::string &folder);
+/* Who has it locked has the folder. It holds the notes on the logs (log_notes.h), and comes last in the making. */
+std::string lock_path(const std::string &folder);
 /* Where the process that has the folder takes operators' commands. */
 std::string control_path(const std::string &folder);
 

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "disk_store.h"
+#include "log_notes.h"
 #include "sqlite.h"
 
 namespace zdb {
@@ -72,6 +73,7 @@ void require_databases(const std::string &folder) {
   for (const Needs &needs : databases(folder)) {
     require_database(needs.file);
   }
+  require_noted_logs(folder);
 }
 
 }  // namespace

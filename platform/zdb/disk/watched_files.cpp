@@ -1,8 +1,7 @@
 /*
  * watched_files.cpp - a layer over SQLite's default file system that passes everything through but for what a capture
- * keeps back. A file of the layer is
- * a header followed by the file of the layer below; the other operations of the layer below (deleting, randomness,
- * time) do not look at files and are taken as they are.
+ * keeps back. A file of the layer is a header followed by the file of the layer below; the other operations of the
+ * layer below (randomness, time) do not look at files and are taken as they are.
  */
 #include "watched_files.h"
 
@@ -14,9 +13,11 @@
 #include <filesystem>
 #include <new>
 #include <string>
+#include <system_error>
 
 #include "crash_points.h"
 #include "folder_sync.h"
+#include "log_notes.h"
 #include "page_capture.h"
 #include "storage_failure.h"
 
@@ -29,6 +30,7 @@ std::atomic<uint64_t> syncs{0};
 struct alignas(8) WatchedFile {
   sqlite3_file base;
   PageCapture *capture; /* of a log whose transactions are captured, else null */
+  LogWatch *watch;      /* of a log that is noted, else null; owned */
 };
 
 /* Whose connection this thread opens. SQLite does not tell a log's opening which connection it is for. */
@@ -47,10 +49,15 @@ PageCapture *capture_of(sqlite3_file *file) {
   return reinterpret_cast<WatchedFile *>(file)->capture;
 }
 
+LogWatch *watch_of(sqlite3_file *file) {
+  return reinterpret_cast<WatchedFile *>(file)->watch;
+}
+
 int close_file(sqlite3_file *file) {
   if (PageCapture *capture = capture_of(file)) {
     capture->closed();
   }
+  delete watch_of(file);
   return below(file)->pMethods->xClose(below(file));
 }
 
@@ -74,13 +81,24 @@ int write_file(sqlite3_file *file, const void *bytes, int count, sqlite3_int64 a
       return code;
     }
   }
+  LogWatch *const watch = watch_of(file);
+  if (watch != nullptr && !watch->before_loss(at)) {
+    return SQLITE_IOERR_WRITE;
+  }
   crash_point();
   const int code = below(file)->pMethods->xWrite(below(file), bytes, count, at);
+  if (watch != nullptr && code == SQLITE_OK) {
+    watch->wrote(bytes, count, at);
+  }
   crash_point();
   return code;
 }
 
 int truncate_file(sqlite3_file *file, sqlite3_int64 size) {
+  LogWatch *const watch = watch_of(file);
+  if (watch != nullptr && !watch->before_loss(size)) {
+    return SQLITE_IOERR_TRUNCATE;
+  }
   return below(file)->pMethods->xTruncate(below(file), size);
 }
 
@@ -96,6 +114,9 @@ int sync_file(sqlite3_file *file, int flags) {
   }
   ++syncs;
   crash_point();
+  if (LogWatch *watch = watch_of(file)) {
+    watch->synced();
+  }
   return code;
 }
 
@@ -185,10 +206,32 @@ int open_log_in(const FolderSync &names, const char *name, sqlite3_file *file, i
 
 int open_log(const char *name, sqlite3_file *file, int flags, int *opened) {
   try {
-    return open_log_in(FolderSync(std::filesystem::path(name).parent_path()), name, file, flags, opened);
+    auto watch = LogWatch::of(name);
+    const int code = open_log_in(FolderSync(std::filesystem::path(name).parent_path()), name, file, flags, opened);
+    if (below(file)->pMethods != nullptr) {
+      reinterpret_cast<WatchedFile *>(file)->watch = watch.release();
+    }
+    return code;
   } catch (const std::bad_alloc &) {
     return SQLITE_NOMEM;
+  } catch (const std::system_error &) {
+    return SQLITE_CANTOPEN;
   }
+}
+
+/* SQLite deletes a log that it has put into the database. */
+int delete_file(sqlite3_vfs *, const char *name, int sync_folder) {
+  try {
+    const auto watch = LogWatch::of(name);
+    if (watch != nullptr && !watch->before_loss(0)) {
+      return SQLITE_IOERR_DELETE;
+    }
+  } catch (const std::bad_alloc &) {
+    return SQLITE_NOMEM;
+  } catch (const std::system_error &) {
+    return SQLITE_IOERR_DELETE;
+  }
+  return system_files()->xDelete(system_files(), name, sync_folder);
 }
 
 int open_file(sqlite3_vfs *, const char *name, sqlite3_file *file, int flags, int *opened) {
@@ -196,6 +239,7 @@ int open_file(sqlite3_vfs *, const char *name, sqlite3_file *file, int flags, in
   file->pMethods = nullptr;
   PageCapture *capture = is_log ? opening : nullptr;
   reinterpret_cast<WatchedFile *>(file)->capture = capture;
+  reinterpret_cast<WatchedFile *>(file)->watch = nullptr;
   below(file)->pMethods = nullptr;
   const int code = is_log ? open_log(name, file, flags, opened) : open_below(name, file, flags, opened);
   if (below(file)->pMethods != nullptr) {
@@ -217,6 +261,7 @@ sqlite3_vfs *make_layer() {
   layer.szOsFile = static_cast<int>(sizeof(WatchedFile)) + system_files()->szOsFile;
   layer.pNext = nullptr;
   layer.xOpen = open_file;
+  layer.xDelete = delete_file;
   sqlite3_vfs_register(&layer, 0);
   return &layer;
 }
