@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
@@ -27,8 +28,10 @@ namespace {
 
 constexpr std::size_t log_count = 2;
 constexpr std::array<const char *, log_count> names = {"catalog.db-wal", "data.db-wal"};
-/* Name, salt, length, check. */
-constexpr std::size_t line_size = 14 + 1 + 16 + 1 + 16 + 1 + 16 + 1;
+/* A line: name, salt, length, check. */
+constexpr std::size_t salt_place = 14 + 1;
+constexpr std::size_t length_place = salt_place + 16 + 1;
+constexpr std::size_t line_size = length_place + 16 + 1 + 16 + 1;
 using Line = std::array<char, line_size + 1>;
 
 uint64_t check_of(const LogNote &note) {
@@ -44,16 +47,16 @@ Line line_of(std::size_t place, const LogNote &note) {
   return line;
 }
 
+/* A line that does not come out the same is torn, or none. */
 LogNote read_note(int file, std::size_t place) {
   Line line{};
   LogNote note;
-  std::array<char, 16> name{};
-  if (pread(file, line.data(), line_size, static_cast<off_t>(place * line_size)) != line_size ||
-      std::sscanf(line.data(), "%15s %" SCNx64 " %" SCNu64, name.data(), &note.salt, &note.length) != 3 ||
-      line != line_of(place, note)) {
+  if (pread(file, line.data(), line_size, static_cast<off_t>(place * line_size)) != line_size) {
     return {};
   }
-  return note;
+  std::from_chars(line.data() + salt_place, line.data() + length_place, note.salt, 16);
+  std::from_chars(line.data() + length_place, line.data() + line_size, note.length);
+  return line == line_of(place, note) ? note : LogNote();
 }
 
 }  // namespace
@@ -202,8 +205,8 @@ namespace {
 
 constexpr uint32_t magic = 0x377F0682; /* the last bit says which order of bytes the checksums are of */
 constexpr std::size_t page_size_place = 8;
-constexpr std::size_t salt_place = 16;
-constexpr std::size_t sum_place = 24;
+constexpr std::size_t header_salt_place = 16;
+constexpr std::size_t header_sum_place = 24;
 
 /* SQLite's running checksum. */
 class LogSum {
@@ -237,9 +240,9 @@ bool holds(std::ifstream &log, const LogNote &note) {
   const uint32_t begin = big_endian_word(bytes.data());
   const uint32_t page_size = big_endian_word(bytes.data() + page_size_place);
   LogSum sum((begin & 1U) != 0);
-  sum.add(bytes.data(), sum_place);
-  if (!log || (begin & ~1U) != magic || page_size > 65536 || salt_at(bytes.data() + salt_place) != note.salt ||
-      !sum.stands_at(bytes.data() + sum_place)) {
+  sum.add(bytes.data(), header_sum_place);
+  if (!log || (begin & ~1U) != magic || page_size > 65536 || salt_at(bytes.data() + header_salt_place) != note.salt ||
+      !sum.stands_at(bytes.data() + header_sum_place)) {
     return false;
   }
   bytes.resize(frame_header_size + page_size);

@@ -4,9 +4,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
+#include <string_view>
 
 #include "crash_points.h"
 #include "storage_failure.h"
@@ -24,17 +26,31 @@ void append_word(std::string &bytes, uint32_t word) {
   }
 }
 
+constexpr std::size_t sum_size = 2 * word_size;
+
+/* SQLite has none for its pages: a bit that the disk has changed would go into the data. */
+std::string sum_of(std::string_view bytes) {
+  uint64_t sum = 0xCBF29CE484222325U;
+  for (const char byte : bytes) {
+    sum = (sum ^ static_cast<unsigned char>(byte)) * 0x100000001B3U;
+  }
+  std::string text;
+  append_word(text, static_cast<uint32_t>(sum));
+  append_word(text, static_cast<uint32_t>(sum >> 32U));
+  return text;
+}
+
 /* Takes the words and pages off the front. */
 class Reader {
  public:
-  explicit Reader(const std::string &bytes) : bytes_(bytes) {}
+  explicit Reader(std::string_view bytes) : bytes_(bytes) {}
 
   std::string take(std::size_t count) {
     if (count > bytes_.size() - at_) {
       throw std::runtime_error("they break off");
     }
     at_ += count;
-    return bytes_.substr(at_ - count, count);
+    return std::string(bytes_.substr(at_ - count, count));
   }
 
   uint32_t word() {
@@ -49,7 +65,7 @@ class Reader {
   bool at_end() const { return at_ == bytes_.size(); }
 
  private:
-  const std::string &bytes_;
+  const std::string_view bytes_;
   std::size_t at_ = 0;
 };
 
@@ -106,7 +122,7 @@ class PageFile {
 
 std::string encoded(const PageImages &images) {
   std::string bytes;
-  bytes.reserve(3 * word_size + images.pages.size() * (word_size + images.page_size));
+  bytes.reserve(3 * word_size + images.pages.size() * (word_size + images.page_size) + sum_size);
   append_word(bytes, images.page_size);
   append_word(bytes, images.page_count);
   append_word(bytes, static_cast<uint32_t>(images.pages.size()));
@@ -114,11 +130,17 @@ std::string encoded(const PageImages &images) {
     append_word(bytes, number);
     bytes += page;
   }
+  bytes += sum_of(bytes);
   return bytes;
 }
 
 PageImages decoded_images(const std::string &bytes) {
-  Reader reader(bytes);
+  const std::size_t size = bytes.size() - std::min(bytes.size(), sum_size);
+  const std::string_view content = std::string_view(bytes).substr(0, size);
+  if (sum_of(content) != bytes.substr(size)) {
+    throw std::runtime_error("their checksum is wrong");
+  }
+  Reader reader(content);
   PageImages images;
   images.page_size = reader.word();
   images.page_count = reader.word();

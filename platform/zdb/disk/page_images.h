@@ -17,8 +17,8 @@ struct PageImages {
   std::map<uint32_t, std::string> pages; /* by their numbers, from 1; none beyond page_count */
 };
 
-/* The journal's form: little-endian words page size, page count, number of images, then each page's number and bytes.
- */
+/* The journal's form: little-endian words page size, page count, number of images, then each page's number and bytes;
+ * a checksum of it all behind them. */
 std::string encoded(const PageImages &images);
 /* Throws std::runtime_error when the bytes are no images. */
 PageImages decoded_images(const std::string &bytes);
