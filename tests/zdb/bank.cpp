@@ -2,7 +2,10 @@
 #include "bank.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <array>
 #include <cstdlib>
 #include <map>
 
@@ -106,6 +109,26 @@ void Client::work(const std::string &branch, const std::string &sql_text) const 
   EXPECT_EQ(dtm("begin", branch), 0);
   EXPECT_EQ(sql(sql_text).find('!'), std::string::npos) << sql_text;
   EXPECT_EQ(dtm("end", branch), 1);
+}
+
+std::string in_child(const std::function<void(int pipe)> &action, int &status) {
+  std::array<int, 2> ends{};
+  EXPECT_EQ(pipe(ends.data()), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    action(ends[1]);
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+  }
+  close(ends[1]);
+  std::string all;
+  std::array<char, 4096> bytes{};
+  ssize_t count = 0;
+  while ((count = read(ends[0], bytes.data(), bytes.size())) > 0) {
+    all.append(bytes.data(), static_cast<std::size_t>(count));
+  }
+  close(ends[0]);
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  return all;
 }
 
 std::string in_one_line(const zdb::Reply &reply) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -50,6 +51,9 @@ class Client {
  private:
   std::unique_ptr<zdb::Session> session_;
 };
+
+/* Runs the action in a child, whose failures show in its status; returns what it has written to its pipe. */
+std::string in_child(const std::function<void(int pipe)> &action, int &status);
 
 std::string in_one_line(const zdb::Reply &reply);
 /* The same for an operator's command, with the message's text behind it. */

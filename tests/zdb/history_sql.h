@@ -2,13 +2,11 @@
 #ifndef TESTS_ZDB_HISTORY_SQL_H
 #define TESTS_ZDB_HISTORY_SQL_H
 
-#include <functional>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "sqlite.h"
-#include "store.h"
 
 class HistorySql {
  public:
@@ -20,11 +18,7 @@ class HistorySql {
   std::vector<std::string> statements();
 
  private:
-  struct Table {
-    std::string name;
-    std::vector<std::string> columns;
-  };
-  const Table &any_table() { return tables_[static_cast<std::size_t>(below(static_cast<int>(tables_.size())))]; }
+  const std::string &any_table() { return any(tables_); }
   const std::string &any(const std::vector<std::string> &texts) {
     return texts[static_cast<std::size_t>(below(static_cast<int>(texts.size())))];
   }
@@ -34,17 +28,17 @@ class HistorySql {
   std::string update();
   std::string remove();
   std::string change_tables();
-  std::string where(const Table &table);
+  std::string where();
   std::string statement();
 
   std::mt19937 random_;
-  std::vector<Table> tables_;
+  std::vector<std::string> tables_;
 };
 
-/* Rows as text, values with their types. */
-std::string rows_of(const zdb::Database &database, const std::string &sql);
-std::string rows_of(const zdb::SqlOutcome &outcome);
-/* All tables that the query function finds, but for the server's own. */
-std::string content(const std::function<std::string(const std::string &sql)> &query);
+/* Kinds of tables, and what makes them; T is the name. Each has rows with k, c and v. */
+const std::vector<std::string> &table_kinds();
+std::string with_name(std::string text, const std::string &name);
+/* All tables, but for the server's own, as one text. */
+std::string content(const zdb::Database &database);
 
 #endif /* TESTS_ZDB_HISTORY_SQL_H */

@@ -10,7 +10,7 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
+#include <functional>
 #include <iterator>
 #include <random>
 #include <string>
@@ -46,32 +46,10 @@ struct Branch {
 
 zdb::SqlCounts counts; /* of the only session */
 
-bool is_killed(Ending ending) {
-  return ending >= Ending::killed;
-}
-
-/* What a life has told, word by word, in a file that outlives it. */
-class Record {
- public:
-  explicit Record(const Place &place) : path_(place.path() / "record") {}
-  void add(const std::string &word) const { std::ofstream(path_, std::ios::app) << word << std::flush; }
-  std::string take() const {
-    std::ifstream file(path_);
-    std::string all{std::istreambuf_iterator<char>(file), {}};
-    std::filesystem::remove(path_);
-    return all;
-  }
-
- private:
-  std::filesystem::path path_;
-};
-
 /* The same database twice: in the store's folder, and as plain SQLite has it. */
 class History {
  public:
-  explicit History(unsigned seed) : sql_(seed), model_(":memory:"), record_(place_) {
-    zdb::create_folder(place_.folder());
-  }
+  explicit History(unsigned seed) : sql_(seed), model_(":memory:") { zdb::create_folder(place_.folder()); }
 
   void play() {
     set_up(sql_.tables());
@@ -92,31 +70,36 @@ class History {
 
  private:
   std::string set_up(const std::vector<std::string> &tables) {
-    life([&](zdb::DiskStore &store) {
+    const std::string answered = life([&](zdb::DiskStore &store) {
       run(tables, [&](const std::string &sql) { return store.run(sql, false, counts, false); });
     });
-    const std::string answered = record_.take();
     EXPECT_EQ(answered, run_on_model(tables));
     return answered;
   }
 
-  /* Runs the action over the store in a process of its own, which is killed then. */
+  /* Runs the action over the store in a process of its own, which is killed then, and returns what it has told. */
   template <typename Action>
-  void life(Action action) {
-    const pid_t child = fork();
-    if (child == 0) {
-      action(*std::make_unique<zdb::DiskStore>(place_.folder()).release());
-      kill(getpid(), SIGKILL);
-    }
+  std::string life(Action action) {
     int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
+    const std::string told = in_child(
+        [&](int pipe) {
+          pipe_ = pipe;
+          action(*std::make_unique<zdb::DiskStore>(place_.folder()).release());
+          kill(getpid(), SIGKILL);
+        },
+        status);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "status " << status;
+    return told;
+  }
+
+  void tell(const std::string &text) const {
+    EXPECT_EQ(write(pipe_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
   }
 
   template <typename Run>
   void run(const std::vector<std::string> &statements, Run run_one) const {
     for (const std::string &sql : statements) {
-      record_.add(run_one(sql).failed ? "-" : "+");
+      tell(run_one(sql).failed ? "-" : "+");
     }
   }
 
@@ -128,13 +111,7 @@ class History {
     return answered;
   }
 
-  std::string model_content() {
-    return content([&](const std::string &sql) { return rows_of(model_, sql); });
-  }
-
-  static std::string store_content(zdb::DiskStore &store) {
-    return content([&](const std::string &sql) { return rows_of(store.run(sql, false, counts, false)); });
-  }
+  std::string store_content() const { return content(zdb::Database(zdb::data_path(place_.folder()))); }
 
   /* The earlier ones and the last one in one life, which ends with its kill. */
   void play(const std::vector<Branch> &earlier, const Branch &last) {
@@ -143,12 +120,12 @@ class History {
       begin_on_model(branch);
       expected += run_on_model(branch.statements) + "\n";
       end_on_model(branch, moves(branch.ending));
-      expected += model_content();
+      expected += content(model_);
     }
-    const std::string before = model_content();
+    const std::string before = content(model_);
     begin_on_model(last);
     expected += run_on_model(last.statements) + "\n";
-    const std::string after = model_content();
+    const std::string after = content(model_);
     const std::string answered = first_life(earlier, last);
     EXPECT_EQ(answered.substr(0, expected.size()), expected) << described(earlier) << described({last});
     const std::string found = last_life(last);
@@ -177,20 +154,19 @@ class History {
 
   /* All up to the kill. */
   std::string first_life(const std::vector<Branch> &earlier, const Branch &last) {
-    life([&](zdb::DiskStore &store) {
+    return life([&](zdb::DiskStore &store) {
       for (const Branch &branch : earlier) {
         carry_out(store, branch);
-        record_.add(store_content(store));
+        tell(store_content());
       }
       carry_out(store, last);
     });
-    return record_.take();
   }
 
   void carry_out(zdb::DiskStore &store, const Branch &branch) const {
     if (branch.ending == Ending::alone) {
       run(branch.statements, [&](const std::string &sql) { return store.run(sql, false, counts, false); });
-      record_.add("\n");
+      tell("\n");
       return;
     }
     // A branch that the kill ends lives on until then.
@@ -198,7 +174,7 @@ class History {
     static std::vector<std::shared_ptr<zdb::Work>> kept;
     kept.push_back(work);
     run(branch.statements, [&](const std::string &sql) { return work->run(sql, counts); });
-    record_.add("\n");
+    tell("\n");
     end(*work, branch);
   }
 
@@ -211,19 +187,18 @@ class History {
     }
     if (branch.ending != Ending::one_phase && branch.ending != Ending::roll_back) {
       work.prepare();
-      record_.add(is_killed(branch.ending) ? "prepared" : "");
+      tell(branch.ending >= Ending::killed ? "prepared" : "");
     }
     if (branch.ending == Ending::roll_back || branch.ending == Ending::prepared_roll_back) {
       work.roll_back();
-    } else if (!is_killed(branch.ending) || branch.ending == Ending::torn) {
+    } else if (branch.ending < Ending::killed || branch.ending == Ending::torn) {
       work.commit();
     }
   }
 
   /* After the restart: what was prepared is ended, and all is looked at. */
   std::string last_life(const Branch &branch) {
-    life([&](zdb::DiskStore &store) {
-      const std::string unseen = store_content(store);
+    return life([&](zdb::DiskStore &store) {
       for (const zdb::KeptBranch &kept : store.take_kept_branches()) {
         if (branch.ending == Ending::killed_then_roll_back) {
           kept.work->roll_back();
@@ -231,15 +206,14 @@ class History {
           kept.work->commit();
         }
       }
-      record_.add(store_content(store));
+      tell(store_content());
     });
-    return record_.take();
   }
 
   static std::string described(const std::vector<Branch> &branches) {
     std::string text;
     for (const Branch &branch : branches) {
-      text += "ending " + std::to_string(static_cast<int>(branch.ending)) + " of\n";
+      text.append("ending ").append(std::to_string(static_cast<int>(branch.ending))).append(" of\n");
       for (const std::string &sql : branch.statements) {
         text += sql + ";\n";
       }
@@ -250,7 +224,7 @@ class History {
   const Place place_;
   HistorySql sql_;
   zdb::Database model_;
-  const Record record_;
+  int pipe_ = -1; /* in a life: to who looks at it */
 };
 
 unsigned from_environment(const char *name, unsigned missing) {
@@ -268,26 +242,6 @@ TEST(Histories, LeaveWhatPlainTransactionsLeave) {
     ASSERT_FALSE(HasFailure()) << "seed " << seed;
   }
 }
-
-/* Kinds of tables, and what makes them; T is the name. Each has rows with k, c and v. */
-constexpr const char *table_kinds[] = {
-    "create table T (k integer primary key, c, v unique)",
-    "create table T (k integer primary key autoincrement, c, v)",
-    "create table T (k text collate nocase primary key, c, v)",
-    "create table T (k, c, v)",
-    "create table T (k primary key, c, v)",
-    "create table T (k real primary key, c real, v)",
-    "create table T (k blob primary key, c, v any, check (rowid < 2000))",
-    "create table T (v real, c, k primary key) without rowid",
-    "create table T (c, k, v, primary key (c, k desc)) without rowid",
-    "create table T (k integer primary key, c, v, g as (c || v), s not null default (1 + 1), check (k < 2000))",
-    "create table T (k, c, v, g generated always as (k + 1) stored unique)",
-    "create table T (k, c, v); create unique index T_i on T (k, v) where c is not null; create index T_e on T (c || v)",
-    "create table T (k, c, v); create table T_log (e, k); create trigger T_i after insert on T begin "
-    "insert into T_log values ('in', new.k); end; create trigger T_d before delete on T begin "
-    "insert into T_log values ('out', old.k); insert into T_log values (changes(), last_insert_rowid()); end",
-    "create table T (k, c, v references T_p on delete cascade); create table T_p (i primary key)",
-};
 
 /* What a branch does to each of them. */
 constexpr const char *statement_forms[] = {
@@ -312,31 +266,25 @@ constexpr const char *statement_forms[] = {
      "values (new.k, 1, 1); end; insert into T_v (k) values (77); drop view T_v"),
 };
 
-std::string with_name(std::string text, const std::string &name) {
-  for (std::size_t at = text.find('T'); at != std::string::npos; at = text.find('T', at + name.size())) {
-    text.replace(at, 1, name);
-  }
-  return text;
-}
-
 /* The statements for every table, not always beginning with the same one. */
-std::vector<std::string> for_all_kinds(std::size_t first, const std::function<std::string(const char *kind)> &text) {
+std::vector<std::string> for_all_kinds(std::size_t first,
+                                       const std::function<std::string(const std::string &kind)> &text) {
   std::vector<std::string> all;
-  for (std::size_t count = 0; count < std::size(table_kinds); ++count) {
-    const std::size_t kind = (first + count) % std::size(table_kinds);
-    all.push_back(with_name(text(table_kinds[kind]), std::string("t").append(std::to_string(kind))));
+  for (std::size_t count = 0; count < table_kinds().size(); ++count) {
+    const std::size_t kind = (first + count) % table_kinds().size();
+    all.push_back(with_name(text(table_kinds()[kind]), std::string("t").append(std::to_string(kind))));
   }
   return all;
 }
 
 TEST(Forms, LeaveInTablesOfAllKindsWhatPlainTransactionsLeave) {
-  const auto tables = for_all_kinds(0, [](const char *kind) {
-    return std::string(kind) +
+  const auto tables = for_all_kinds(0, [](const std::string &kind) {
+    return kind +
            "; insert into T (k, c, v) values (1, 'one', 1), (2, 'two', 2.0), (3, 3, 'three'), (1001, x'01', 4); "
            "delete from T where k = 1001";
   });
   for (std::size_t form = 0; form < std::size(statement_forms); ++form) {
-    const auto statements = for_all_kinds(form, [&](const char *) { return statement_forms[form]; });
+    const auto statements = for_all_kinds(form, [&](const std::string &) { return statement_forms[form]; });
     for (const Ending ending : {Ending::commit, Ending::killed_then_commit, Ending::killed_then_roll_back}) {
       History(0).play(tables, {statements, ending});
       ASSERT_FALSE(HasFailure()) << statement_forms[form];

@@ -137,8 +137,8 @@ void carry_out(const Undo &undo) {
   close(file);
 }
 
-void cut_if(bool now) {
-  if (now) {
+void end_if_planned() {
+  if (fails(Fault::kill) || fails(Fault::cut) || fails(Fault::torn)) {
     end_process();
   }
 }
@@ -148,7 +148,7 @@ bool call_fails(Fault fault, const std::string &path) {
   if (!is_watched(path)) {
     return false;
   }
-  cut_if(fails(Fault::cut) || fails(Fault::torn));
+  end_if_planned();
   return fails(fault);
 }
 
@@ -296,27 +296,11 @@ int open(const char *name, int flags, ...) {
   return open_watched(name, flags, mode);
 }
 
-int open64(const char *name, int flags, ...) {
-  va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = mode_of(flags, arguments);
-  va_end(arguments);
-  return open_watched(name, flags, mode);
-}
-
 ssize_t pwrite(int file, const void *bytes, std::size_t count, off_t at) {
   return write_watched(file, bytes, count, at);
 }
 
-ssize_t pwrite64(int file, const void *bytes, std::size_t count, off64_t at) {
-  return write_watched(file, bytes, count, at);
-}
-
 int ftruncate(int file, off_t size) noexcept {
-  return truncate_watched(file, size);
-}
-
-int ftruncate64(int file, off64_t size) noexcept {
   return truncate_watched(file, size);
 }
 
@@ -327,6 +311,10 @@ int fsync(int file) {
 int fdatasync(int file) {
   return sync_watched(file, next<int(int)>("fdatasync"));
 }
+
+int open64(const char *name, int flags, ...) __attribute__((alias("open")));
+ssize_t pwrite64(int file, const void *bytes, std::size_t count, off64_t at) __attribute__((alias("pwrite")));
+int ftruncate64(int file, off64_t size) noexcept __attribute__((alias("ftruncate")));
 
 /* A lost process has lost its unsynced files, however it ends. */
 void _exit(int status) {
@@ -343,7 +331,7 @@ int unlink(const char *name) noexcept {
   const std::string path = name;
   const bool ours = !folder.empty() && path.starts_with(folder) && is_watched(path);
   if (ours) {
-    cut_if(fails(Fault::cut) || fails(Fault::torn));
+    end_if_planned();
     keep(path, true, 0, size_of(path));
   }
   return next<int(const char *)>("unlink")(name);

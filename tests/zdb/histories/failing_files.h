@@ -16,6 +16,7 @@ enum class Fault : uint8_t {
   open,
   truncate,
   memory,
+  kill, /* -9, before a write, sync, truncation or removal */
   cut,  /* the power goes before a write, sync, truncation or removal, and takes along what was not synced */
   torn, /* the same, but some of it has reached the disk */
 };

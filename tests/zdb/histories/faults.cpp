@@ -3,7 +3,7 @@
  * the server starts without faults, and what was answered must hold: nothing that was answered as done is missing,
  * nothing that was answered as not done is there, and what was not answered is either.
  *
- *   zdb_faults [--fault NAME] [--story N] [--for-good] [--from N] [--to N] [--spread N]
+ *   zdb_faults [--fault NAME] [--story N] [--from N] [--spread N] [--for-good yes]
  *
  * Without --fault and --story: all of them. With --spread, n grows by an N-th each time. Each life and each look at
  * what it has left is a process of its own. A failure of memory that leaves the server as an exception counts as no
@@ -16,9 +16,8 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <functional>
+#include <iterator>
 #include <map>
 #include <new>
 #include <sstream>
@@ -43,53 +42,27 @@ enum Outcome : unsigned { absent = 1, prepared = 2, committed = 4, heuristic_com
 using Outcomes = std::map<char, unsigned>;
 
 struct Step {
-  const char *request;
+  std::string request;
   char branch;
 };
 
 /* In the first life "k" is prepared; what becomes of it is each story's first step. */
-using Story = std::vector<Step>;
+constexpr const char *stories[] = {
+    "commit k, work a, commit1 a, work b, prepare b, commit b, alone c",
+    "rollback k, work a, prepare a, rollback a, work b, rollback b, work c, commit1 c, work d, prepare d",
+    ("force commit k, work a, prepare a, force commit a, forget a, work b, prepare b, force rollback b, forget b, "
+     "forget k, work c"),
+    "force rollback k, alone a, work b, prepare b, force commit b, large c, commit1 c",
+    "commit k, large a, prepare a, commit a",
+};
 
-const std::vector<Story> &stories() {
-  static const std::vector<Story> all = {
-      {{"commit", 'k'},
-       {"work", 'a'},
-       {"commit1", 'a'},
-       {"work", 'b'},
-       {"prepare", 'b'},
-       {"commit", 'b'},
-       {"alone", 'c'}},
-      {{"rollback", 'k'},
-       {"work", 'a'},
-       {"prepare", 'a'},
-       {"rollback", 'a'},
-       {"work", 'b'},
-       {"rollback", 'b'},
-       {"work", 'c'},
-       {"commit1", 'c'},
-       {"work", 'd'},
-       {"prepare", 'd'}},
-      {{"force commit", 'k'},
-       {"work", 'a'},
-       {"prepare", 'a'},
-       {"force commit", 'a'},
-       {"forget", 'a'},
-       {"work", 'b'},
-       {"prepare", 'b'},
-       {"force rollback", 'b'},
-       {"forget", 'b'},
-       {"forget", 'k'},
-       {"work", 'c'}},
-      {{"force rollback", 'k'},
-       {"alone", 'a'},
-       {"work", 'b'},
-       {"prepare", 'b'},
-       {"force commit", 'b'},
-       {"large", 'c'},
-       {"commit1", 'c'}},
-      {{"commit", 'k'}, {"large", 'a'}, {"prepare", 'a'}, {"commit", 'a'}},
-  };
-  return all;
+std::vector<Step> steps_of(const char *story) {
+  std::vector<Step> steps;
+  std::istringstream text(story);
+  for (std::string step; std::getline(text >> std::ws, step, ',');) {
+    steps.push_back({step.substr(0, step.size() - 2), step.back()});
+  }
+  return steps;
 }
 
 unsigned outcome_of(const std::string &request, unsigned before) {
@@ -121,7 +94,7 @@ void note(Outcomes &outcomes, const std::string &line) {
 // ---- A life ---------------------------------------------------------------------------------------------------------
 
 std::string sql_for(const Step &step) {
-  const bool large = std::strcmp(step.request, "large") == 0;
+  const bool large = step.request == "large";
   const std::string letter(1, step.branch);
   const std::string row = "('" + letter + "', zeroblob(" + (large ? "9000000" : "5000") + "))";
   return "insert into moves values " + row + ", " + row +
@@ -136,12 +109,11 @@ class Life {
       : server_(server), client_(client), answers_(answers) {}
 
   /* A refused prepare or one-phase commit is followed by the rollback that a manager asks for. */
-  void play(const Story &story) {
-    for (const Step &step : story) {
+  void play(const char *story) {
+    for (const Step &step : steps_of(story)) {
       const bool done = ask(step.request, step.branch);
-      if (!done && std::strcmp(step.request, "alone") != 0) {
-        const std::string request = step.request;
-        ask(request == "commit" || request.starts_with("fo") ? request : "rollback", step.branch);
+      if (!done && step.request != "alone") {
+        ask(step.request == "commit" || step.request.starts_with("fo") ? step.request : "rollback", step.branch);
       }
     }
   }
@@ -157,7 +129,7 @@ class Life {
     tell(request + "=" + branch + "?");
     char answer = '?';
     try {
-      answer = request == "work" || request == "large" ? work({request.c_str(), branch}) : end(request, branch);
+      answer = request == "work" || request == "large" ? work({request, branch}) : end(request, branch);
     } catch (const zdb::StoreError &) {
       answer = '-';
     } catch (const std::bad_alloc &) {
@@ -193,7 +165,7 @@ class Life {
   const int answers_;
 };
 
-void live(const Place &place, const Story &story, const Plan &fault, int answers) {
+void live(const Place &place, const char *story, const Plan &fault, int answers) {
   if (std::freopen("/dev/null", "w", stderr) == nullptr) {
     abort();
   }
@@ -264,15 +236,19 @@ bool is_consistent(const Client &client) {
              "from moves where bytes <> 1") == "1#1";
 }
 
+/* A prepared branch keeps the lock. */
 std::string checked(const zdb::Server &server, const Client &client, const Outcomes &outcomes) {
   std::string wrong;
+  bool locked = false;
   for (const auto &[branch, possible] : outcomes) {
     const unsigned found = seen_outcome(server, client, branch);
+    locked = locked || found == prepared;
     if ((found & possible) == 0) {
       wrong +=
           std::string(" ") + branch + " is " + std::to_string(found) + ", may be " + std::to_string(possible) + ";";
     }
   }
+  wrong += client.sql("update total set rows = rows") == (locked ? "!3106" : "#1") ? "" : " the lock is wrong;";
   return wrong + (is_consistent(client) ? "" : " the tables contradict one another;");
 }
 
@@ -311,6 +287,8 @@ std::string look(const Place &place, const Outcomes &outcomes) {
       wrong = checked(*server.server(), client, expected);
       expected = settle(*server.server(), client, expected);
       wrong += checked(*server.server(), client, expected);
+      client.work("k", "update total set rows = rows");
+      wrong += client.dtm("prepare", "k") < 0 || client.dtm("commit", "k") < 0 ? " no new branch of the name;" : "";
     }
     return wrong + integrity(zdb::data_path(place.folder())) + integrity(zdb::catalog_path(place.folder()));
   } catch (const std::exception &error) {
@@ -321,30 +299,6 @@ std::string look(const Place &place, const Outcomes &outcomes) {
 // ---- All lives ------------------------------------------------------------------------------------------------------
 
 constexpr unsigned life_seconds_max = 20;
-
-/* Runs the action in a child and returns what it has written to its pipe; status is how it ended. */
-std::string in_child(const std::function<void(int)> &action, int &status) {
-  std::array<int, 2> ends{};
-  if (pipe(ends.data()) != 0) {
-    abort();
-  }
-  const pid_t child = fork();
-  if (child == 0) {
-    alarm(life_seconds_max);
-    action(ends[1]);
-    _exit(0);
-  }
-  close(ends[1]);
-  std::string all;
-  std::array<char, 4096> bytes{};
-  ssize_t count = 0;
-  while ((count = read(ends[0], bytes.data(), bytes.size())) > 0) {
-    all.append(bytes.data(), static_cast<std::size_t>(count));
-  }
-  close(ends[0]);
-  waitpid(child, &status, 0);
-  return all;
-}
 
 /* By itself, by a cut of power, or as the server does when a sync has failed. */
 bool ends_well(int status) {
@@ -359,15 +313,14 @@ struct FaultName {
 constexpr FaultName fault_names[] = {
     {"write", Fault::write}, {"sync", Fault::sync},         {"lost-sync", Fault::lost_sync},
     {"open", Fault::open},   {"truncate", Fault::truncate}, {"memory", Fault::memory},
-    {"cut", Fault::cut},     {"torn", Fault::torn}};
+    {"kill", Fault::kill},   {"cut", Fault::cut},           {"torn", Fault::torn}};
 
 struct Options {
   std::string fault;
-  int story = -1;
-  bool for_good = false;
-  uint64_t from = 1;
-  uint64_t to = UINT64_MAX;
-  uint64_t spread = 0;
+  uint64_t story;
+  uint64_t from;
+  uint64_t spread;
+  bool for_good;
 };
 
 class Run {
@@ -383,7 +336,7 @@ class Run {
     int differences = 0;
     lives_ = died_ = 0;
     uint64_t at = options_.from;
-    while (at <= options_.to && life({fault.fault, at, options_.for_good}, story, differences)) {
+    while (life({fault.fault, at, options_.for_good}, story, differences)) {
       at += options_.spread == 0 ? 1 : 1 + at / options_.spread;
     }
     std::printf("%s%s, story %zu: %d lives, %d of them died, %d differences\n", fault.name,
@@ -400,7 +353,12 @@ class Run {
     std::filesystem::remove_all(place_.folder());
     std::filesystem::copy(saved(), place_.folder(), std::filesystem::copy_options::recursive);
     int status = 0;
-    const std::string answers = in_child([&](int pipe) { live(place_, stories()[story], plan, pipe); }, status);
+    const std::string answers = in_child(
+        [&](int pipe) {
+          alarm(life_seconds_max);
+          live(place_, stories[story], plan, pipe);
+        },
+        status);
     Outcomes outcomes{{'k', prepared}};
     std::istringstream lines(answers);
     for (std::string line; std::getline(lines, line) && line != "untouched";) {
@@ -410,7 +368,12 @@ class Run {
     died_ += status == 0 ? 0 : 1;
     const bool untouched = answers.find("untouched") != std::string::npos;
     int looked = 0;
-    std::string wrong = in_child([&](int pipe) { dprintf(pipe, "%s", look(place_, outcomes).c_str()); }, looked);
+    std::string wrong = in_child(
+        [&](int pipe) {
+          alarm(life_seconds_max);
+          dprintf(pipe, "%s", look(place_, outcomes).c_str());
+        },
+        looked);
     wrong += ends_well(status) ? "" : " it crashed, or did not end;";
     wrong += untouched && answers.find("-\n") != std::string::npos ? " refused without a fault;" : "";
     if (!wrong.empty() || looked != 0) {
@@ -428,25 +391,15 @@ class Run {
 };
 
 Options parsed(int count, char **arguments) {
-  Options options;
-  for (int i = 1; i < count; ++i) {
-    const std::string name = arguments[i];
-    const char *value = i + 1 < count ? arguments[i + 1] : "";
-    if (name == "--for-good") {
-      options.for_good = true;
-      continue;
-    }
-    ++i;
-    if (name == "--fault") {
-      options.fault = value;
-    } else if (name == "--story") {
-      options.story = std::atoi(value);
-    } else {
-      uint64_t &number = name == "--from" ? options.from : name == "--to" ? options.to : options.spread;
-      number = std::strtoull(value, nullptr, 10);
-    }
+  std::map<std::string, std::string> given;
+  for (int i = 1; i + 1 < count; i += 2) {
+    given[arguments[i]] = arguments[i + 1];
   }
-  return options;
+  const auto number = [&](const char *name, uint64_t missing) {
+    return given.contains(name) ? std::stoull(given[name]) : missing;
+  };
+  return {given["--fault"], number("--story", UINT64_MAX), number("--from", 1), number("--spread", 0),
+          given.contains("--for-good")};
 }
 
 }  // namespace
@@ -458,9 +411,9 @@ int main(int count, char **arguments) {
   Run run(options);
   int differences = 0;
   for (const FaultName &fault : fault_names) {
-    for (std::size_t story = 0; story < stories().size(); ++story) {
+    for (std::size_t story = 0; story < std::size(stories); ++story) {
       if ((options.fault.empty() || options.fault == fault.name) &&
-          (options.story < 0 || static_cast<std::size_t>(options.story) == story)) {
+          (options.story == UINT64_MAX || options.story == story)) {
         differences += run.lives_of(fault, story);
       }
     }
