@@ -33,10 +33,14 @@ XID make_xid(int32_t format, std::string_view gtrid, std::string_view bqual) {
 }
 
 void check_lrm(std::string_view lrm) {
-  if (lrm.empty() || lrm.size() > longest_lrm || lrm.find_first_of(" \t\n\v\f\r") != std::string_view::npos) {
+  if (lrm.size() > longest_lrm || lrm.find_first_of(" \t\n\v\f\r") != std::string_view::npos) {
     throw UsageError(
-        "an LRM name has 1 to 31 characters, none of them white space; give the one of -N in the open string");
+        "an LRM name has up to 31 characters, none of them white space; give the one of -N in the open string");
   }
+}
+
+std::string shown_lrm(std::string_view lrm) {
+  return lrm.empty() ? "(no name)" : pasteable(lrm);
 }
 
 static std::string decode(std::string_view text, const std::string &what) {

@@ -17,8 +17,14 @@ struct NamedBranch {
 /* Throws UsageError for lengths that no XID has, and for the null XID. */
 XID make_xid(int32_t format, std::string_view gtrid, std::string_view bqual);
 
-/* 1 to 31 characters without white space; throws UsageError for others. */
+/*
+ * Up to 31 characters without white space; throws UsageError for others. None at all is the name of an LRM that MTS
+ * opens without -N.
+ */
 void check_lrm(std::string_view lrm);
+
+/* For people: no name is said in words that cannot be one. */
+std::string shown_lrm(std::string_view lrm);
 
 /* Throws UsageError saying what is wrong with a text that is no branch name. */
 NamedBranch read_branch_name(std::string_view name);

@@ -54,12 +54,12 @@ static bool has_connected(const std::vector<Heard> &heard) {
   return std::any_of(heard.begin(), heard.end(), [](const Heard &one) { return one.said.starts_with("Connect("); });
 }
 
-/* Under mts an open string without a name opens, but its branches are found by nobody: recovery asks for a name's. */
-static bool report_name(const std::string &lrm) {
+/* Under mts an open string without a name opens; the others refuse it. */
+static void report_name(const std::string &lrm) {
   if (lrm.empty()) {
-    std::cout << "no LRM name: recovery would not find the branches; add -N and the name of an LRM\n";
+    std::cout << "no LRM name: MTS alone opens that, and only resource managers without a name recover the branches; "
+                 "add -N and the name of an LRM, without a blank between them\n";
   }
-  return !lrm.empty();
 }
 
 static void print_heard(const std::vector<Heard> &heard) {
@@ -92,8 +92,8 @@ int check_command(const Arguments &arguments) {
   const bool log_is_fine = report_log(findings);
   print_trial(trial);
   print_heard(heard);
-  const bool has_name = report_name(stored_value(options, 'N'));
-  const bool usable = trial.fine && log_is_fine && has_name;
+  report_name(stored_value(options, 'N'));
+  const bool usable = trial.fine && log_is_fine;
   std::cout << (usable ? "A transaction manager can use it as it stands.\n"
                        : "A transaction manager cannot use it: mend what is said above, then check again.\n");
   return usable ? exit_done : exit_refused;

@@ -44,7 +44,7 @@ static void decode(const std::string &name) {
   std::cout << "formatID " << xid.formatID << '\n';
   std::cout << "gtrid    " << hex_of(gtrid_of(xid)) << '\n';
   std::cout << "bqual    " << (bqual_of(xid).empty() ? "-" : hex_of(bqual_of(xid))) << '\n';
-  std::cout << "LRM      " << pasteable(lrm) << '\n';
+  std::cout << "LRM      " << shown_lrm(lrm) << '\n';
 }
 
 int names_command(const Arguments &arguments) {

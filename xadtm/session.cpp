@@ -65,6 +65,9 @@ Session::Session(const Arguments &arguments) : xa_(switch_of(arguments.flavour))
   const std::vector<OpenOption> options = options_of(arguments);
   lrm_ = stored_value(options, 'N');
   check_lrm(lrm_);
+  if (lrm_.empty() && arguments.flavour != "mts") {
+    throw UsageError("the open string names no LRM, which only MTS allows; give -N and its name, or --flavour mts");
+  }
   std::string errors;
   const int32_t code = open_quietly(xa_, info, errors);
   for (const std::string &line : Discretion(info, options).of_errors(errors)) {

@@ -86,8 +86,11 @@ int settle_command(const Arguments &arguments) {
   }
   const Session session(arguments);
   if (session.lrm() != branch.lrm) {
-    std::cerr << "xadtm: the branch belongs to the LRM " << pasteable(branch.lrm)
-              << "; give the open string that names it with -N\n";
+    std::cerr << "xadtm: the branch belongs to "
+              << (branch.lrm.empty()
+                      ? "an LRM without a name; give its open string, without -N, and --flavour mts"
+                      : "the LRM " + pasteable(branch.lrm) + "; give the open string that names it with -N")
+              << '\n';
     return exit_no_branch;
   }
   if (!is_there(session, branch)) {

@@ -60,6 +60,27 @@ TEST(Branches, of_a_hostile_lrm_are_listed_under_names_that_can_be_pasted) {
   EXPECT_TRUE(settled.says("branch   " + name + "\n") && !settled.says("\x1b")) << settled.output;
 }
 
+TEST(Branches, of_an_lrm_without_a_name_are_settled_under_mts) {
+  const Site site;
+  site.prepare({"T1.a", "T2.a"}, "");
+  const Outcome named = site.xadtm("commit 5841_l34_og_: --yes --flavour mts");
+  EXPECT_EQ(named.status, 3);
+  EXPECT_TRUE(named.says("belongs to an LRM without a name")) << named.output;
+  const std::pair<const char *, const char *> steps[] = {
+      {"branches", "  5841_l34_og_:\n"},
+      {"branches --json", "\"name\": \"5841_l34_og_:\"}"},
+      {"commit 5841_l34_og_: --yes", "xa_commit: XA_OK (0)"},
+      {"rollback 5841_l38_og_: --yes", "xa_rollback: XA_OK (0)"},
+      {"branches", "branches in doubt: 0\n"},
+  };
+  for (const auto &[words, shown] : steps) {
+    const Outcome outcome =
+        site.run(std::string(XADTM " ") + words + " --flavour mts -o '-Uteller -PtopSecret -Sbank1'");
+    EXPECT_EQ(outcome.status, 0) << words;
+    EXPECT_TRUE(outcome.says(shown)) << words << ": " << outcome.output;
+  }
+}
+
 /* More than two batches of a scan, one of them full to the last row. */
 TEST(Branches, any_number_is_listed) {
   const Site site;
@@ -150,7 +171,7 @@ TEST(Settle, what_cannot_be_tried_is_refused) {
       {"forget -- -5841_l34_og_:L1 --yes", 2, "write forget NAME"},
       {"commit 5841_l34_og_:L1 --yes", 2, "give the open string"},
       {"branches", 2, "give the open string"},
-      {"branches -o '-Uteller -PtopSecret'", 2, "LRM name"},
+      {"branches -o '-Uteller -PtopSecret'", 2, "names no LRM"},
       {"branches more -o -NL1", 2, "no further words"},
       {"branches -o '" + std::string(256, 'x') + "'", 2, "shorten it"},
       {"commit 5841_l34_og_:L1 --yes -o '-NL1 -Uteller -Pwrong'", 1, "XAER_RMERR (-3); xadtm check"},

@@ -1,11 +1,13 @@
 /*
  * leave_branches.cpp - prepares branches at a server and leaves them in doubt.
  *
- * usage: leave_branches OPEN_STRING < names; "T1.a" is the branch "a" of the global transaction "T1". The libraries are
- * linked, since AddressSanitizer does not know the functions of libraries that a program loads later.
+ * usage: leave_branches OPEN_STRING < names; "T1.a" is the branch "a" of the global transaction "T1". Without -N they
+ * are those of an LRM without a name. The libraries are linked, since AddressSanitizer does not know the functions of
+ * libraries that a program loads later.
  */
 #include <iostream>
 #include <string>
+#include <string_view>
 
 #include "xadtm.h"
 #include "xid_bytes.h"
@@ -21,7 +23,8 @@ static bool prepare(const xa_switch_t &xa, const XID &xid) {
 }
 
 int main(int argc, char **argv) {
-  const xa_switch_t &xa = tarvex_TXS_xa_switch;
+  const bool has_name = argc == 2 && std::string_view(argv[1]).find("-N") != std::string_view::npos;
+  const xa_switch_t &xa = has_name ? tarvex_TXS_xa_switch : tarvex_MTS_xa_switch;
   if (argc != 2 || xa.xa_open_entry(argv[1], 1, TMNOFLAGS) != XA_OK) {
     return 1;
   }

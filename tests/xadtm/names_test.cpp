@@ -40,7 +40,8 @@ TEST(Names, xids_become_names_and_come_back) {
     }
     EXPECT_EQ(words, "read: " + xid);
   }
-  EXPECT_EQ(xadtm("names encode 0xFFFFFFFE 01 '' L1").output, "fffffffe_0g__:L1\n");
+  EXPECT_EQ(xadtm("names encode 0xFFFFFFFE 01 '' ''").output, "fffffffe_0g__:\n");
+  EXPECT_TRUE(xadtm("names decode fffffffe_0g__:").says("\nLRM      (no name)\n"));
 }
 
 /* Nothing of a name reaches the terminal as it is that could play with it, and what is shown can be given back. */
@@ -83,7 +84,7 @@ TEST(Names, what_is_no_xid_or_no_name_is_refused) {
       {"names decode 5841", "ends within its formatID"},
       {"names decode 5841_l34_oh", "ends within its bqual"},
       {"names decode 5841_l34_og_L1", "no colon"},
-      {"names decode 5841_l34_og_:", "LRM name"},
+      {"names decode '5841_l34_og_: '", "LRM name"},
       {"names decode _l34_og_:L1", "eight hexadecimal digits"},
       {"names decode 123456789_l34_og_:L1", "eight hexadecimal digits"},
       {"names decode 5841_l-4_og_:L1", "gtrid holds a character"},

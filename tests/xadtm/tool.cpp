@@ -47,6 +47,7 @@ void Site::prepare(const std::vector<std::string> &xids, const std::string &lrm)
     names.append(xid).append("\n");
   }
   write("names", names);
-  const Outcome left = run(LEAVE_BRANCHES " '-N" + lrm + " -Uteller -PtopSecret' < names");
+  const Outcome left =
+      run(LEAVE_BRANCHES " '" + (lrm.empty() ? "-Sbank1" : "-N" + lrm) + " -Uteller -PtopSecret' < names");
   EXPECT_EQ(left.status, 0) << left.output;
 }
