@@ -31,6 +31,30 @@ bool is_rolled_back(int32_t code) {
   return code >= XA_RBBASE && code <= XA_RBEND;
 }
 
+bool is_heuristic(int32_t code) {
+  return code >= XA_HEURMIX && code <= XA_HEURHAZ;
+}
+
+Completion completion_of(bool commits, int32_t code) {
+  switch (code) {
+    case XA_OK:
+    case XAER_NOTA:  // completed before, and the answer was lost
+      return Completion::as_decided;
+    case XA_HEURCOM:
+      return commits ? Completion::as_decided : Completion::otherwise;
+    case XA_HEURRB:
+      return commits ? Completion::otherwise : Completion::as_decided;
+    case XA_HEURMIX:
+    case XA_HEURHAZ:
+      return Completion::otherwise;
+    default:
+      if (is_rolled_back(code)) {
+        return commits ? Completion::otherwise : Completion::as_decided;
+      }
+      return Completion::not_yet;
+  }
+}
+
 }  // namespace
 
 void coordinator_step() {
@@ -75,7 +99,7 @@ Coordinator::Coordinator(const struct xa_switch_t &xa, std::vector<ResourceManag
                          Observer observer)
     : xa_(xa), decisions_(decisions), observer_(std::move(observer)) {
   for (ResourceManager &manager : managers) {
-    managers_.push_back({std::move(manager), false});
+    managers_.push_back({std::move(manager), false, false});
   }
 }
 
@@ -159,7 +183,8 @@ bool Coordinator::prepare_all(const std::string &global) {
     const XID xid = branch_of(global, manager.about.rmid);
     const int32_t code =
         call("prepare " + global, manager, [&] { return xa_.xa_prepare_entry(&xid, manager.about.rmid, TMNOFLAGS); });
-    if (code != XA_OK) {
+    manager.voted_read_only = code == XA_RDONLY;
+    if (code != XA_OK && !manager.voted_read_only) {
       reason_ = "prepare answered " + xa_code_name(code);
       return false;
     }
@@ -168,20 +193,28 @@ bool Coordinator::prepare_all(const std::string &global) {
 }
 
 /* It is decided: what cannot be told now is told by recover(). */
-void Coordinator::commit_all(const std::string &global) {
+Outcome Coordinator::commit_all(const std::string &global) {
+  Outcome outcome = Outcome::committed;
   for (Manager &manager : managers_) {
     const XID xid = branch_of(global, manager.about.rmid);
-    complete(manager, xid, global);
+    if (!manager.voted_read_only && complete(manager, xid, global, true) == Completion::otherwise) {
+      outcome = Outcome::mixed;
+    }
   }
+  return outcome;
 }
 
 /* What cannot be told now was never prepared, or is rolled back by recover(). */
-void Coordinator::roll_back_all(const std::string &global, size_t started) {
+Outcome Coordinator::roll_back_all(const std::string &global, size_t started) {
+  Outcome outcome = Outcome::rolled_back;
   for (size_t i = 0; i < started; ++i) {
     Manager &manager = managers_[i];
     const XID xid = branch_of(global, manager.about.rmid);
-    call("rollback " + global, manager, [&] { return xa_.xa_rollback_entry(&xid, manager.about.rmid, TMNOFLAGS); });
+    if (!manager.voted_read_only && complete(manager, xid, global, false) == Completion::otherwise) {
+      outcome = Outcome::mixed;
+    }
   }
+  return outcome;
 }
 
 /* Starts the branches, does the work and ends them; false when the transaction must be rolled back. */
@@ -206,57 +239,63 @@ Outcome Coordinator::commit_one_phase(const std::string &global) {
   const XID xid = branch_of(global, manager.about.rmid);
   const int32_t code =
       call("commit " + global, manager, [&] { return xa_.xa_commit_entry(&xid, manager.about.rmid, TMONEPHASE); });
-  if (code == XA_OK) {
+  if (code == XA_HEURCOM || code == XA_HEURRB) {
+    forget(manager, xid, global); /* nobody else had a part in it */
+  }
+  if (code == XA_OK || code == XA_HEURCOM) {
     return Outcome::committed;
   }
   reason_ = "commit answered " + xa_code_name(code);
-  return is_rolled_back(code) ? Outcome::rolled_back : Outcome::unknown;
+  if (code == XA_HEURRB || is_rolled_back(code)) {
+    return Outcome::rolled_back;
+  }
+  return is_heuristic(code) ? Outcome::mixed : Outcome::unknown;
 }
 
 Outcome Coordinator::run(const std::string &global, const std::function<void()> &work,
                          const std::function<bool()> &confirmed) {
   size_t started = 0;
   reason_.clear();
+  for (Manager &manager : managers_) {
+    manager.voted_read_only = false;
+  }
   const bool worked = work_all(global, work, started);
   if (worked && managers_.size() == 1) {
     return commit_one_phase(global);
   }
   if (!worked || !prepare_all(global) || !confirmed()) {
-    roll_back_all(global, started);
-    return Outcome::rolled_back;
+    return roll_back_all(global, started);
   }
   coordinator_step();
   decisions_.commit(global);
   coordinator_step();
-  commit_all(global);
-  return Outcome::committed;
+  return commit_all(global);
 }
 
 // ---- Recovery -------------------------------------------------------------------------------------------------------
 
-/* Commits or rolls back one branch as decided; false when that must be tried again. */
-bool Coordinator::complete(Manager &manager, const XID &xid, const std::string &global) {
-  const bool commits = decisions_.is_committed(global);
-  const int32_t code = call((commits ? "commit " : "rollback ") + global, manager, [&] {
+/* The resource manager keeps a branch that others have ended until it may forget that. */
+void Coordinator::forget(Manager &manager, const XID &xid, const std::string &global) {
+  call("forget " + global, manager, [&] { return xa_.xa_forget_entry(&xid, manager.about.rmid, TMNOFLAGS); });
+}
+
+Completion Coordinator::complete(Manager &manager, const XID &xid, const std::string &global, bool commits) {
+  const std::string verb = commits ? "commit" : "rollback";
+  const int32_t code = call(verb + ' ' + global, manager, [&] {
     return commits ? xa_.xa_commit_entry(&xid, manager.about.rmid, TMNOFLAGS)
                    : xa_.xa_rollback_entry(&xid, manager.about.rmid, TMNOFLAGS);
   });
-  switch (code) {
-    case XA_OK:
-    case XAER_NOTA:  // completed before, and the answer was lost
-      return true;
-    case XA_HEURCOM:
-    case XA_HEURRB:
-    case XA_HEURMIX:
-    case XA_HEURHAZ:
-      return call("forget " + global, manager,
-                  [&] { return xa_.xa_forget_entry(&xid, manager.about.rmid, TMNOFLAGS); }) == XA_OK;
-    default:
-      return is_rolled_back(code) && !commits;
+  const Completion completion = completion_of(commits, code);
+  if (completion == Completion::as_decided && is_heuristic(code)) {
+    forget(manager, xid, global);
   }
+  if (completion == Completion::otherwise) {
+    reason_ = verb + " of " + manager.about.lrm + " answered " + xa_code_name(code);
+  }
+  return completion;
 }
 
-int32_t Coordinator::recover_one(Manager &manager, const std::string &prefix) {
+std::vector<XID> Coordinator::branches_in_doubt(Manager &manager) {
   std::vector<XID> in_doubt;
   int32_t flags = TMSTARTRSCAN;
   for (;;) {
@@ -268,28 +307,41 @@ int32_t Coordinator::recover_one(Manager &manager, const std::string &prefix) {
     }
     in_doubt.insert(in_doubt.end(), batch, batch + found);
     if (found < scan_size) {
-      break;
+      return in_doubt;
     }
     flags = TMNOFLAGS;
   }
+}
+
+int32_t Coordinator::recover_one(Manager &manager, const std::string &prefix, std::string &problems) {
   int32_t completed = 0;
-  for (const XID &xid : in_doubt) {
+  for (const XID &xid : branches_in_doubt(manager)) {
     const std::string global = global_of(xid);
     if (global.empty() || !global.starts_with(prefix)) {
       continue;
     }
-    if (!complete(manager, xid, global)) {
-      throw ResourceManagerError("branch " + global + " of " + manager.about.lrm + " cannot be completed now");
+    const Completion completion = complete(manager, xid, global, decisions_.is_committed(global));
+    if (completion == Completion::as_decided) {
+      ++completed;
+      continue;
     }
-    ++completed;
+    problems.append(problems.empty() ? "" : "; ").append("branch ").append(global).append(" of ");
+    problems.append(manager.about.lrm)
+        .append(completion == Completion::not_yet
+                    ? " cannot be completed now"
+                    : " ended otherwise than was decided: " + reason_ + "; put the data right, then forget the branch");
   }
   return completed;
 }
 
 int32_t Coordinator::recover(const std::string &prefix) {
   int32_t completed = 0;
+  std::string problems;
   for (Manager &manager : managers_) {
-    completed += recover_one(manager, prefix);
+    completed += recover_one(manager, prefix, problems);
+  }
+  if (!problems.empty()) {
+    throw ResourceManagerError(problems);
   }
   return completed;
 }

@@ -28,8 +28,14 @@ struct ResourceManagerError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/* unknown: of a transaction with one branch, whose commit was asked for and not answered. */
-enum class Outcome { committed, rolled_back, unknown };
+/*
+ * mixed: somebody else has ended a branch, or a part of one, otherwise than was decided.
+ * unknown: of a transaction with one branch, whose commit was asked for and not answered.
+ */
+enum class Outcome { committed, rolled_back, mixed, unknown };
+
+/* What an answer says of a branch that was to be completed. */
+enum class Completion { as_decided, otherwise, not_yet };
 
 class Coordinator {
  public:
@@ -47,6 +53,7 @@ class Coordinator {
    * Runs the work in a new global transaction and commits it: in one phase when there is one resource manager, else in
    * two. What the work throws rolls it back, as does a "no" to the question that is asked once all are prepared. A
    * transaction counts as committed once that is decided: branches that cannot be told now are left to recover().
+   * A branch that ended otherwise stays listed at its resource manager: it is forgotten by whoever has put that right.
    */
   Outcome run(
       const std::string &global, const std::function<void()> &work,
@@ -54,17 +61,18 @@ class Coordinator {
 
   /*
    * Completes the branches in doubt whose global names begin with the prefix, by what was decided, and returns their
-   * number. Throws ResourceManagerError when not all could be completed.
+   * number. Throws ResourceManagerError when not all could be completed as decided, after it has tried each of them.
    */
   int32_t recover(const std::string &prefix);
 
-  /* Why the last transaction was rolled back. */
+  /* Why the last transaction was not committed, or is not whole. */
   const std::string &reason() const { return reason_; }
 
  private:
   struct Manager {
     ResourceManager about;
     bool open = false;
+    bool voted_read_only = false; /* its branch of this transaction ended with the prepare */
   };
 
   int32_t open_one(Manager &manager);
@@ -75,10 +83,12 @@ class Coordinator {
   bool prepare_all(const std::string &global);
   bool work_all(const std::string &global, const std::function<void()> &work, size_t &started);
   Outcome commit_one_phase(const std::string &global);
-  void commit_all(const std::string &global);
-  void roll_back_all(const std::string &global, size_t started);
-  int32_t recover_one(Manager &manager, const std::string &prefix);
-  bool complete(Manager &manager, const XID &xid, const std::string &global);
+  Outcome commit_all(const std::string &global);
+  Outcome roll_back_all(const std::string &global, size_t started);
+  std::vector<XID> branches_in_doubt(Manager &manager);
+  int32_t recover_one(Manager &manager, const std::string &prefix, std::string &problems);
+  Completion complete(Manager &manager, const XID &xid, const std::string &global, bool commits);
+  void forget(Manager &manager, const XID &xid, const std::string &global);
 
   const struct xa_switch_t &xa_;
   std::vector<Manager> managers_;

@@ -60,6 +60,20 @@ static int print_balances() {
   return 0;
 }
 
+static std::string outcome_text(Outcome outcome, const std::string &reason) {
+  switch (outcome) {
+    case Outcome::committed:
+      return "committed";
+    case Outcome::rolled_back:
+      return "rolled back: " + reason;
+    case Outcome::mixed:
+      return "committed in part only: " + reason + "; put the data right, then forget the branch";
+    case Outcome::unknown:
+      break;
+  }
+  return "not known, committed or rolled back: " + reason;
+}
+
 static int run_transfers(const std::string &file, const std::string &fatal) {
   const std::vector<Transfer> transfers = read_transfers(file);
   Decisions decisions(decisions_file());
@@ -78,8 +92,7 @@ static int run_transfers(const std::string &file, const std::string &fatal) {
               << transfer.from.number << " to " << server_of(transfer.to.bank) << '/' << transfer.to.number
               << std::endl;
     const Outcome outcome = coordinator.run(transfer.name, [&] { move_money(transfer, transfer.name); });
-    std::cout << "  " << (outcome == Outcome::committed ? "committed" : "rolled back: " + coordinator.reason())
-              << std::endl;
+    std::cout << "  " << outcome_text(outcome, coordinator.reason()) << std::endl;
   }
   coordinator.close();
   return 0;

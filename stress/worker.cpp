@@ -45,6 +45,7 @@ static int exit_code_of(Outcome outcome) {
       return worker_committed;
     case Outcome::rolled_back:
       return worker_rolled_back;
+    case Outcome::mixed:
     case Outcome::unknown:
       break;
   }

@@ -7,19 +7,17 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <string>
 
 #include "common_control.h"
 #include "common_routines.h"
+#include "scratch.h"
 
 namespace {
 
 class ConfigFile {
  public:
-  explicit ConfigFile(const std::string &text) : path_(testing::TempDir() + "reader_test." + std::to_string(getpid())) {
-    std::ofstream(path_, std::ios::binary) << text;
-  }
+  explicit ConfigFile(const std::string &text) : path_(scratch("reader_test")) { write_text(path_, text); }
   ~ConfigFile() { (void)unlink(path_.c_str()); }
   ConfigFile(const ConfigFile &) = delete;
   ConfigFile &operator=(const ConfigFile &) = delete;

@@ -1,8 +1,10 @@
-/* programs.h - runs programs as their users do, and keeps the files that such a test needs. */
+/* programs.h - runs programs as their users do. */
 #ifndef TESTS_SUPPORT_PROGRAMS_H
 #define TESTS_SUPPORT_PROGRAMS_H
 
 #include <string>
+
+#include "scratch.h"
 
 struct Outcome {
   int status = -1;    /* -1 when the program was ended by a signal */
@@ -15,10 +17,5 @@ struct Outcome {
 Outcome run_command(const std::string &command);
 /* What became of a process, as waitpid tells it. */
 int exit_status(int wait_status);
-
-/* A path in a folder of this process only, which is removed at its end. */
-std::string scratch(const std::string &name);
-void write_text(const std::string &path, const std::string &text);
-std::string text_of(const std::string &path);
 
 #endif /* TESTS_SUPPORT_PROGRAMS_H */
