@@ -20,7 +20,7 @@ static constexpr const char *mark_name = "made-by-stress";
 /* What a run leaves, by its path within the folder: files, sockets, and the servers' folders. */
 static constexpr const char *own_files =
     "interfaces|xa_config|xa\\.log|(admin|workers)\\.log|bank[12]\\.(log|sock)|decisions([wr][0-9]+)?|"
-    "plain\\.db(-wal|-shm|-journal)?|bank[12]/(lock|control|(catalog|data)\\.db(-wal|-shm|-journal)?)";
+    "plain\\.db(-wal|-shm|-journal)?|bank[12]/(lock|making|control|(catalog|data)\\.db(-wal|-shm|-journal)?)";
 static constexpr const char *own_folders = "bank[12]";
 
 static bool is_own(const fs::path &name, fs::file_type type) {

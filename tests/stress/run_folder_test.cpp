@@ -23,7 +23,7 @@ TEST(RunFolder, is_emptied_of_an_earlier_run_and_of_nothing_else) {
       {"true", "deep/er/f///", nullptr},
       {"mkdir f", "f", nullptr},
       {"mkdir f; touch f/made-by-stress", "f/", nullptr},
-      {"mkdir -p f/bank1; cd f; touch made-by-stress xa.log decisionsw12 plain.db-wal bank1/lock bank1/data.db-shm",
+      {"mkdir -p f/bank1; cd f; touch made-by-stress xa.log decisionsw12 plain.db-wal bank1/making bank1/data.db-shm",
        "f", nullptr},
       {"mkdir f; echo kept > f/photo", "f", "was not made by stress"},
       {"mkdir f; echo kept > f/xa.log", "f", "was not made by stress"},
