@@ -86,7 +86,7 @@ Example:
 )";
 
 static int usage_error(const std::string &message) {
-  std::cerr << "xadrive: " << message << "; --help explains the usage\n";
+  std::cerr << "xadrive: " << visible(message) << "; --help explains the usage\n";
   return exit_unusable;
 }
 
@@ -99,6 +99,7 @@ static std::optional<int> read_options(int argc, char **argv, Options &options) 
       {"help", no_argument, nullptr, 'h'},
       {nullptr, 0, nullptr, 0},
   };
+  opterr = 0; /* getopt's own messages show words as they are */
   int letter = 0;
   while ((letter = getopt_long(argc, argv, "f:l:ch", long_options, nullptr)) != -1) {
     switch (letter) {
@@ -115,7 +116,7 @@ static std::optional<int> read_options(int argc, char **argv, Options &options) 
         std::cout << help_head << script_forms() << help_tail;
         return exit_fine;
       default:
-        return usage_error("unusable option");
+        return usage_error("unusable option, or one without its value: " + std::string(argv[optind - 1]));
     }
   }
   if (!options.flavour.empty() && !is_flavour(options.flavour)) {
@@ -160,7 +161,7 @@ static std::optional<std::string> first_open_string(const Script &script) {
 static int play_script(const Options &options, const Script &script) {
   const std::string flavour = options.flavour.empty() ? script.flavour : options.flavour;
   if (flavour.empty() && makes_calls(script)) {
-    std::cerr << "xadrive: " << script.file
+    std::cerr << "xadrive: " << visible(script.file)
               << ": no flavour: give --flavour, or write a line such as \"flavour tux\" before the first XA call\n";
     return exit_unusable;
   }
@@ -179,7 +180,7 @@ static int run(int argc, char **argv) {
   }
   const std::optional<std::string> text = text_of_script(options.script);
   if (!text) {
-    std::cerr << "xadrive: cannot read " << options.script << '\n';
+    std::cerr << "xadrive: cannot read " << visible(options.script) << '\n';
     return exit_unusable;
   }
   std::vector<std::string> errors;

@@ -97,7 +97,9 @@ TEST(Usage, what_cannot_run_ends_with_2_and_says_why) {
   };
   const Row rows[] = {
       {"", "give one script"},
-      {"--flavour abc " SCRIPTS "/branches.xas", "give mts, tux or txs"},
+      {"--flavour '\x1b[2J' " SCRIPTS "/branches.xas", "\"\\x1b[2J\" is no flavour: give mts, tux or txs"},
+      {"'--\x1b[2J' x", "unusable option, or one without its value: --\\x1b[2J"},
+      {"'\xc2\x9b'", "cannot read \\xc2\\x9b"},
       {SCRIPTS "/branches.xas", "no flavour"},
       {SCRIPTS "/no_such_script", "cannot read"},
       {"--lib-dir /nonexistent --flavour tux " SCRIPTS "/branches.xas", "/nonexistent/libtrvcommon.so"},
