@@ -143,27 +143,20 @@ TEST(Scripts, texts_are_shown_without_control_characters) {
 }
 
 TEST(Scripts, first_differing_result_ends_the_run) {
-  const Outcome run = run_script("flavour tux\n\nclose 7 => XA_OK  # nothing was opened\necho never\n");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(run.says("3: @main close 7 TMNOFLAGS => XAER_PROTO\n")) << run.output;
-  EXPECT_TRUE(run.says(":3: @main close 7 TMNOFLAGS: expected XA_OK, got XAER_PROTO\n")) << run.output;
-  EXPECT_FALSE(run.says("never")) << run.output;
-}
-
-TEST(Scripts, background_difference_is_found) {
-  const Outcome run =
-      run_script("flavour tux\n@a& sleep 0.05\n@a& close 1 => XA_OK\n@a& echo never\nwait a\necho never\n");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(run.says(":3: @a close 1 TMNOFLAGS: expected XA_OK, got XAER_PROTO\n")) << run.output;
-  EXPECT_FALSE(run.says("never")) << run.output;
-}
-
-TEST(Scripts, missing_xids_of_a_scan_are_a_difference) {
-  const Outcome run = run_script(
-      "flavour tux\nserver bank1\nuser bank1 sa secret\nopen 1 \"-NL1 -Usa -Psecret -Sbank1\" => XA_OK\n"
-      "start 1 X1\nend 1 X1 TMSUCCESS\nprepare 1 X1 => XA_OK\nrecover 1 9 TMSTARTRSCAN => 1 X2\n");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(run.says(":8: @main recover 1 9 TMSTARTRSCAN: expected 1 X2, got 1 X1\n")) << run.output;
+  const std::pair<std::string, const char *> rows[] = {
+      {"\nclose 7 => XA_OK  # nothing was opened\n", ":3: @main close 7 TMNOFLAGS: expected XA_OK, got XAER_PROTO\n"},
+      {"@a& sleep 0.05\n@a& close 1 => XA_OK\n@a& echo never\nwait a\n",
+       ":3: @a close 1 TMNOFLAGS: expected XA_OK, got XAER_PROTO\n"},
+      {"server bank1\nuser bank1 sa secret\nopen 1 \"-NL1 -Usa -Psecret -Sbank1\"\nstart 1 X1\nend 1 X1 TMSUCCESS\n"
+       "prepare 1 X1\nrecover 1 9 TMSTARTRSCAN => 1 X2\n",
+       ":8: @main recover 1 9 TMSTARTRSCAN: expected 1 X2, got 1 X1\n"},
+  };
+  for (const auto &[script, message] : rows) {
+    const Outcome run = run_script("flavour tux\n" + script + "echo never\n");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(run.says(message)) << run.output;
+    EXPECT_FALSE(run.says("never")) << run.output;
+  }
 }
 
 class Flavours : public testing::TestWithParam<const char *> {};

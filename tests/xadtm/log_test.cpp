@@ -203,12 +203,6 @@ TEST(Log, a_call_with_very_much_in_it_is_shown_in_parts) {
   EXPECT_TRUE(shown.says("calls: 15002, failed: 1, without a return: 0, returns without their beginning: 0"));
 }
 
-TEST(Log, files_that_cannot_be_read_are_refused) {
-  for (const char *arguments : {"log /nowhere/log", "log /", "log"}) {
-    EXPECT_EQ(xadtm(arguments).status, 2) << arguments;
-  }
-}
-
 TEST(Log, the_librarys_own_log_is_understood) {
   const std::string folder = scratch("xadtm_own");
   std::filesystem::create_directory(folder);

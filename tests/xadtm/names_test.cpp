@@ -71,7 +71,6 @@ TEST(Names, what_is_no_xid_or_no_name_is_refused) {
   expect_usage_errors({
       {"names encode 2147483648 01 02 L1", "-2147483648 to 2147483647"},
       {"names encode 0x100000000 01 02 L1", "formatID"},
-      {"names encode x 01 02 L1", "formatID"},
       {"names encode -1 01 02 L1", "null XID"},
       {"names encode 1 - 02 L1", "1 to 64 bytes, not 0"},
       {"names encode 1 " + too_long + " 02 L1", "1 to 64 bytes, not 65"},
@@ -81,12 +80,10 @@ TEST(Names, what_is_no_xid_or_no_name_is_refused) {
       {"names encode 1 01 02 'L 1'", "LRM name"},
       {"names encode 1 01 02 12345678901234567890123456789012", "LRM name"},
       {"names encode 1 01 02", "names encode FORMATID"},
-      {"names decode 5841", "ends within its formatID"},
       {"names decode 5841_l34_oh", "ends within its bqual"},
       {"names decode 5841_l34_og_L1", "no colon"},
       {"names decode '5841_l34_og_: '", "LRM name"},
       {"names decode _l34_og_:L1", "eight hexadecimal digits"},
-      {"names decode 123456789_l34_og_:L1", "eight hexadecimal digits"},
       {"names decode 5841_l-4_og_:L1", "gtrid holds a character"},
       {"names decode 5841_l34_oh_:L1", "the name for this XID is 5841_l34_og_:L1"},
       {"names decode 05841_l34_og_:L1", "the name for this XID is 5841_l34_og_:L1"},
@@ -103,11 +100,12 @@ TEST(CommandLine, wrong_words_are_refused_and_never_shown) {
       {"branches -o", "-o takes"},
       {"branches --flavour secret", "mts, tux or txs"},
       {"check --json -o -NL1", "--json does not go with check; leave it out"},
-      {"check --yes -o -NL1", "--yes does not go with check"},
       {"branches --yes -o -NL1", "--yes does not go with branches"},
-      {"forget x --failures -o -NL1", "--failures does not go with forget"},
       {"names decode x --flavour=tux", "--flavour does not go with names"},
       {"log x --open -NL1", "-o does not go with log"},
+      {"log /nowhere/log", "cannot be read"},
+      {"log /", "cannot be read"},
+      {"log", "log"},
   });
   EXPECT_FALSE(xadtm("secret").says("secret"));
   EXPECT_FALSE(xadtm("branches -o -NL1 -Usa -Psecret").says("secret"));

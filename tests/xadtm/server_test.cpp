@@ -2,17 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <optional>
 #include <set>
 
 #include "durable_server.h"
 #include "serving.h"
-#include "terminal.h"
 #include "tool.h"
 
 namespace {
 
-const std::string good_open = " -o '-NL1 -Uteller -PtopSecret'";
 const std::string t1 = "5841_l34_og_:L1"; /* the branch "a" of "T1" */
 
 TEST(Server, all_commands_work_over_a_socket) {
@@ -53,27 +50,6 @@ TEST(Server, one_that_is_not_there_is_named) {
                 "xadtm: the resource manager cannot be opened: XAER_RMERR (-3); xadtm check with the same open string "
                 "tells why\n");
     }
-  }
-}
-
-TEST(Server, one_that_dies_before_the_answer_is_asked_anew_when_it_is_back) {
-  for (const bool is_back : {false, true}) {
-    const Site site;
-    ZdbdProcess zdbd(site);
-    site.prepare({"T1.a"});
-    Terminal terminal(site.there(XADTM " commit " + t1 + good_open));
-    ASSERT_TRUE(terminal.await("Type yes"));
-    zdbd.kill_hard();
-    std::optional<ZdbdProcess> again;
-    if (is_back) {
-      again.emplace(site);
-    }
-    terminal.type("yes\n");
-    const Outcome outcome = terminal.finish();
-    EXPECT_EQ(outcome.status, is_back ? 0 : 6) << outcome.output;
-    EXPECT_NE(outcome.says("it is not known whether commit was done: the server could not be asked"), is_back)
-        << outcome.output;
-    EXPECT_EQ(site.branches().find(t1) == std::string::npos, is_back);
   }
 }
 

@@ -2,15 +2,11 @@
 #include "serving.h"
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <csignal>
-#include <iterator>
 #include <thread>
 
 #include "memory_store.h"
@@ -62,19 +58,6 @@ void ZdbdProcess::kill_hard() {
 
 int ZdbdProcess::stop() {
   return end(SIGTERM);
-}
-
-SilentServer::SilentServer(const Site &site) : socket_(socket(AF_UNIX, SOCK_STREAM, 0)) {
-  use_socket(site);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  site.at("bank1.sock").copy(std::begin(address.sun_path), sizeof address.sun_path - 1);
-  EXPECT_EQ(bind(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-  EXPECT_EQ(listen(socket_, 8), 0);
-}
-
-SilentServer::~SilentServer() {
-  close(socket_);
 }
 
 ScriptedServer::ScriptedServer(const Site &site)

@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <csignal>
 #include <memory>
 #include <string>
 
@@ -24,6 +25,8 @@ class ZdbdProcess {
   /* Whether it has died by itself. */
   bool has_died();
   void kill_hard();
+  /* Takes connections and serves nobody, until it is killed. */
+  void stand_still() const { kill(process_, SIGSTOP); }
   /* Its exit status, -1 when it has died. */
   int stop();
 
@@ -51,18 +54,6 @@ class ScriptedServer final : private zdb::Service {
 
   std::shared_ptr<zdb::Server> server_;
   std::unique_ptr<zdb::Listener> listener_;
-};
-
-/* A socket on which nobody answers. */
-class SilentServer {
- public:
-  explicit SilentServer(const Site &site);
-  ~SilentServer();
-  SilentServer(const SilentServer &) = delete;
-  SilentServer &operator=(const SilentServer &) = delete;
-
- private:
-  int socket_ = -1;
 };
 
 /* Lets the site's interfaces file lead to its socket. */
