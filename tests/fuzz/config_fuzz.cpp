@@ -1,14 +1,10 @@
 /*
- * config_fuzz.cpp - any text as a configuration file: what the parser makes of it, whether that can be written and read
- * again, and whether the reader's calls hand out the same.
+ * config_fuzz.cpp - any text as a configuration file: what the parser makes of it, and whether that can be written and
+ * read again.
  */
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <string>
 
-#include "common_routines.h"
 #include "config_text.h"
 #include "fuzz.h"
 
@@ -17,31 +13,6 @@ namespace {
 using Sections = std::vector<ConfigSection>;
 
 constexpr std::size_t longest_line = 4096;
-
-/* Opening a file costs as much as a thousand parses, so only texts of every so many lengths become one. */
-constexpr std::size_t file_lengths = 64;
-
-/* A file in memory that intl_open can open by a path. */
-class MemoryFile {
- public:
-  MemoryFile() : file_(memfd_create("xa_config", MFD_CLOEXEC)), path_("/proc/self/fd/" + std::to_string(file_)) {
-    fuzz::require(file_ >= 0, "a file in memory can be made");
-  }
-  ~MemoryFile() { close(file_); }
-  MemoryFile(const MemoryFile &) = delete;
-  MemoryFile &operator=(const MemoryFile &) = delete;
-
-  const char *with(std::string_view text) const {
-    const bool written =
-        ftruncate(file_, 0) == 0 && pwrite(file_, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
-    fuzz::require(written, "a file in memory can be written");
-    return path_.c_str();
-  }
-
- private:
-  int file_;
-  std::string path_;
-};
 
 bool is_plain(std::string_view text) {
   return text.find('\0') == std::string_view::npos && text.find('\n') == std::string_view::npos;
@@ -120,35 +91,6 @@ void check_quoting(std::string_view text) {
   fuzz::require(same(parse_config_text(written(sections)), sections), "quoted values are read as they are");
 }
 
-/* What the reader hands out, with read errors as malformed sections and entries. */
-Sections walked(INTL_READER &reader) {
-  Sections sections;
-  int32_t status = 0;
-  while (const char *section = intl_nextsection(&reader, &status)) {
-    sections.push_back({section, {}, status != 0});
-    while (const char *entry = intl_nextentry(&reader, &status)) {
-      sections.back().entries.push_back({entry, {}, status != 0});
-      while (char *value = intl_nextvalue(&reader, &status)) {
-        sections.back().entries.back().values.emplace_back(value);
-        std::fill_n(value, std::char_traits<char>::length(value), 'x'); /* the library cuts values up in place */
-      }
-      fuzz::require(status == 0, "values end without a read error");
-    }
-    fuzz::require(status == 0, "entries end without a read error");
-  }
-  fuzz::require(status == 0, "sections end without a read error");
-  return sections;
-}
-
-void check_reader(std::string_view text, const Sections &sections) {
-  static const MemoryFile file;
-  INTL_READER reader{};
-  fuzz::require(intl_open(file.with(text), &reader) == 1, "a file within the limit opens");
-  const Sections handed_out = walked(reader);
-  fuzz::require(intl_close(&reader) == 1, "a reader closes");
-  fuzz::require(same(handed_out, sections), "the reader hands out what the parser found");
-}
-
 }  // namespace
 
 void fuzz::config(std::string_view input) {
@@ -157,7 +99,4 @@ void fuzz::config(std::string_view input) {
   check_sections(sections);
   check_rewriting(sections);
   check_quoting(input);
-  if (input.size() % file_lengths == 0) {
-    check_reader(input, sections);
-  }
 }

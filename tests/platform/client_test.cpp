@@ -166,6 +166,25 @@ TEST_F(Client, values_become_what_is_bound) {
   }
 }
 
+TEST_F(Client, rows_fill_bound_arrays) {
+  connect();
+  query({{zdb::ResultKind::rows, {{"c", ColumnType::text, 9}}, {{"one"}, {"three"}, {"4"}}}});
+  QLT_FORMAT format = format_of(QLT_CHAR_TYPE, 5);
+  format.fmt_format = QLT_FMT_NULLTERM;
+  format.fmt_count = 2;
+  char texts[2][5];
+  int32_t lengths[2];
+  int32_t rows = 0;
+  ASSERT_EQ(ct_bind(command, 1, &format, texts, lengths, nullptr), CS_SUCCEED);
+  EXPECT_EQ(ct_fetch(command, QLT_UNUSED, QLT_UNUSED, QLT_UNUSED, &rows), CS_ROW_FAIL) << "three does not fit";
+  EXPECT_EQ(rows, 2);
+  EXPECT_STREQ(texts[0], "one");
+  EXPECT_STREQ(texts[1], "thre");
+  EXPECT_EQ(lengths[0], 3);
+  EXPECT_EQ(fetch(), CS_SUCCEED);
+  EXPECT_EQ(fetch(), CS_END_DATA);
+}
+
 TEST_F(Client, null_is_told_by_its_indicator_and_leaves_zero) {
   connect();
   for (const int32_t datatype : {QLT_INT_TYPE, QLT_BIGINT_TYPE, QLT_FLOAT_TYPE, QLT_CHAR_TYPE, QLT_BINARY_TYPE}) {
