@@ -126,22 +126,3 @@ TEST(Reader, a_skipped_section_or_entry_is_passed_over) {
   EXPECT_EQ(intl_nextvalue(&reader, &status), nullptr) << "no entry of this section was asked for";
   EXPECT_EQ(intl_close(&reader), 1);
 }
-
-TEST(Reader, armed_faults_hit_the_call_they_count) {
-  const ConfigFile file("[a]\nx=1\n");
-  INTL_READER reader;
-  int32_t status = 0;
-  common_fail_reader(1, 0);
-  EXPECT_EQ(intl_open(file.path(), &reader), 0);
-  ASSERT_EQ(intl_open(file.path(), &reader), 1);
-  common_fail_reader(1, 1);
-  EXPECT_STREQ(intl_nextsection(&reader, &status), "a");
-  EXPECT_NE(status, 0);
-  EXPECT_EQ(intl_nextentry(&reader, &status), nullptr);
-  EXPECT_NE(status, 0);
-  EXPECT_NE(intl_nextsection(&reader, &status), nullptr) << "an error at the end is not a quiet end";
-  EXPECT_EQ(intl_close(&reader), 0);
-  EXPECT_EQ(common_reader_calls_made(), 4);
-  EXPECT_EQ(common_readers_open(), 0) << "a failed close closes all the same";
-  common_fail_reader(0, 0);
-}

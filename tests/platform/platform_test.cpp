@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -24,9 +25,6 @@ constexpr const char *server = "bank";
 struct Received {
   std::vector<int32_t> types; /* as ct_results told them */
   std::vector<int32_t> statuses;
-  std::map<std::string, int32_t> outputs;
-  std::vector<std::string> rows;
-  int32_t end = 0; /* what ct_results ended with */
 };
 
 struct ServerOperation {
@@ -94,18 +92,20 @@ class Client {
     std::string copy = text;
     EXPECT_EQ(ct_con_props(connection, CS_SET, property, copy.data(), QLT_NULLTERM, nullptr), CS_SUCCEED);
   }
-  void initiate(const std::string &name, const char *branch) const {
+  int32_t status() const {
+    int32_t word = -1;
+    EXPECT_EQ(ct_con_props(connection, CS_GET, QLT_PROP_CON_STATUS, &word, QLT_UNUSED, nullptr), CS_SUCCEED);
+    return word;
+  }
+  Received call(const std::string &name) const {
     const ServerOperation &operation = operations.at(name);
     EXPECT_EQ(ct_command(command, QLT_RPC_COMMAND, operation.procedure, QLT_NULLTERM, QLT_NO_RECOMPILE), CS_SUCCEED);
     const QLT_FORMAT name_format = input("@name", QLT_CHAR_TYPE);
     const QLT_FORMAT status_format = input("@status", QLT_INT_TYPE);
     const QLT_FORMAT flags_format = input("@flags", QLT_INT_TYPE);
-    EXPECT_EQ(ct_param(command, &name_format, branch, QLT_NULLTERM, QLT_UNUSED), CS_SUCCEED);
+    EXPECT_EQ(ct_param(command, &name_format, "b1", QLT_NULLTERM, QLT_UNUSED), CS_SUCCEED);
     EXPECT_EQ(ct_param(command, &status_format, &operation.wanted, 4, QLT_UNUSED), CS_SUCCEED);
     EXPECT_EQ(ct_param(command, &flags_format, &operation.flags, 4, QLT_UNUSED), CS_SUCCEED);
-  }
-  Received call(const std::string &name, const char *branch = "b1") const {
-    initiate(name, branch);
     EXPECT_EQ(ct_send(command), CS_SUCCEED);
     return receive();
   }
@@ -123,10 +123,10 @@ class Client {
   Received receive() const {
     Received received;
     int32_t type = 0;
-    while ((received.end = ct_results(command, &type)) == CS_SUCCEED) {
+    while (ct_results(command, &type) == CS_SUCCEED) {
       received.types.push_back(type);
-      if (type == CS_ROW_RESULT || type == CS_STATUS_RESULT || type == CS_PARAM_RESULT) {
-        read_result(type, received);
+      if (type == CS_STATUS_RESULT) {
+        received.statuses.push_back(read_status());
       }
     }
     return received;
@@ -136,27 +136,13 @@ class Client {
   QLT_COMMAND *command = nullptr;
 
  private:
-  void read_result(int32_t type, Received &received) const {
+  int32_t read_status() const {
     QLT_FORMAT format{};
     EXPECT_EQ(ct_describe(command, 1, &format), CS_SUCCEED);
-    const std::string name = format.fmt_name;
-    format.fmt_datatype = QLT_CHAR_TYPE;
-    format.fmt_format = QLT_FMT_NULLTERM;
-    format.fmt_maxlen = 256;
-    char text[256];
-    EXPECT_EQ(ct_bind(command, 1, &format, text, nullptr, nullptr), CS_SUCCEED);
-    int32_t rows = 0;
-    int32_t code = 0;
-    while ((code = ct_fetch(command, QLT_UNUSED, QLT_UNUSED, QLT_UNUSED, &rows)) == CS_SUCCEED) {
-      if (type == CS_STATUS_RESULT) {
-        received.statuses.push_back(std::stoi(text));
-      } else if (type == CS_PARAM_RESULT) {
-        received.outputs[name] = std::stoi(text);
-      } else {
-        received.rows.emplace_back(text);
-      }
-    }
-    EXPECT_EQ(code, CS_END_DATA);
+    int32_t status = 0;
+    EXPECT_EQ(ct_bind(command, 1, &format, &status, nullptr, nullptr), CS_SUCCEED);
+    EXPECT_EQ(ct_fetch(command, QLT_UNUSED, QLT_UNUSED, QLT_UNUSED, nullptr), CS_SUCCEED);
+    return status;
   }
 };
 
@@ -236,20 +222,18 @@ TEST_F(Platform, branches_follow_the_rules) {
   }
 }
 
-TEST_F(Platform, dtm_needs_role_and_switch) {
-  Client guest("guest");
-  guest.open();
-  for (const bool switched_off : {false, true}) {
-    Client admin;
-    admin.open();
-    zdb_set_dtm(server, switched_off ? 0 : 1);
-    const Client &refused = switched_off ? admin : guest;
-    const Received received = refused.call("status");
-    EXPECT_TRUE(received.statuses.empty());
-    EXPECT_GT(received.outputs.at("@$rpcerror"), 0);
-    refused.send_scan();
-    EXPECT_EQ(refused.receive().types, (Codes{CS_CMD_FAIL, CS_CMD_DONE}));
-  }
+TEST_F(Platform, a_scan_needs_the_role_and_the_switch) {
+  const auto scan = [](const char *user) {
+    Client client(user);
+    client.open();
+    client.send_scan();
+    return client.receive().types;
+  };
+  const Codes refused{CS_CMD_FAIL, CS_CMD_DONE};
+  EXPECT_NE(scan("sa"), refused);
+  EXPECT_EQ(scan("guest"), refused);
+  zdb_set_dtm(server, 0);
+  EXPECT_EQ(scan("sa"), refused);
 }
 
 TEST_F(Platform, results_are_cancelled_one_or_all) {
@@ -269,6 +253,22 @@ TEST_F(Platform, results_are_cancelled_one_or_all) {
   EXPECT_EQ(ct_results(client.command, &type), CS_FAIL);
   EXPECT_EQ(ct_send(client.command), CS_FAIL) << "nothing initiated";
   EXPECT_EQ(ct_close(client.connection, QLT_UNUSED), CS_SUCCEED);
+}
+
+TEST_F(Platform, broken_sessions_are_noticed_at_the_next_exchange) {
+  for (const bool by_operator : {false, true}) {
+    Client client;
+    client.open();
+    const ZDB_SCRIPT drop{"language", 0, 1, ZDB_REPLY_DROP_AFTER, 0, nullptr};
+    EXPECT_EQ(by_operator ? zdb_break_sessions(server, "sa") : zdb_add_script(server, &drop), 1);
+    EXPECT_EQ(client.status(), QLT_CON_OPEN) << "not noticed yet";
+    EXPECT_EQ(ct_command(client.command, QLT_LANG_COMMAND, "x", 1, QLT_UNUSED), CS_SUCCEED);
+    EXPECT_EQ(ct_send(client.command), by_operator ? CS_FAIL : CS_SUCCEED);
+    client.receive();
+    EXPECT_EQ(client.status(), QLT_CON_OPEN | QLT_CON_BROKEN);
+    EXPECT_EQ(ct_close(client.connection, QLT_UNUSED), CS_FAIL);
+    EXPECT_EQ(ct_close(client.connection, QLT_CLOSE_FORCED), CS_SUCCEED);
+  }
 }
 
 TEST_F(Platform, mutexes_exclude_and_know_their_holder) {

@@ -99,13 +99,6 @@ TEST_F(Close, without_a_status_only_the_handle_goes) {
             Lines{"ct_cancel(con1, null, 6001) [free]"});
 }
 
-TEST_F(Close, a_missing_command_is_an_error_and_no_obstacle) {
-  library().drop(std::exchange(conn.xc_cmd, nullptr));
-  EXPECT_EQ(close(), XA_OK);
-  EXPECT_EQ(take_log(), Lines{"[xc_close] Error: xc_cmd NULL, no command to drop"});
-  EXPECT_EQ(library().take_calls({"ct_close"}).size(), 1U);
-}
-
 TEST_F(Close, a_closed_connection_is_left_alone) {
   EXPECT_EQ(close(), XA_OK);
   library().take_calls();
@@ -233,25 +226,6 @@ TEST_F(Cursors, failures_are_reported_and_never_repeat_for_ever) {
     if (one.left == 2) {
       library().drop(prepared);
     }
-  }
-}
-
-TEST_F(Cursors, key_bytes_render_in_groups) {
-  const struct {
-    std::string bytes;
-    int32_t length, size;
-    const char *shown;
-  } cases[] = {
-      {{"\x12\xAB\x00\xFF\x01", 5}, 5, 129, "12AB00FF.01"},
-      {"longer name", QLT_NULLTERM, 5, "long"},
-      {"abc", 0, 129, ""},
-      {std::string(20, 'a'), 20, 12, "61616161."},
-  };
-  for (const auto &one : cases) {
-    char out[160];
-    memset(out, '!', sizeof out);
-    xc__obj_format(one.bytes.c_str(), one.length, out, one.size);
-    EXPECT_STREQ(out, one.shown);
   }
 }
 

@@ -338,29 +338,6 @@ TEST_F(Config, an_lrm_gets_the_first_section_that_names_it) {
   }
 }
 
-TEST_F(Config, reader_failures_fail_the_lookup_and_leave_no_reader_open) {
-  const std::pair<int32_t, const char *> cases[] = {{1, "[xal_lrm_lookup] Error: Unable to open configuration file /"},
-                                                    {2, "[xal_lrm_lookup] Error: No xa section in xa_config file"},
-                                                    {6, "[xal_lrm_lookup] Error: Unable to close xa_config file"}};
-  for (const auto &[nth, line] : cases) {
-    int32_t result = -1;
-    common_fail_reader(nth, 0);
-    lookup("[xa]\nlrm=L1\n", &result);
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(take_log().at(0).rfind(line, 0), 0U) << line;
-  }
-}
-
-TEST_F(Config, without_a_file_the_personality_decides) {
-  EXPECT_EQ(xal_lrm_lookup("L1", nullptr, nullptr, nullptr, nullptr), 0);
-  EXPECT_EQ(xal_lrm_lookup(nullptr, nullptr, nullptr, nullptr, nullptr), 0);
-  behave_as(XATM_MTS, XAPF_CFG_OPTIONAL);
-  EXPECT_EQ(xal_lrm_lookup("L1", nullptr, nullptr, nullptr, nullptr), 1);
-  EXPECT_EQ(xal_lrm_lookup(nullptr, nullptr, nullptr, nullptr, nullptr), 0);
-  EXPECT_EQ(xal_configure("-NL1", settings), 1);
-  EXPECT_EQ(take_log().back(), "") << "the name of the file in use is empty";
-}
-
 TEST_F(Config, file_names_fit_or_are_none) {
   const std::string longest(1021, 'd');
   for (const std::string &dir : {std::string("a"), longest}) {

@@ -21,6 +21,7 @@ TEST_F(Readiness, only_an_enabled_server_that_answers_the_probe_will_do) {
   const std::string query = "select value from master.dbo.sysconfigures \t\t\t where name = \"enable DTM\" ";
   const std::string probe = "status ffffffff_00_00_:L1 status 0 flags 0x0";
   const std::string error = "[xa__dtm_check] Error: ";
+  const std::string unsure = error + "Unable to determine DTM configuration status";
   const std::string disabled = error + "Server bank is not configured for XA DTM use (sp_configure \"enable DTM\", 1 )";
   const std::string role = error + "Connection not usable for DTM. Check that user has dtm_tm_role on server";
   const std::string who = "[xa__dtm_check] Note: Connection check for user sa on server bank";
@@ -38,6 +39,12 @@ TEST_F(Readiness, only_an_enabled_server_that_answers_the_probe_will_do) {
       {"no row result", {marker(CS_CMD_DONE)}, {}, XAER_RMERR, false,
        {error + "No results returned for DTM configuration status, pre 12.0 ZDB?"}},
       {"no row", {rows({})}, {}, XAER_RMERR, false, {error + "No rows for returned for DTM configuration status"}},
+      {"two columns", {table({{1, 2}})}, {}, XAER_RMERR, false,
+       {"[xa__conn_fetch_1c1r] Error: xa__conn_fetch_1c1r: not one column (2)",
+       error + "No rows for returned for DTM configuration status"}},
+      {"status result", {status(1)}, {}, XAER_RMFAIL, false, {unsure}},
+      {"command failed", {marker(CS_CMD_FAIL), row(1)}, {}, XAER_RMFAIL, false, {unsure}},
+      {"broken off", {row(1), broken(CS_FAIL)}, {}, XAER_RMFAIL, false, {unsure}},
       {"two row results", {row(1), row(0)}, {status(-2)}, XA_OK, true,
        {"[xa__dtm_check] Warning: Multiple results returned for DTM configuration status"}},
       {"two rows, switched off", {rows({0, 1})}, {}, XAER_RMERR, false,
@@ -68,50 +75,6 @@ TEST_F(Readiness, a_probe_that_lost_the_connection_says_so) {
   library().connection_status = QLT_CON_OPEN | QLT_CON_BROKEN;
   EXPECT_EQ(xa__dtm_check(&conn), XAER_RMFAIL);
   EXPECT_EQ(take_log().at(0), "[xa__dtm_check] Error: Connection failed after established. Unable to check");
-}
-
-class Settings : public Scene {
- protected:
-  char path[6] = "/path";
-  const XA_SETTING list[8] = {
-      {9107, 2048, nullptr, QLT_UNUSED, XS_USER | XS_PRECONN | XS_CON | XS_PROP, "CS_PACKETSIZE"},
-      {9115, 0, path, QLT_NULLTERM, XS_USER | XS_PRECONN | XS_CTX | XS_PROP, "CS_IFILE"},
-      {7345, 9, nullptr, 4, XS_FATAL | XS_USER | XS_PRECONN | XS_CTX | XS_DTINFO, "CS_DATES_LONG"},
-      {5008, 1, nullptr, QLT_UNUSED, XS_USER | XS_POSTCONN | XS_CON | XS_OPT, "CS_OPT_ISOLATION"},
-      {10, 1, nullptr, QLT_UNUSED, XS_USER | XS_PRECONN | XS_CON | XS_CAP, "CS_DATA_NOBIN"},
-      {10, 1, nullptr, QLT_UNUSED, XS_USER | XS_PRECONN | XS_CAP, "fits no call"},
-      {9117, 60, nullptr, QLT_UNUSED, XS_USER | XS_PRECONN | XS_CTX | XS_PROP, "CS_TIMEOUT"},
-      {0, 0, nullptr, 0, XS_END, nullptr}};
-};
-
-TEST_F(Settings, rows_whose_flags_hold_the_mask_are_applied_in_order) {
-  const Lines before{"ct_con_props(con1, SET, 9107, 2048, -99999)", "ct_config(SET, 9115, \"/path\", -9)",
-                     "cs_dt_info(SET, 7345, -99999, 9, 4)", "ct_capability(con1, SET, type 2, 10, 1)",
-                     "ct_config(SET, 9117, 60, -99999)"};
-  const Lines context{before[1], before[2], before[4]};
-  EXPECT_EQ(xc_set_values(&conn, list, XS_USER | XS_PRECONN), 1);
-  EXPECT_EQ(library().take_calls(), before);
-  EXPECT_EQ(xc_set_values(nullptr, list, XS_CTX | XS_USER), 1);
-  EXPECT_EQ(library().take_calls(), context);
-  EXPECT_EQ(xc_set_values(&conn, list, XS_USER | XS_POSTCONN), 1);
-  EXPECT_EQ(library().take_calls(), Lines{"ct_options(con1, SET, 5008, 1, -99999)"});
-  EXPECT_EQ(xc_set_values(&conn, list, XS_FORCED), 1);
-  EXPECT_EQ(xc_set_values(&conn, list + 7, 0), 1);
-  EXPECT_EQ(library().take_calls(), Lines{});
-}
-
-TEST_F(Settings, only_a_fatal_row_stops_the_walk) {
-  library().fail("ct_config", 1);
-  EXPECT_EQ(xc_set_values(nullptr, list, XS_CTX), 1);
-  EXPECT_EQ(take_log(), Lines{});
-  xacmn_log_tracing.store(XATR_EVENT);
-  library().fail("ct_config", 1);
-  library().fail("cs_dt_info", 1);
-  library().take_calls();
-  EXPECT_EQ(xc_set_values(nullptr, list, XS_CTX), 0);
-  EXPECT_EQ(library().take_calls().size(), 2U);
-  EXPECT_EQ(take_log(), (Lines{"[xc_set_values] Event trace: ct_config(CS_SET, CS_IFILE) failed!", "",
-                               "[xc_set_values] Error: cs_dt_info(CS_SET, CS_DATES_LONG) failed!", ""}));
 }
 
 class Callbacks : public Scene {

@@ -104,83 +104,8 @@ TEST_F(Lookup, held_records_are_passed_over_and_stay) {
   xc_release(got);
 }
 
-TEST_F(Lookup, what_cannot_be_opened_is_an_xa_code_and_no_record) {
-  set(XCS_ASSOC, other_branch());
-  library().standing["select value"] = {row(0)};
-  EXPECT_EQ(xc_get(1, nullptr, &got, XCF_OPEN), XAER_INVAL);
-  library().fail("ct_con_alloc");
-  EXPECT_EQ(xc_get(1, nullptr, &got, XCF_OPEN), XAER_RMERR);
-  take_log();
-  common_fail_allocation(1, 0);
-  EXPECT_EQ(xc_get(1, nullptr, &got, XCF_OPEN), XAER_RMERR);
-  EXPECT_EQ(take_log(), Lines{"[xc_open] Error: malloc() failed for the XA_CONNECTION!"});
-  EXPECT_EQ(got, nullptr);
-  EXPECT_EQ(connections(), Lines{"con1 1 2"});
-  EXPECT_EQ(xc_get(7, nullptr, &got, XCF_OPEN), XCRET_NOLRM);
-}
-
-TEST_F(Lookup, a_reopened_record_keeps_place_and_branch) {
-  open_connection();
-  XA_CONNECTION *lost = set(XCS_ASSOC, branch(), 1);
-  xc_hold(lost);
-  library().take_calls();
-  EXPECT_EQ(xc_reopen_conn(1, lost, &got), XA_OK);
-  EXPECT_EQ(got, lost);
-  EXPECT_EQ(connections(), (Lines{"con2 0 ffffffff", "con3 -1 1234 held"}));
-  EXPECT_EQ(library().take_calls({"cs_obj_clear", "ct_close", "ct_connect"}),
-            (Lines{"cs_obj_clear(con1)", "cs_obj_clear(con1)", "ct_close(con1, normal) [free]",
-                   "ct_connect(con3, \"bank\")"}));
-  library().fail("ct_cmd_alloc");
-  EXPECT_EQ(xc_reopen_conn(1, lost, &got), XAER_RMERR);
-  EXPECT_EQ(got, nullptr);
-  EXPECT_EQ(connections(), (Lines{"con2 0 ffffffff", "none 2 1234"}));
-}
-
 using Registry = OpenScene;
 using Context = Scene;
-
-TEST_F(Registry, a_second_open_with_other_values_is_refused) {
-  const std::string mismatch = "[xal_addlrm] Error: Mismatched LRM, opened: LRM L1, SERVER bank, USER sa, Key ";
-  const struct {
-    const char *open_string;
-    const char *shown;
-  } cases[] = {
-      {"-NL1 -Usa -Ppw -Sbank -Lother.log", nullptr},
-      {"-NL1 -Ujo -Ppw -Sbank", "LRM L1, SERVER bank, USER jo, Key "},
-      {"-NL1 -Usa -Ppw", "LRM L1, SERVER , USER sa, Key "},
-  };
-  XA_LRMINFO *opened = xal_getlrm(1);
-  for (const auto &one : cases) {
-    SCOPED_TRACE(one.open_string);
-    EXPECT_EQ(xal_addlrm(1, one.open_string), one.shown == nullptr ? opened : nullptr);
-    EXPECT_EQ(take_log(),
-              one.shown == nullptr ? Lines{} : (Lines{mismatch, std::string("\t\t new: ").append(one.shown), ""}));
-  }
-  EXPECT_STREQ(opened->open_info, open_string);
-}
-
-TEST_F(Registry, identities_keep_their_own_records) {
-  const XA_LRMINFO *shared = xal_getlrm(1);
-  library().identity = "own";
-  EXPECT_EQ(xal_getlrm(1), nullptr);
-  EXPECT_EQ(xal_freelrm(1), 0);
-  EXPECT_EQ(take_log(), Lines{"[xal_freelrm] Error: No rmid open in thread"});
-  const XA_LRMINFO *own = xal_addlrm(1, open_string);
-  EXPECT_NE(own, nullptr);
-  EXPECT_NE(own, shared);
-  EXPECT_EQ(xal_freelrm(1), 1);
-  EXPECT_EQ(xal_freelrm(1), 1) << "the identity is known, the rmid is not open";
-  ++blocks_at_start;  // the record of the new identity stays
-  library().identity = "owN";
-  EXPECT_EQ(xal_freelrm(1), 0);
-  library().identity_claim = -1;
-  EXPECT_EQ(xal_getlrm(1), nullptr) << "no identity, no entries";
-  EXPECT_EQ(xal_addlrm(1, open_string), nullptr);
-  EXPECT_EQ(xal_freelrm(1), 0);
-  library().identity = "";
-  library().identity_claim = 0;
-  EXPECT_EQ(xal_getlrm(1), shared);
-}
 
 TEST_F(Registry, a_record_with_connections_stays) {
   EXPECT_EQ(xal_freelrm(1), XAER_NOTA);
@@ -193,21 +118,10 @@ TEST_F(Registry, a_record_with_connections_stays) {
   EXPECT_EQ(xal_getlrm(2), nullptr);
 }
 
-TEST_F(Registry, short_memory_is_reported_and_leaves_nothing) {
-  const char *messages[] = {"malloc() failed for RMID_LIST", "malloc() failed for XA_LRMINFO",
-                            "malloc() failed for the open_info"};
-  for (int32_t nth = 1; nth <= 3; ++nth) {
-    const int64_t before = common_blocks_outstanding();
-    common_fail_allocation(nth, 0);
-    EXPECT_EQ(xal_addlrm(2, open_string), nullptr);
-    EXPECT_EQ(common_blocks_outstanding(), before);
-    EXPECT_EQ(take_log(), Lines{std::string("[xal_addlrm] Error: ").append(messages[nth - 1])});
-  }
-  EXPECT_EQ(xal_getlrm(2), nullptr);
-}
-
 TEST_F(Context, is_set_up_in_order_or_not_at_all) {
+  char path[] = "/path";
   const XA_SETTING settings[] = {
+      {9115, 0, path, QLT_NULLTERM, XS_USER | XS_PRECONN | XS_CTX | XS_PROP, "CS_IFILE"},
       {9117, 60, nullptr, QLT_UNUSED, XS_USER | XS_PRECONN | XS_CTX | XS_PROP, "CS_TIMEOUT"},
       {7345, 9, nullptr, 4, XS_FATAL | XS_USER | XS_PRECONN | XS_CTX | XS_DTINFO, "CS_DATES_LONG"},
       {0, 0, nullptr, 0, XS_END, nullptr}};
@@ -215,6 +129,7 @@ TEST_F(Context, is_set_up_in_order_or_not_at_all) {
                   "ct_init(1100)",
                   "ct_config(GET, 9144)",
                   "cs_diag(INIT)",
+                  "ct_config(SET, 9115, \"/path\", -9)",
                   "ct_config(SET, 9117, 60, -99999)",
                   "cs_dt_info(SET, 7345, -99999, 9, 4)",
                   "ct_config(SET, 9142, 0, -99999)"};
@@ -225,12 +140,12 @@ TEST_F(Context, is_set_up_in_order_or_not_at_all) {
     size_t calls;
     Lines log;
   } cases[] = {
-      {"", 1, 7, {"[xl_init] Message: Quillet scripted 1.0"}},
+      {"", 1, 8, {"[xl_init] Message: Quillet scripted 1.0"}},
       {"cs_ctx_global", 0, 1, {"[xl_init] Error: Failed to get the global context!"}},
       {"ct_init", 0, 2, {"[xl_init] Error: ct_init() failed!"}},
-      {"ct_config", 1, 7, {"[xl_init] Note: Unable to get Quillet version string"}},
+      {"ct_config", 1, 8, {"[xl_init] Note: Unable to get Quillet version string"}},
       {"cs_diag", 0, 4, {"[xl_init] Message: Quillet scripted 1.0", "[xl_init] Error: cs_diag(CS_INIT) failed!"}},
-      {"cs_dt_info", 0, 6, {"[xl_init] Message: Quillet scripted 1.0",
+      {"cs_dt_info", 0, 7, {"[xl_init] Message: Quillet scripted 1.0",
        "[xc_set_values] Error: cs_dt_info(CS_SET, CS_DATES_LONG) failed!", ""}},
   };
   // clang-format on
@@ -242,16 +157,6 @@ TEST_F(Context, is_set_up_in_order_or_not_at_all) {
     EXPECT_EQ(library().take_calls(), Lines(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(one.calls)));
     EXPECT_EQ(take_log(), one.log);
   }
-}
-
-TEST_F(Registry, only_the_placeholder_is_a_good_handle) {
-  EXPECT_EQ(_trvxadummy_create_mutex(), -1);
-  EXPECT_EQ(_trvxadummy_take_mutex(-1), 1);
-  EXPECT_EQ(take_log(), Lines{});
-  EXPECT_EQ(_trvxadummy_release_mutex(0), 0);
-  EXPECT_EQ(_trvxadummy_delete_mutex(1), 0);
-  EXPECT_EQ(take_log(), (Lines{"[_trvxadummy_release_mutex] Error: Bad mutex ID",
-                               "[_trvxadummy_delete_mutex] Error: Bad mutex ID"}));
 }
 
 }  // namespace

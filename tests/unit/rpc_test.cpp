@@ -1,5 +1,4 @@
 // DTM requests: what is sent, how replies are condensed, and what becomes of every failure.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -43,39 +42,6 @@ TEST_F(Rpc, begin_sends_four_parameters_and_waits_without_the_mutex) {
                    "ct_describe(cmd1, 1)", "ct_bind(cmd1, 1, type 8 format 0 max 4 count 1)", "ct_fetch(cmd1)",
                    "ct_results(cmd1) [free]", "ct_results(cmd1) [free]"}));
   EXPECT_EQ(take_log(), Lines{});
-}
-
-TEST_F(Rpc, each_operation_has_its_procedure_and_options) {
-  const struct {
-    int32_t code;
-    const char *operation;
-    int32_t plain, forced;  // flags
-  } rows[] = {
-      {DTM_BEGIN, "begin", 0x10, 0x10},
-      {DTM_ATTACH, "attach", 0, 0},
-      {DTM_ATTACH_NOWAIT, "attach", 0x2, 0x2},
-      {DTM_DETACH, "detach", 0, 0},
-      {DTM_DETACH_NOWAIT, "detach", 0x4, 0x4},
-      {DTM_STATUS, "status", 0, 0},
-      {DTM_FORGET, "forget", 0, 0},
-      {DTM_PREPARE, "prepare", 0, 0x6000},
-      {DTM_COMMIT, "commit", 0, 0x6000},
-      {DTM_COMMIT_ONEPHASE, "commit", 0x20, 0x6020},
-      {DTM_ROLLBACK, "rollback", 0, 0x6000},
-      {DTM_ABORT, "rollback", 0x100, 0x100},
-  };
-  for (const auto &row : rows) {
-    for (const bool forced : {false, true}) {
-      SCOPED_TRACE(text("%d %d", row.code, forced));
-      fresh();
-      behave_as(XATM_TUX, forced ? XAPF_FORCE_ATTACH : 0);
-      library().replies.push_back({status(0)});
-      EXPECT_EQ(xa__dtm_rpc(&conn, row.code, &xid, 7), CS_SUCCEED);
-      EXPECT_EQ(library().take_requests(),
-                Lines{text("%s %s %sstatus 7 flags 0x%x", row.operation, branch_name,
-                           row.code == DTM_BEGIN ? "mode 0x30000 " : "", forced ? row.forced : row.plain)});
-    }
-  }
 }
 
 TEST_F(Rpc, replies_condense_into_the_outcome_fields) {
@@ -183,47 +149,6 @@ TEST_F(Rpc, unknown_operations_and_unlisted_tm_types_send_nothing) {
   EXPECT_EQ(xa__dtm_rpc(&conn, DTM_BEGIN, &xid, 1), CS_FAIL);
   EXPECT_EQ(take_log(), Lines{"[xa__dtm_rpc] Error: Invalid TM Type 4"});
   EXPECT_EQ(library().take_requests(), Lines{});
-}
-
-TEST_F(Rpc, traces_show_the_request_and_the_parts_that_came) {
-  xacmn_log_tracing.store(XATR_EVENT | XATR_MISC);
-  status_request({output("@xactstatus", 5), status(3), marker(CS_CMD_SUCCEED)});
-  const std::string results = "[xa__dtm_process_results] ";
-  EXPECT_THAT(take_log(),
-              testing::IsSupersetOf({std::string("[xa__dtm_rpc] Event trace: xid: 1234_0g83_10k_:L1 sent with rpc: "
-                                                 "$statusTrvDtmXact with flag: 0, status 0"),
-                                     results + "Event trace: CS_PARAM_RESULT @xactstatus, 5",
-                                     results + "Misc trace: ret=-205, rpcret=3, stat=5, err=-19999",
-                                     results + "Misc trace: rpcret=1, rpcstat=5, transtat=3"}));
-}
-
-TEST_F(Rpc, one_value_reader_tells_how_much_came) {
-  const struct {
-    const char *name;
-    Reply reply;
-    int32_t result, value;
-  } cases[] = {
-      {"one row", {row(5), marker(CS_CMD_SUCCEED), marker(CS_CMD_DONE)}, DTM_ONE_VALUE, 5},
-      {"no row result", {marker(CS_CMD_DONE)}, DTM_NO_ROW_RESULT, -1},
-      {"row result without rows", {rows({}), marker(CS_CMD_DONE)}, DTM_NO_ROW, -1},
-      {"two columns", {table({{1, 2}})}, DTM_NO_ROW, -1},
-      {"two row results", {row(5), row(6), marker(CS_CMD_DONE)}, DTM_MANY_RESULTS, 5},
-      {"two rows", {rows({5, 6}), marker(CS_CMD_DONE)}, DTM_MANY_ROWS, 5},
-      {"command failed", {marker(CS_CMD_FAIL), row(5)}, DTM_FAILED, -1},
-      {"status result", {status(5)}, DTM_FAILED, -1},
-      {"broken off", {row(5), broken(CS_FAIL)}, DTM_FAILED, 5},
-  };
-  for (const auto &one : cases) {
-    SCOPED_TRACE(one.name);
-    fresh();
-    library().standing["query"] = one.reply;
-    ct_command(conn.xc_cmd, QLT_LANG_COMMAND, "query", QLT_NULLTERM, QLT_UNUSED);
-    ct_send(conn.xc_cmd);
-    int32_t value = -1;
-    EXPECT_EQ(xa__dtm_1result(&conn, QLT_INT_TYPE, QLT_FMT_NONE, &value, sizeof value), one.result);
-    EXPECT_EQ(value, one.value);
-    EXPECT_FALSE(conn.xc_cmd->pending) << "results are left on the command";
-  }
 }
 
 }  // namespace

@@ -51,24 +51,6 @@ TEST_F(Scan, a_short_batch_ends_the_scan_in_order) {
   EXPECT_EQ(take_log(), Lines{});
 }
 
-TEST_F(Scan, only_a_full_batch_keeps_the_scan_open) {
-  library().replies = {scan_reply({foreign, own, foreign, foreign, own, foreign})};
-  EXPECT_EQ(recover(2, TMSTARTRSCAN), 2);
-  EXPECT_NE(conn.xc_recov_cmd, nullptr);
-  EXPECT_EQ(recover(2, TMNOFLAGS), 0);
-  EXPECT_EQ(recover(2, TMENDRSCAN), XAER_PROTO);
-  EXPECT_EQ(take_log(), Lines{"[xa__dtm_recover] Error: No recovery command established"});
-}
-
-TEST_F(Scan, a_new_start_ends_the_open_scan_first) {
-  library().replies = {scan_reply({own, own, own}), scan_reply({own})};
-  EXPECT_EQ(recover(1, TMSTARTRSCAN), 1);
-  library().take_calls();
-  EXPECT_EQ(recover(2, TMSTARTRSCAN), 1);
-  EXPECT_EQ(library().take_calls({"ct_cancel(null, cmd2, 6001", "ct_cmd_drop", "ct_cmd_alloc"}),
-            (Lines{"ct_cancel(null, cmd2, 6001)", "ct_cmd_drop(cmd2)", "ct_cmd_alloc(con1)", "ct_cmd_drop(cmd3)"}));
-}
-
 TEST_F(Scan, rows_are_branches_of_this_lrm_or_passed_over) {
   const std::string full(86, '0');
   const struct {
@@ -109,17 +91,6 @@ TEST_F(Scan, rows_without_an_lrm_name_belong_to_an_lrm_without_a_name) {
     EXPECT_TRUE(xid_equal(xids[0], branch()));
     EXPECT_EQ(take_log(), Lines{});
   }
-}
-
-TEST_F(Scan, fields_decode_side_by_side) {
-  library().replies = {scan_reply({Value("ffffffff_0g83_1w_:L1"), Value("7_om9z__:L1")})};
-  EXPECT_EQ(recover(2, TMSTARTRSCAN | TMENDRSCAN), 2);
-  EXPECT_EQ(xids[0].formatID, -1);
-  EXPECT_EQ(xids[0].gtrid_length, 3);
-  EXPECT_EQ(xids[0].bqual_length, 1);
-  EXPECT_EQ(std::string(xids[0].data, 5), std::string("\x01\x02\x03\x06\x00", 5));
-  EXPECT_EQ(xids[1].bqual_length, 0);
-  EXPECT_EQ(std::string(xids[1].data, 3), "abc");
 }
 
 TEST_F(Scan, only_a_zero_status_confirms_the_end) {

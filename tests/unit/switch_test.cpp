@@ -136,27 +136,6 @@ TEST_F(Switch, a_second_flavour_is_refused_and_disturbs_nothing) {
   EXPECT_EQ(tarvex_TXS_xa_switch.xa_close_entry("", 1, 0), XA_OK);
 }
 
-TEST_F(Switch, connections_are_published_under_the_thread_or_the_key) {
-  library().identity = "me";
-  const struct {
-    const xa_switch_t *record;
-    const char *open_string;
-    const char *call;
-  } cases[] = {
-      {&tarvex_TXS_xa_switch, open_string, "cs_objects(SET, 1, \"L1\", none, thread 6d65, exists 0, con1 cmd1)"},
-      {&tarvex_MTS_xa_switch, mts_string, "cs_objects(SET, 1, \"L1\", \"key\", thread none, exists 0, con1 cmd1)"},
-  };
-  for (const auto &one : cases) {
-    EXPECT_TRUE(in_own_process([&] {
-      one.record->xa_open_entry(one.open_string, 1, 0);
-      library().standing["begin"] = {status(0)};
-      library().take_calls();
-      one.record->xa_start_entry(&x, 1, 0);
-      return library().take_calls({"cs_objects"}) == Lines{one.call};
-    })) << one.call;
-  }
-}
-
 TEST_F(Switch, mts_reads_no_further_than_an_xid_reaches) {
   EXPECT_EQ(tarvex_MTS_xa_switch.xa_open_entry(mts_string, 1, 0), XA_OK);
   library().standing["commit"] = {status(7)};

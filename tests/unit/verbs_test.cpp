@@ -1,5 +1,4 @@
 // The XA verbs: flags, the connection each works on, what is sent, and the state afterwards.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -211,19 +210,6 @@ TEST_F(Verbs, leftovers_whose_end_is_refused_do_not_loop) {
   }
 }
 
-TEST_F(Verbs, mts_gives_the_server_time_to_let_go) {
-  reopen(XATM_MTS, XAPF_CLOSE_ENDS);
-  set(XCS_ASSOC, y);
-  xacmn_log_tracing.store(XATR_EVENT | XATR_VERBOSE);
-  library().replies = {st(1), st(1), st(-2), st(-2), st(0)};
-  EXPECT_EQ(xa_start(&x, 1, TMNOFLAGS), XA_OK);
-  expect({ask_other, ask_other, ask_other, detach_other, begin}, {"con1 1 1234"});
-  EXPECT_EQ(library().take_calls({"sleep"}), (Lines{"sleep(2) [free]", "sleep(4) [free]"}));
-  EXPECT_THAT(take_log(), testing::IsSupersetOf({"[xa_start] Event trace: xa_start: sleep 8 sec for ZDB to dettach",
-                                                 "[xa_start] Event trace: xa_start: after 8 sec, ZDB dettached the "
-                                                 "transaction"}));
-}
-
 TEST_F(Verbs, a_branch_that_cannot_be_published_fails) {
   fail_operation("cs_obj_insert", -4);
   library().replies = {st(0)};
@@ -297,36 +283,6 @@ TEST_F(Verbs, end_and_completion_by_the_connection_that_holds_the_branch) {
   }
 }
 
-TEST_F(Verbs, the_next_verb_finds_the_connection_of_the_branch) {
-  behave_as(XATM_TUX, XAPF_FORCE_ATTACH | XAPF_CFG_OPTIONAL);
-  open_connection();
-  library().standing = {{"prepare", {status(2)}}, {"commit", {status(7)}}};
-  set(XCS_UNUSED, x, 1);
-  EXPECT_EQ(xa_prepare(&x, 1, TMNOFLAGS), XA_OK);
-  EXPECT_EQ(xa_commit(&x, 1, TMNOFLAGS), XA_OK);
-  EXPECT_EQ(library().take_calls({"ct_send"}).back(), "ct_send(cmd1)") << "not on the newer, unused one";
-  EXPECT_EQ(connections(), (Lines{"con2 0 ffffffff", "con1 0 1234"}));
-}
-
-TEST_F(Verbs, a_scan_keeps_its_connection_until_the_end_flag) {
-  XID xids[2];
-  const Reply three{rows({x_name, x_name, x_name}), status(0)};
-  library().replies = {three, three};
-  EXPECT_EQ(xa_recover(xids, 2, 1, TMSTARTRSCAN), 2);
-  EXPECT_EQ(connections(), Lines{"con1 108 ffffffff"});
-  EXPECT_EQ(xa_recover(xids, 2, 1, TMSTARTRSCAN | TMENDRSCAN), 2);
-  EXPECT_EQ(connections(), Lines{"con1 0 ffffffff"});
-}
-
-TEST_F(Verbs, close_stops_at_the_first_live_branch) {
-  set(XCS_ASSOC, x);
-  open_connection();
-  library().replies = {st(1)};
-  EXPECT_EQ(xa_close("", 1, TMNOFLAGS), XAER_PROTO);
-  EXPECT_EQ(connections().back(), "con1 1 1234");
-  EXPECT_EQ(library().live_connections(), 1) << "the newer one was closed before";
-}
-
 TEST_F(Verbs, close_ends_although_a_live_branch_cannot_be_ended) {
   reopen(XATM_MTS, XAPF_CLOSE_ENDS);
   XID null = x;
@@ -335,19 +291,6 @@ TEST_F(Verbs, close_ends_although_a_live_branch_cannot_be_ended) {
   library().standing["status"] = {status(1)};
   EXPECT_EQ(xa_close("", 1, TMNOFLAGS), XA_OK);
   EXPECT_EQ(connections(), Lines{});
-}
-
-TEST_F(Verbs, close_leaves_a_connection_at_work_alone) {
-  XA_CONNECTION *busy = set(XCS_COMMITTING, x);
-  xc_hold(busy);
-  EXPECT_EQ(xa_close("", 1, TMNOFLAGS), XAER_PROTO);
-  EXPECT_EQ(connections(), Lines{"con1 104 1234 held"});
-  xc_release(busy);
-  EXPECT_EQ(xa_close("", 1, TMNOFLAGS), XA_OK);
-  EXPECT_EQ(xa_close("", 1, TMNOFLAGS), XA_OK) << "not open any more in an identity that is known";
-  library().identity = "stranger";
-  EXPECT_EQ(xa_close("", 1, TMNOFLAGS), XAER_RMERR);
-  library().identity = "";
 }
 
 }  // namespace
