@@ -123,12 +123,6 @@ const std::vector<Scenario> scenarios = {
     {start(3, "A"), XA_OK}, {end(1, "A"), XAER_PROTO}, {end(1, "A", TMFAIL), XAER_PROTO},
     {end(1, "A", TMSUSPEND | TMMIGRATE), XAER_PROTO}, {state("A"), ZDB_ATTACHED},
     {end(3, "A"), XA_OK}, {end(3, "A"), XAER_PROTO}, {rollback(1, "A"), XA_OK}, {sessions(), 2}}},
-  {"flag_words_outside_the_lists", {
-    {open(1), XA_OK}, {start(1, "A", TMJOIN | TMRESUME), XAER_INVAL}, {start(1, "A", TMASYNC), XAER_INVAL},
-    {end(1, "A", TMNOFLAGS), XAER_INVAL}, {end(1, "A", TMSUCCESS | TMFAIL), XAER_INVAL},
-    {prepare(1, "A", TMONEPHASE), XAER_INVAL}, {commit(1, "A", TMASYNC), XAER_INVAL},
-    {rollback(1, "A", TMNOWAIT), XAER_INVAL}, {forget(1, "A", TMASYNC), XAER_INVAL},
-    {recover(1, 10, TMMULTIPLE), XAER_INVAL}, {recover(1, 10, TMSTARTRSCAN | TMNOWAIT), XAER_INVAL}}},
   {"verbs_without_an_open_resource_manager", {
     {open(1), XA_OK}, {start(2, "A"), XAER_INVAL}, {end(2, "A"), XAER_INVAL}, {end(2, "A", TMSUSPEND), XAER_INVAL},
     {prepare(2, "A"), XAER_INVAL}, {commit(2, "A"), XAER_INVAL}, {rollback(2, "A"), XAER_INVAL},

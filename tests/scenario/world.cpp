@@ -74,10 +74,6 @@ const xa_switch_t &flavour_switch(unsigned flavour) {
   return flavour == MTS ? tarvex_MTS_xa_switch : flavour == TUX ? tarvex_TUX_xa_switch : tarvex_TXS_xa_switch;
 }
 
-int32_t flavour_tm_type(unsigned flavour) {
-  return flavour == MTS ? XATM_MTS : flavour == TUX ? XATM_TUX : XATM_TXS;
-}
-
 Worker::Worker() : thread_([this] { loop(); }) {}
 
 Worker::~Worker() {

@@ -28,7 +28,6 @@ inline constexpr const char *bank = "bank1";
 
 const char *flavour_name(unsigned flavour);
 const xa_switch_t &flavour_switch(unsigned flavour);
-int32_t flavour_tm_type(unsigned flavour);
 
 // A thread that runs what it is given, one piece at a time.
 class Worker {

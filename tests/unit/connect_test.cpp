@@ -162,15 +162,6 @@ TEST_F(Callbacks, what_the_connection_had_comes_back) {
   EXPECT_EQ(xc_deinstall_callbacks(nullptr), CS_SUCCEED);
 }
 
-TEST_F(Callbacks, a_callback_that_cannot_be_saved_stops_the_installation) {
-  for (const int32_t nth : {1, 2, 3, 4}) {
-    fresh();
-    library().fail("ct_callback", nth, CS_BUSY);
-    EXPECT_EQ(xc_install_callbacks(&conn), CS_BUSY);
-    EXPECT_EQ(library().take_calls().size(), static_cast<size_t>(nth));
-  }
-}
-
 class Connect : public Scene {
  protected:
   Connect() {
@@ -234,13 +225,6 @@ class Connect : public Scene {
                    "ct_diag(con1, CLEAR, 4701)"};
 };
 
-TEST_F(Connect, calls_come_in_order) {
-  EXPECT_EQ(connect(), XA_OK);
-  EXPECT_EQ(settled_calls(), joined({defaults, forced, login, options, last}));
-  EXPECT_EQ(take_log(), Lines{});
-  EXPECT_NE(conn.xc_cmd, nullptr);
-}
-
 TEST_F(Connect, configured_settings_come_between_defaults_and_forced_ones) {
   const std::string path = file_with(
       "[xa]\nlrm=L1\noptions=CS_OPT_ISOLATION=1\ncapabilities=CS_DATA_NOBIN=1\nproperties=CS_PACKETSIZE=2048\n");
@@ -249,6 +233,7 @@ TEST_F(Connect, configured_settings_come_between_defaults_and_forced_ones) {
   const Lines before{"ct_con_props(con1, SET, 9107, 2048, -99999)", "ct_capability(con1, SET, type 2, 10, 1)"};
   const Lines after{"ct_options(con1, SET, 5008, 1, -99999)"};
   EXPECT_EQ(settled_calls(), joined({defaults, before, forced, login, options, after, last}));
+  EXPECT_EQ(take_log(), Lines{});
 }
 
 TEST_F(Connect, empty_user_and_password_are_not_set) {
@@ -317,26 +302,6 @@ TEST_F(Connect, every_step_that_fails_takes_back_what_was_made) {
   behave_as(XATM_TUX, 0);  // no configuration, and it is not optional
   EXPECT_EQ(connect(), XAER_RMERR);
   EXPECT_EQ(library().take_calls(), (Lines{"ct_con_alloc()", "ct_con_drop(con1)"}));
-}
-
-TEST_F(Connect, the_login_is_tried_again_once_and_without_failover) {
-  library().fail("ct_connect", 1);
-  EXPECT_EQ(connect(), XA_OK);
-  EXPECT_EQ(library().take_calls({"ct_connect", "ct_con_props(con1, SET, 9196"}),
-            (Lines{"ct_con_props(con1, SET, 9196, 1, -99999)", "ct_connect(con1, \"bank\")",
-                   "ct_con_props(con1, SET, 9196, 0, -99999)", "ct_connect(con1, \"bank\")",
-                   "ct_con_props(con1, SET, 9196, 0, -99999)"}));
-  start_over();
-  library().fail("ct_connect", 1);
-  library().fail("ct_connect", 2);
-  EXPECT_EQ(connect(), XAER_RMERR);
-  EXPECT_EQ(library().take_calls({"ct_connect"}).size(), 2U);
-  start_over();
-  library().fail("ct_connect", 1);
-  library().fail("ct_con_props", 8);
-  EXPECT_EQ(connect(), XAER_RMERR);
-  EXPECT_EQ(take_log(), (Lines{"[xa__conn_connect] Error: unable to clear failover for retry",
-                               "[xc_connect] Error: Connect(bank) failed, rc=0"}));
 }
 
 TEST_F(Connect, the_password_reaches_no_line) {

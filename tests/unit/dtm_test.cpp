@@ -65,10 +65,8 @@ TEST_F(Dtm, prepare_polls_before_it_looks_for_heuristics) {
       {"branch still busy at the attach", false, 0, {st(-9), st(1), st(2)}, XA_OK, three},
       {"attached elsewhere", false, 0, {st(-4)}, XAER_PROTO, {attach_nowait}},
       {"unknown at the attach is not checked", false, 0, {st(-2)}, XAER_NOTA, {attach_nowait}},
-      {"forced", true, 0, {st(1)}, XA_OK, {prepare_forced}},
       {"busy, then gone, and committed", true, 0, {st(-9), st(-9), st(7), st(-2), state_row(committed)}, XA_HEURCOM,
        {prepare_forced, ask, ask, ask, query}, {heuristic}},
-      {"busy, then invalid", true, 0, {st(-9), st(-5)}, XAER_INVAL, {prepare_forced, ask}},
       {"unknown twice", true, 0, {st(-2), {rows({})}}, XAER_NOTA, {prepare_forced, query}},
       {"unknown, yet in the table", true, 0, {st(-2), state_row(7)}, XAER_RMERR, {prepare_forced, query}, {conflict}},
   };
@@ -86,7 +84,6 @@ TEST_F(Dtm, commit_looks_for_heuristics_before_it_polls) {
       {"one phase, read only", false, TMONEPHASE | TMNOWAIT, {st(2), st(2), st(-256)}, XA_OK, {attach_nowait,
        detach_nowait, commit_once}},
       {"one phase, busy at the attach", false, TMONEPHASE, {st(-9)}, XAER_RMFAIL, {attach_nowait}},
-      {"one phase, attached elsewhere", false, TMONEPHASE, {st(-4)}, XAER_PROTO, {attach_nowait}},
       {"unknown, and committed", false, TMNOFLAGS, {st(-2), state_row(committed)}, XA_HEURCOM, {commit, query}},
       {"unknown, yet in the table", false, TMNOFLAGS, {st(-2), state_row(7)}, XAER_RMERR, {commit, query}, {conflict}},
       {"busy, then gone: no second look", false, TMNOFLAGS, {st(-9), st(-9), st(-2)}, XAER_NOTA, {commit, ask, ask}},

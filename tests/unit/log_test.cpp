@@ -186,17 +186,6 @@ TEST(Keywords, prefixes_select_the_first_keyword_that_begins_with_them) {
   }
 }
 
-TEST(Keywords, options_add_up) {
-  const std::pair<const char *, uint32_t> rows[] = {{"-Txa -Txc", 0x5}, {"-NL1 -tv -Uall", 0x40}, {"xa", 0},
-                                                    {"-T", 0x1},        {"a-Tos- -Tct", 0x800},   {"-", 0}};
-  for (const auto &[options, bits] : rows) {
-    xacmn_log_tracing.store(0);
-    EXPECT_STREQ(xacmn_log_flags_set(options), "");
-    EXPECT_EQ(xacmn_log_tracing.load(), bits) << options;
-  }
-  xacmn_log_tracing.store(0);
-}
-
 TEST(Decoders, codes_and_flags) {
   EXPECT_STREQ(xacmn_log_xareturn(XAER_NOTA), " retstat: -4 ([XAER_NOTA])");
   EXPECT_STREQ(xacmn_log_xareturn(1), " retstat: 1 ([])");
@@ -233,13 +222,6 @@ TEST(Decoders, bytes_and_xids) {
   odd.gtrid_length = 9999;
   odd.bqual_length = 9999;
   EXPECT_EQ(strlen(xacmn_log_dump_xid(&odd)), strlen("\t4660.9999.9999\n\t\n\t\n") + 2 * (128 + 15));
-}
-
-TEST(Decoders, entry_lines) {
-  EXPECT_STREQ(xalog_entr_info(1, 0, nullptr), "rmid: 1, flags:[], info: <nil>");
-  const std::string info(2000, 'i');
-  EXPECT_EQ(strlen(xalog_entr_info(1, 0, info.c_str())), 1023U);
-  EXPECT_STREQ(xalog_xa_name(6), "xa_rollback");
 }
 
 }  // namespace

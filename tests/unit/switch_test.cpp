@@ -216,14 +216,4 @@ TEST_F(Switch, thread_services_pass_through_and_tell_threads_apart_under_txs) {
   EXPECT_EQ(tarvex_TXS_xa_switch.xa_close_entry("", 1, 0), XA_OK);
 }
 
-TEST_F(Switch, a_publish_that_fails_is_an_error_in_the_log) {
-  EXPECT_EQ(tarvex_TUX_xa_switch.xa_open_entry(open_string, 1, 0), XA_OK);
-  library().standing["begin"] = {status(0)};
-  library().fail("cs_objects", 1, CS_MEM_ERROR);
-  take_log();
-  EXPECT_EQ(tarvex_TUX_xa_switch.xa_start_entry(&x, 1, 0), XAER_RMERR);
-  EXPECT_EQ(take_log().at(0), "[trvtux_cs_obj_insert] Error: return, retstat: -1 ([CS_MEM_ERROR])");
-  EXPECT_EQ(tarvex_TUX_xa_switch.xa_close_entry("", 1, 0), XA_OK);
-}
-
 }  // namespace

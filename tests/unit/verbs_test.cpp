@@ -169,12 +169,6 @@ TEST_F(Verbs, start_publishes_the_connection_and_is_repeated_once) {
   }
 }
 
-TEST_F(Verbs, join_gives_the_mutex_up_between_attempts) {
-  library().replies = {st(4), st(1), st(4), st(1), st(3)};
-  EXPECT_EQ(xa_start(&x, 1, TMJOIN), XA_OK);
-  EXPECT_EQ(library().take_calls({"sleep"}), (Lines{"sleep(2) [free]", "sleep(2) [free]"}));
-}
-
 TEST_F(Verbs, join_does_not_wait_beside_a_live_branch_suspended_here) {
   const Lines live{ask_other, attach_nowait};
   const Lines gone{ask_other, detach_other, attach};
