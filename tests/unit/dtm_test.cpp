@@ -53,6 +53,31 @@ class Dtm : public Scene {
   const XID xid = branch();
 };
 
+TEST_F(Dtm, start) {
+  // clang-format off
+  const std::vector<Case> cases = {
+      {"join without waiting is busy", false, TMJOIN | TMNOWAIT, {st(-4)}, XA_RETRY, {attach_nowait}},
+      {"join that waits is never busy", false, TMJOIN, {st(-4)}, XAER_RMERR, {attach},
+       {"[xa__dtm_start] Error: Unexpected DTM BUSY indication"}},
+      {"resume", false, TMRESUME, {st(0)}, XA_OK, {attach}},
+      {"join and resume", false, TMJOIN | TMRESUME, {}, XAER_INVAL, {},
+       {"[xa__dtm_start] Error: Invalid flags 136314880"}},
+  };
+  // clang-format on
+  run(cases, [this](int32_t flags) { return xa__dtm_start(&conn, &xid, flags); });
+}
+
+TEST_F(Dtm, end) {
+  const std::vector<Case> cases = {
+      {"success", false, TMSUCCESS, {st(1)}, XA_OK, {"detach 1234_0g83_10k_:L1 status 2 flags 0x0"}},
+      {"fail is told like success", false, TMFAIL, {st(4)}, XA_OK, {"detach 1234_0g83_10k_:L1 status 2 flags 0x0"}},
+      {"suspend", false, TMSUSPEND, {st(1)}, XA_OK, {"detach 1234_0g83_10k_:L1 status 3 flags 0x0"}},
+      {"migrate", false, TMSUSPEND | TMMIGRATE, {st(4)}, XAER_PROTO, {"detach 1234_0g83_10k_:L1 status 4 flags 0x0"}},
+      {"no flags", false, TMNOFLAGS, {}, XAER_INVAL, {}, {"[xa__dtm_end] Error: Invalid flags 0"}},
+  };
+  run(cases, [this](int32_t flags) { return xa__dtm_end(&conn, &xid, flags); });
+}
+
 TEST_F(Dtm, prepare_polls_before_it_looks_for_heuristics) {
   const std::string conflict =
       "[xa__dtm_prepare] Error: internal state conflict XAER_PROTO vs. XAER_NOTA. Returning XAER_RMERR";
@@ -115,6 +140,16 @@ TEST_F(Dtm, rollback_aborts_what_another_session_holds) {
   };
   // clang-format on
   run(cases, [this](int32_t) { return xa__dtm_rollback(&conn, &xid); });
+}
+
+TEST_F(Dtm, forget_asks_first) {
+  const std::vector<Case> cases = {
+      {"heuristic", false, 0, {state_row(committed), st(0)}, XA_OK, {query, forget}},
+      {"unknown", false, 0, {{rows({})}}, XAER_NOTA, {query}},
+      {"the server refuses", false, 0, {state_row(rolled_back), st(-4)}, XAER_NOTA, {query, forget}},
+      {"query broken off", false, 0, {{broken(CS_FAIL)}}, XAER_RMFAIL, {query}},
+  };
+  run(cases, [this](int32_t) { return xa__dtm_forget(&conn, &xid); });
 }
 
 TEST_F(Dtm, heuristic_check_reads_exactly_one_state) {

@@ -107,6 +107,19 @@ TEST_F(Lookup, held_records_are_passed_over_and_stay) {
 using Registry = OpenScene;
 using Context = Scene;
 
+TEST_F(Registry, identities_of_one_tag_keep_their_own_records) {
+  library().identity = "own";
+  EXPECT_EQ(xal_getlrm(1), nullptr);
+  EXPECT_NE(xal_addlrm(1, open_string), nullptr);
+  library().identity = "Own";
+  EXPECT_EQ(xal_getlrm(1), nullptr);
+  library().identity = "own";
+  EXPECT_EQ(xal_freelrm(1), 1);
+  ++blocks_at_start;  // the record of the new identity stays
+  library().identity = "";
+  EXPECT_NE(xal_getlrm(1), nullptr);
+}
+
 TEST_F(Registry, a_record_with_connections_stays) {
   EXPECT_EQ(xal_freelrm(1), XAER_NOTA);
   EXPECT_NE(xal_getlrm(1), nullptr);
