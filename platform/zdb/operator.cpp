@@ -177,7 +177,7 @@ void set_lock_timeout(Server &server, const Arguments &arguments, Reply &reply) 
 
 void set_statement_timeout(Server &server, const Arguments &arguments, Reply &reply) {
   server.store().set_setting(statement_timeout_setting, number_of(arguments[0]));
-  say(reply, "A statement outside branches may run for " + arguments[0] + " milliseconds; 0 means for ever.");
+  say(reply, "A statement may run for " + arguments[0] + " milliseconds; 0 means for ever.");
 }
 
 void set_orphan_age(Server &server, const Arguments &arguments, Reply &reply) {
@@ -204,7 +204,7 @@ constexpr Command commands[] = {
     {"drop-user", 1, "drop-user USER           removes a login and ends its sessions", drop_user},
     {"dtm", 1, "dtm on|off               switches distributed transactions on or off", switch_dtm},
     {"lock-timeout", 1, "lock-timeout MS          how long a statement waits for the data", set_lock_timeout},
-    {"statement-timeout", 1, "statement-timeout MS     how long a statement outside branches may run; 0: for ever",
+    {"statement-timeout", 1, "statement-timeout MS     how long a statement may run; 0: for ever",
      set_statement_timeout},
     {"orphan-age", 1, "orphan-age SECONDS       when branches that were left alone are rolled back; 0: never",
      set_orphan_age},

@@ -202,12 +202,6 @@ TEST_F(Zdbd, EndsAStatementWithItsSession) {
         EXPECT_TRUE(await([&] { return !data_are_free(); }));
       },
       [&] {
-        command("--admin " + folder() + " statement-timeout 300");
-        const auto client = connect("guest");
-        EXPECT_EQ(number_of(client->execute({RequestKind::language, holding, {}})), 3107);
-        command("--admin " + folder() + " statement-timeout 0");
-      },
-      [&] {
         static std::vector<Channel> kept;
         kept.push_back(asking(holding, "guest"));
         EXPECT_TRUE(await([&] { return !data_are_free(); }));

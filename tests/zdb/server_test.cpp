@@ -334,6 +334,20 @@ TEST_F(Losses, EndWaitingAndEndlessStatements) {
   runs.join();
 }
 
+TEST_F(Losses, ByTheStatementTimeLimit) {
+  const std::string endless = "with recursive n(i) as (select 9 union all select i + 1 from n) select i, 1 from n";
+  server->store().set_setting(zdb::statement_timeout_setting, 100);
+  EXPECT_EQ(one.dtm("begin", "b"), 0);
+  EXPECT_EQ(one.sql("insert into acct " + endless), "!3107") << "the first one has nothing to lose";
+  EXPECT_EQ(one.sql("update acct set v = 1; select count(*) from (" + endless + ")"), "#2!3107");
+  EXPECT_EQ(one.sql("select v from acct where id = 1"), "1#1") << "a query takes nothing along";
+  EXPECT_EQ(other.sql("select max(i) from (" + endless + ")"), "!3107");
+  EXPECT_EQ(one.sql("insert into acct " + endless), "!3111") << "the update went with it";
+  EXPECT_EQ(server->branch_state("b"), ZDB_ABORT_ONLY);
+  EXPECT_EQ(other.sql("insert into acct " + endless), "!3107") << "the lock is free";
+  EXPECT_EQ(other.sql("select v from acct"), "100;100#2");
+}
+
 TEST_F(Losses, OfASessionUndoTheBranchItHolds) {
   {
     const Client victim(server, "sa");
@@ -422,7 +436,7 @@ TEST_F(Losses, ByAFullDiskBreakNoPromise) {
   fill_disk(true);
   EXPECT_EQ(one.sql("with recursive n(i) as (select 1 union all select i + 1 from n limit 40) "
                     "insert into large select i, zeroblob(200000) from n"),
-            "!3203");
+            "!3111");
   fill_disk(false);
   EXPECT_EQ(server->branch_state("c"), ZDB_ABORT_ONLY) << "the failure took the update with it";
   EXPECT_EQ(one.sql("update acct set v = 50 where id = 2"), "!3111");

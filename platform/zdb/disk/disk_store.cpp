@@ -9,17 +9,6 @@ namespace zdb {
 namespace {
 
 constexpr const char *server_stops = "The server stops, or the session has ended.";
-constexpr const char *statement_too_long =
-    "The statement takes longer than the server's statement time-out. Let it do less, or raise the time-out.";
-
-using Deadline = std::optional<std::chrono::steady_clock::time_point>;
-
-Deadline deadline_after(int64_t milliseconds) {
-  if (milliseconds <= 0) {
-    return std::nullopt;
-  }
-  return std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
-}
 
 }  // namespace
 
@@ -159,7 +148,7 @@ void DiskStore::stop() {
 SqlOutcome DiskStore::run_alone(const std::string &sql, SqlCounts &counts, const std::atomic<bool> &gone) {
   DataTurn turn(data_);
   WriteHold hold(data_.write_lock());
-  Deadline deadline;
+  TimeLimit time;
   const auto before = [&](bool writes) {
     const std::chrono::milliseconds limit(catalog_.setting(lock_timeout_setting).value_or(0));
     const auto answer = writes ? hold.take(limit, gone) : WriteLock::Answer::taken;
@@ -169,17 +158,17 @@ SqlOutcome DiskStore::run_alone(const std::string &sql, SqlCounts &counts, const
     if (answer == WriteLock::Answer::timed_out) {
       throw StoreError(message_lock_timeout, "A transaction holds the server's data for too long. Try again later.");
     }
-    deadline = deadline_after(catalog_.setting(statement_timeout_setting).value_or(0));
+    time.begin(catalog_.setting(statement_timeout_setting).value_or(0));
   };
-  const auto after = [&] { hold.release(); };
+  const auto after = [&] {
+    time.end();
+    hold.release();
+  };
   const auto stop = [&]() -> const char * {
     if (stopping_ || gone) {
       return server_stops;
     }
-    if (deadline && std::chrono::steady_clock::now() > *deadline) {
-      return statement_too_long;
-    }
-    return data_.must_stop() ? "The statement was interrupted, since a commit waits for it." : nullptr;
+    return data_.must_stop() ? "The statement was interrupted, since a commit waits for it." : time.reason();
   };
   return turn.connection().run(Place::alone, sql, {before, after, stop, &counts});
 }

@@ -9,6 +9,8 @@ namespace zdb {
 namespace {
 
 constexpr const char *lost_by_failure = "The branch's work was lost by a failure of the server. Roll it back.";
+constexpr const char *lost_with_statement =
+    "What the branch had done was undone with the statement. Roll the branch back and repeat it.";
 constexpr const char *lost_by_commit =
     "The data that the branch has read were changed by another one since. Roll the branch back and repeat it.";
 
@@ -63,9 +65,11 @@ SqlOutcome DiskWork::run_in_transaction(const std::string &sql, SqlCounts &count
     end_transaction();
     return {{{message_data_changed, error_severity, lost_}}, {}, true, true};
   }
+  time_.end();  // of a statement that failed
   SqlOutcome outcome = connection.run(Place::branch, sql, around(connection, counts));
   if (outcome.failed && lost_after_failure(connection.database())) {
     outcome.work_lost = true;
+    outcome.messages.push_back({message_branch_lost, error_severity, lost_with_statement});
     end_transaction();
     return outcome;
   }
@@ -74,7 +78,11 @@ SqlOutcome DiskWork::run_in_transaction(const std::string &sql, SqlCounts &count
 }
 
 SqlConnection::Around DiskWork::around(SqlConnection &connection, SqlCounts &counts) {
-  return {[this, &connection](bool writes) { before_statement(connection, writes); }, [this] { worked_ = true; },
+  const auto after = [this] {
+    time_.end();
+    worked_ = true;
+  };
+  return {[this, &connection](bool writes) { before_statement(connection, writes); }, after,
           [this] { return stop_reason(); }, &counts};
 }
 
@@ -82,11 +90,12 @@ const char *DiskWork::stop_reason() const {
   if (stop_) {
     return "The statement was interrupted, since its branch is being rolled back.";
   }
-  return parts_.data.must_stop() ? "The statement was interrupted, since a commit waits for it." : nullptr;
+  return parts_.data.must_stop() ? "The statement was interrupted, since a commit waits for it." : time_.reason();
 }
 
 /*
- * A failed statement is undone by itself, but some failures undo the whole transaction: true when work went with it.
+ * A failed statement is undone by itself, but some failures, and the interruption of one that changes something, undo
+ * the whole transaction: true when work went with it.
  * What was only read counts: the next statement would not see the same data.
  */
 bool DiskWork::lost_after_failure(const Database &database) {
@@ -108,6 +117,7 @@ void DiskWork::before_statement(SqlConnection &connection, bool writes) {
   if (const char *reason = stop_reason()) {
     throw StoreError(message_interrupted, reason);
   }
+  time_.begin(parts_.catalog.setting(statement_timeout_setting).value_or(0));
   if (!connection.database().in_transaction()) {
     connection.capture().begin();
     connection.database().execute(writes ? "BEGIN IMMEDIATE" : "BEGIN");

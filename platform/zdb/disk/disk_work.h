@@ -72,6 +72,7 @@ class DiskWork final : public Work {
   bool worked_ = false;           /* a statement has succeeded in the open transaction */
   bool only_in_journal_ = false;  /* the work is there, but there is no transaction to commit it by */
   std::string lost_;              /* why the work is lost, empty if it is not: the branch can be rolled back only */
+  TimeLimit time_;
   std::atomic<bool> stop_{false}; /* set from another thread: no statement is to go on */
 };
 

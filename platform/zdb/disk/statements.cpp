@@ -134,6 +134,19 @@ constexpr const char *read_only_catalog = "The catalog cannot be changed by SQL.
 
 }  // namespace
 
+void TimeLimit::begin(int64_t limit) {
+  end_.reset();
+  if (limit > 0) {
+    end_ = std::chrono::steady_clock::now() + std::chrono::milliseconds(limit);
+  }
+}
+
+const char *TimeLimit::reason() const {
+  return end_ && std::chrono::steady_clock::now() > *end_
+             ? "The statement takes longer than the server's statement time-out. Let it do less, or raise the time-out."
+             : nullptr;
+}
+
 SqlConnection::SqlConnection(const std::string &file) : database_(file, &capture_) {
   sqlite3_set_authorizer(database_.handle(), authorise, this);
   sqlite3_db_config(database_.handle(), SQLITE_DBCONFIG_DQS_DML, 1, nullptr);  // "text" is a text, as clients write it

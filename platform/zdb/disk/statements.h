@@ -5,7 +5,9 @@
 #ifndef ZDB_DISK_STATEMENTS_H
 #define ZDB_DISK_STATEMENTS_H
 
+#include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "page_capture.h"
@@ -21,6 +23,19 @@ enum class Place : uint8_t { branch, alone, catalog };
 inline constexpr const char *mark_table = "zdb_mark";
 /* Each connection's own, among its temporary tables. */
 inline constexpr const char *count_table = "zdb_count";
+
+/* The operator's limit on the time that one statement runs. */
+class TimeLimit {
+ public:
+  /* In milliseconds; 0: none. */
+  void begin(int64_t limit);
+  void end() { end_.reset(); }
+  /* Null, or why the statement must not go on. */
+  const char *reason() const;
+
+ private:
+  std::optional<std::chrono::steady_clock::time_point> end_;
+};
 
 /* A connection that clients' SQL runs on; it does not move, since SQLite keeps its address. */
 class SqlConnection {
