@@ -5,6 +5,7 @@
 #include "durable_server.h"
 
 #include <algorithm>
+#include <new>
 
 #include "store_opening.h"
 
@@ -34,12 +35,20 @@ DurableServer::~DurableServer() {
 void DurableServer::look_after() {
   std::unique_lock<std::mutex> lock(mutex_);
   while (!changed_.wait_for(lock, round, [this] { return stopping_; })) {
-    const std::chrono::seconds age(server_->store().setting(orphan_age_setting).value_or(0));
-    if (age.count() > 0) {
-      server_->undo_orphans(Clock::now() - age);
+    try {
+      do_round();
+    } catch (const std::bad_alloc &) {
+      continue;  // the next time will do
     }
-    server_->forget_abort_only(Clock::now() - std::max(age, abort_only_kept));
   }
+}
+
+void DurableServer::do_round() {
+  const std::chrono::seconds age(server_->store().setting(orphan_age_setting).value_or(0));
+  if (age.count() > 0) {
+    server_->undo_orphans(Clock::now() - age);
+  }
+  server_->forget_abort_only(Clock::now() - std::max(age, abort_only_kept));
 }
 
 }  // namespace zdb

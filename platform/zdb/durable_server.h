@@ -25,6 +25,7 @@ class DurableServer {
 
  private:
   void look_after();
+  void do_round();
 
   std::shared_ptr<Server> server_;
   std::mutex mutex_;

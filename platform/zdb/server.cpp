@@ -205,14 +205,6 @@ bool Server::plant_prepared(const std::string &name) {
 }
 
 void Server::undo_orphans(Clock::time_point ended_before) {
-  try {
-    try_to_undo_orphans(ended_before);
-  } catch (const std::bad_alloc &) {
-    return;  // the next time will do
-  }
-}
-
-void Server::try_to_undo_orphans(Clock::time_point ended_before) {
   Lock lock(mutex_);
   for (const std::string &name : branches_.orphans(ended_before)) {
     const Branch *branch = branches_.find(name);
@@ -414,6 +406,18 @@ void Server::undo(Lock &lock, const std::string &branch) {
   }
 }
 
+/* False when memory ran out: what became of the request is not known, so the session ends as if the answer were lost.
+ */
+bool Server::apply_to_work(Lock &lock, const std::string &branch, Effect effect, int session) {
+  try {
+    with_work(lock, branch, [&](Work &work) { apply(effect, work); });
+    return true;
+  } catch (const std::bad_alloc &) {
+    break_off(lock, session);
+    return false;
+  }
+}
+
 /* Carries a DTM request out and returns the status to answer. */
 int32_t Server::carry_out(Lock &lock, const DtmRequest &request, int session) {
   Plan plan = branches_.plan(request, session);
@@ -428,8 +432,8 @@ int32_t Server::carry_out(Lock &lock, const DtmRequest &request, int session) {
   if (plan.next == stays) {
     return plan.answer;
   }
-  if (plan.effect != Effect::none) {
-    with_work(lock, request.branch, [&](Work &work) { apply(plan.effect, work); });
+  if (plan.effect != Effect::none && !apply_to_work(lock, request.branch, plan.effect, session)) {
+    return refused_state;
   }
   if (plan.next == gone) {
     branches_.remove(request.branch);
@@ -468,6 +472,11 @@ Reply Server::execute(int session, const Request &request) {
       work = answer(lock, session, *client, request);
     } catch (const StoreError &error) {
       work = failure(error.number, error.what());
+    } catch (const std::bad_alloc &) {
+      if (request.kind == RequestKind::language) {
+        throw;  // some of it may be done
+      }
+      work = failure(message_no_memory, no_memory);
     }
   }
   if (changes.drop_after) {
@@ -540,8 +549,8 @@ bool Server::may_use_dtm(const Client &client, Message &refusal) const {
 Server::Answer Server::answer_dtm(Lock &lock, int session, Client &client, const Request &request) {
   Answer answer;
   Message refusal;
-  const DtmRequest asked{request.text, text_parameter(request, "@name"), integer_parameter(request, "@flags", -1),
-                         integer_parameter(request, "@status", -1)};
+  DtmRequest asked{request.text, text_parameter(request, "@name"), integer_parameter(request, "@flags", -1),
+                   integer_parameter(request, "@status", -1)};
   if (asked.branch.size() > std::size_t{name_max}) {
     return failure(message_over_limit, too_long_name);
   }
@@ -553,6 +562,9 @@ Server::Answer Server::answer_dtm(Lock &lock, int session, Client &client, const
     answer.messages.push_back(std::move(refusal));
     return answer;
   }
+  // Now, since a request that was carried out must not be answered as a failed one.
+  answer.statuses.reserve(1);
+  client.attached.reserve(client.attached.size() + 1);
   answer.statuses.push_back(carry_out(lock, asked, session));
   note_attachment(client, asked, session);
   return answer;
@@ -560,9 +572,9 @@ Server::Answer Server::answer_dtm(Lock &lock, int session, Client &client, const
 
 /*
  * A branch that was taken from the session stays its own until it asks something of it, and so learns what happened:
- * its SQL must not go on by itself, outside the branch.
+ * its SQL must not go on by itself, outside the branch. Takes no memory: there is room for one more.
  */
-void Server::note_attachment(Client &client, const DtmRequest &done, int session) {
+void Server::note_attachment(Client &client, DtmRequest &done, int session) {
   const Branch *branch = branches_.find(done.branch);
   const bool attached = branch != nullptr && branch->state == ZDB_ATTACHED && branch->holder == session;
   if (!attached && done.procedure == status_procedure) {
@@ -570,7 +582,7 @@ void Server::note_attachment(Client &client, const DtmRequest &done, int session
   }
   std::erase(client.attached, done.branch);
   if (attached) {
-    client.attached.push_back(done.branch);
+    client.attached.push_back(std::move(done.branch));
   }
 }
 

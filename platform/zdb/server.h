@@ -97,19 +97,19 @@ class Server {
   auto with_work(Lock &lock, const std::string &branch, Action action);
   /* Null when the branch is not there, or not any more once nobody is at it. */
   Branch *wait_until_idle(Lock &lock, const std::string &branch, bool interrupt);
+  bool apply_to_work(Lock &lock, const std::string &branch, Effect effect, int session);
   int32_t carry_out(Lock &lock, const DtmRequest &request, int session);
   void undo(Lock &lock, const std::string &branch);
   void settle(Lock &lock, const std::string &branch, bool commit);
   bool is_at_hand(const std::string &branch) const;
   void break_off(Lock &lock, int session);
-  void try_to_undo_orphans(Clock::time_point ended_before);
   std::chrono::milliseconds penalty_for(const std::string &user);
 
   bool may_use_dtm(const Client &client, Message &refusal) const;
   Answer answer(Lock &lock, int session, Client &client, const Request &request);
   Answer answer_sql(Lock &lock, int session, Client &client, const std::string &sql);
   SqlOutcome run_sql(Lock &lock, int session, Client &client, const std::string &sql);
-  void note_attachment(Client &client, const DtmRequest &done, int session);
+  void note_attachment(Client &client, DtmRequest &done, int session);
   Answer answer_dtm(Lock &lock, int session, Client &client, const Request &request);
   Answer answer_scan(const Client &client, const Request &request) const;
   static Answer answer_object(Client &client, const Request &request);

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <new>
+#include <optional>
 #include <thread>
 
 namespace zdb {
@@ -13,21 +14,26 @@ constexpr std::chrono::milliseconds breather{50};
 
 class ServerSession final : public Session {
  public:
-  ServerSession(std::shared_ptr<Server> server, int number) : server_(std::move(server)), number_(number) {}
+  explicit ServerSession(std::shared_ptr<Server> server) : server_(std::move(server)) {}
   ~ServerSession() override {
-    while (!logged_out()) {
+    while (number_ && !logged_out()) {
       std::this_thread::sleep_for(breather);
     }
   }
 
-  Reply execute(const Request &request) override { return server_->execute(number_, request); }
-  bool alive() const override { return server_->alive(number_); }
-  void abandon() noexcept override { server_->abandon(number_); }
+  Reply execute(const Request &request) override { return server_->execute(*number_, request); }
+  bool alive() const override { return server_->alive(*number_); }
+  void abandon() noexcept override { server_->abandon(*number_); }
+
+  bool log_in(const Login &login, Message &refusal) {
+    number_ = server_->log_in(login, refusal);
+    return number_.has_value();
+  }
 
  private:
   bool logged_out() noexcept {
     try {
-      server_->log_out(number_);
+      server_->log_out(*number_);
       return true;
     } catch (const std::bad_alloc &) {
       return false;
@@ -35,17 +41,17 @@ class ServerSession final : public Session {
   }
 
   std::shared_ptr<Server> server_;
-  int number_;
+  std::optional<int> number_;
 };
 
 }  // namespace
 
 std::unique_ptr<Session> log_in_to(const std::shared_ptr<Server> &server, const Login &login, Message &refusal) {
-  const std::optional<int> number = server->log_in(login, refusal);
-  if (!number) {
+  auto session = std::make_unique<ServerSession>(server);
+  if (!session->log_in(login, refusal)) {
     return nullptr;
   }
-  return std::make_unique<ServerSession>(server, *number);
+  return session;
 }
 
 }  // namespace zdb

@@ -101,6 +101,11 @@ class Session {
   virtual void abandon() noexcept {}
 };
 
+/* The number and text of a server's message that there is no memory for a request, which has had no effect. */
+inline constexpr int32_t message_no_memory = 3113;
+inline constexpr const char *no_memory =
+    "The server has no memory left for this. Let it work on less at a time, or repeat it later.";
+
 /*
  * Opens a session on a server of this process, or on one that the interfaces file names (empty: there is no such file).
  * Null when the server cannot be reached or refuses the login; refusal then says what to do about it.

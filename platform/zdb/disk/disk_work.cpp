@@ -171,8 +171,7 @@ void DiskWork::prepare() {
     end_transaction();
     return;
   }
-  const std::string pages = encoded(pages_with_mark(id));
-  enter_with_mark(id, pages);
+  enter_with_mark(id, pages_with_mark(id));
   journal_id_ = id;
   parts_.data.rest(slot_);
 }
@@ -193,10 +192,10 @@ PageImages DiskWork::pages_with_mark(int64_t id) {
 }
 
 /* If that fails the transaction must not keep the mark: nothing is prepared by its id. */
-void DiskWork::enter_with_mark(int64_t id, const std::string &pages) {
+void DiskWork::enter_with_mark(int64_t id, const PageImages &pages) {
   try {
-    parts_.catalog.enter(id, branch_, pages);
-  } catch (const StoreError &) {
+    parts_.catalog.enter(id, branch_, encoded(pages));
+  } catch (const std::exception &) {  // of StoreError and std::bad_alloc
     sqlite3 *const handle = slot_.connection->database().handle();
     if (sqlite3_exec(handle, "ROLLBACK TO vote; RELEASE vote", nullptr, nullptr, nullptr) != SQLITE_OK) {
       lost_ = lost_by_failure;

@@ -57,7 +57,7 @@ class DiskWork final : public Work {
   void require_work();
   bool has_changes();
   PageImages pages_with_mark(int64_t id);
-  void enter_with_mark(int64_t id, const std::string &pages);
+  void enter_with_mark(int64_t id, const PageImages &pages);
   void commit_transaction();
   void put_pages_in(const std::function<void()> &done);
   void carry_outcome_out();
@@ -68,10 +68,10 @@ class DiskWork final : public Work {
   const std::string branch_;
   DataSlot slot_;
   WriteHold hold_;
-  int64_t journal_id_ = 0;        /* of a prepared branch */
-  bool worked_ = false;           /* a statement has succeeded in the open transaction */
-  bool only_in_journal_ = false;  /* the work is there, but there is no transaction to commit it by */
-  std::string lost_;              /* why the work is lost, empty if it is not: the branch can be rolled back only */
+  int64_t journal_id_ = 0;       /* of a prepared branch */
+  bool worked_ = false;          /* a statement has succeeded in the open transaction */
+  bool only_in_journal_ = false; /* the work is there, but there is no transaction to commit it by */
+  std::string lost_;             /* why the work is lost, empty if it is not: the branch can be rolled back only */
   TimeLimit time_;
   std::atomic<bool> stop_{false}; /* set from another thread: no statement is to go on */
 };

@@ -60,12 +60,12 @@ Statement &Statement::bind(int place, int64_t value) {
 }
 
 Statement &Statement::bind(int place, const std::string &text) {
-  check(sqlite3_bind_text(handle(), place, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT));
+  check(sqlite3_bind_text64(handle(), place, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8));
   return *this;
 }
 
 Statement &Statement::bind_blob(int place, const std::string &bytes) {
-  check(sqlite3_bind_blob(handle(), place, bytes.data(), static_cast<int>(bytes.size()), SQLITE_TRANSIENT));
+  check(sqlite3_bind_blob64(handle(), place, bytes.data(), bytes.size(), SQLITE_TRANSIENT));
   return *this;
 }
 

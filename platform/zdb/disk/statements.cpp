@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -129,6 +130,17 @@ bool changes_tables(int action) {
   }
 }
 
+/*
+ * For a statement's results, and those that end a reply. Before it runs, so that one that was carried out is not
+ * answered as failed for want of memory.
+ */
+void make_room(std::vector<Result> &results) {
+  constexpr std::size_t most = 3 + 2;
+  if (results.capacity() < results.size() + most) {
+    results.reserve(2 * results.size() + most);
+  }
+}
+
 constexpr const char *unknown_kind = "This kind of statement is not allowed on this server.";
 constexpr const char *read_only_catalog = "The catalog cannot be changed by SQL. Use zdbd --admin.";
 
@@ -251,6 +263,9 @@ SqlOutcome SqlConnection::run(Place place, const std::string &sql, const Around 
   } catch (const StoreError &error) {
     outcome.messages.push_back({error.number, error_severity, error.what()});
     outcome.failed = true;
+  } catch (const std::bad_alloc &) {
+    outcome.messages.push_back({message_no_memory, error_severity, no_memory});
+    outcome.failed = true;
   }
   return outcome;
 }
@@ -276,6 +291,7 @@ void SqlConnection::run_statement(Statement &statement, const Around &around, Sq
   result_bytes_ += 3 * sizeof(Result);  // in the reply, even when it has no rows
   require_room();
   clients_turn_ = false;
+  make_room(outcome.results);
   around.before(writes);
   const CountsTurn counts(*this, writes);
   const int64_t changes_before = sqlite3_total_changes64(database_.handle());
@@ -310,8 +326,11 @@ Result SqlConnection::rows_or_nothing(Statement &statement) {
   }
 }
 
-/* A statement that commits by itself and is interrupted is undone as a whole. */
+/* A statement that commits by itself and is interrupted is undone as a whole. The step would begin one that has not. */
 void SqlConnection::undo_alone(Statement &statement) {
+  if (sqlite3_stmt_busy(statement.handle()) == 0) {
+    return;
+  }
   sqlite3_interrupt(database_.handle());
   try {
     statement.step();
@@ -436,10 +455,11 @@ Message SqlConnection::message_of(const SqliteError &error) const {
       return {
           message_data_changed, error_severity,
           "The data that the branch has read were changed by another one since. Roll the branch back and repeat it."};
+    case SQLITE_NOMEM:
+      return {message_no_memory, error_severity, no_memory};
     case SQLITE_FULL:
     case SQLITE_IOERR:
     case SQLITE_CORRUPT:
-    case SQLITE_NOMEM:
     case SQLITE_READONLY:
       return {message_storage, error_severity,
               std::string("The server cannot store or read its data (") + error.what() + "). Look at its disk."};

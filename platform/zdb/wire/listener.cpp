@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -17,6 +18,7 @@ namespace zdb {
 namespace {
 
 constexpr int32_t full_severity = 17;
+constexpr int32_t error_severity = 16;
 
 /* When the process has run out of descriptors or memory, some time must pass before another client is accepted. */
 constexpr std::chrono::milliseconds breather{100};
@@ -28,13 +30,32 @@ constexpr std::size_t connection_max = 2 * session_max;
 /* So long a request may go on before somebody sees that its client has gone. */
 constexpr std::chrono::milliseconds watch_interval{200};
 
+/* The reply to a request for which there is no memory. */
+Reply no_memory_reply() {
+  Reply reply;
+  reply.messages.push_back({message_no_memory, error_severity, no_memory});
+  reply.results.push_back({ResultKind::failed, {}, {}});
+  reply.results.push_back({ResultKind::done, {}, {}});
+  return reply;
+}
+
+/* None when there is no memory for it. */
+std::optional<Request> request_in(const Frame &frame) {
+  try {
+    return decode_request(frame.payload);
+  } catch (const std::bad_alloc &) {
+    return std::nullopt;
+  }
+}
+
 /* Answers the next request; false when there is none, or when the session has broken off. */
 bool answer_request(const Channel &channel, Session &session, std::chrono::milliseconds limit) {
   const std::optional<Frame> frame = channel.receive({FrameKind::request});
   if (!frame) {
     return false;
   }
-  const Reply reply = session.execute(decode_request(frame->payload));
+  const std::optional<Request> request = request_in(*frame);
+  const Reply reply = request ? session.execute(*request) : no_memory_reply();
   const std::string answer = encode_reply(reply);
   crash_point();
   channel.send(answer, limit);
