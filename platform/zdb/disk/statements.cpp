@@ -8,6 +8,8 @@
 #include <string_view>
 #include <utility>
 
+#include "statement_memory.h"
+
 namespace zdb {
 namespace {
 
@@ -254,6 +256,7 @@ SqlOutcome SqlConnection::run(Place place, const std::string &sql, const Around 
   around_ = &around;
   result_bytes_ = 0;
   SqlOutcome outcome;
+  const StatementMemory bounded;
   try {
     // With the zero at its end, or each statement would be copied with all that follow it.
     run_statements({sql.c_str(), sql.size() + 1}, around, outcome);

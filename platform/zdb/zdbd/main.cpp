@@ -21,6 +21,7 @@
 #include "server_log.h"
 #include "server_session.h"
 #include "shown_text.h"
+#include "statement_memory.h"
 #include "stop_signal.h"
 #include "watched_files.h"
 
@@ -138,6 +139,7 @@ int serve(const std::string &folder, const Options &options) {
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
   block_stop_signals();
+  zdb::bound_statement_memory();
   ServerLog log;
   StopSignal stop(log);
   const auto log_line = [&log](const std::string &text) { log.write(text); };
