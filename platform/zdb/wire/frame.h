@@ -41,6 +41,7 @@ inline constexpr std::size_t reply_limit = std::size_t{64} * 1024 * 1024;
 
 inline constexpr std::size_t frame_header_size = 5;
 inline constexpr int32_t message_reply_too_large = 3301;
+inline constexpr int32_t message_request_too_large = 3303;
 
 struct FrameHeader {
   std::size_t length; /* of the payload, within the kind's limit */

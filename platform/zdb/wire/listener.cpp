@@ -236,7 +236,7 @@ void Listener::converse(Connection &connection) {
   const Login login = decode_login(frame->payload);
   const std::unique_ptr<Session> session = service_.log_in(login, refusal);
   if (session == nullptr) {
-    note("Login of user '" + login.user + "' refused", refusal.text);
+    note("Client refused", refusal.text);
     channel.send(encode_refusal(refusal), stall_limit_);
     return;
   }

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <exception>
+#include <optional>
 #include <utility>
 
 #include "channel.h"
@@ -14,6 +15,7 @@ namespace {
 
 constexpr int32_t message_no_server = 3000;
 constexpr int32_t no_server_severity = 18;
+constexpr int32_t error_severity = 16;
 
 /* A server that is busy may take its time, but a client should not hang on one that has been stopped for good. */
 constexpr std::chrono::milliseconds login_answer_limit{60'000};
@@ -39,6 +41,25 @@ Reply broken_reply() {
   return reply;
 }
 
+Reply too_large_reply() {
+  Reply reply;
+  reply.messages.push_back({message_request_too_large, error_severity,
+                            "The request has more than " + std::to_string(request_limit) +
+                                " bytes, which the server does not take. Send less at a time."});
+  reply.results.push_back({ResultKind::failed, {}, {}});
+  reply.results.push_back({ResultKind::done, {}, {}});
+  return reply;
+}
+
+/* The request as a frame; none when it is too long for one. */
+std::optional<std::string> request_frame(const Request &request) {
+  try {
+    return encode_request(request);
+  } catch (const FrameError &) {
+    return std::nullopt;
+  }
+}
+
 /* After any failure nobody can say which reply would belong to which request, so the session is over. */
 Reply RemoteSession::execute(const Request &request) {
   if (broken_) {
@@ -54,7 +75,11 @@ Reply RemoteSession::execute(const Request &request) {
 
 Reply RemoteSession::exchange(const Request &request) const {
   try {
-    channel_.send(encode_request(request));
+    const std::optional<std::string> sent = request_frame(request);
+    if (!sent) {
+      return too_large_reply();
+    }
+    channel_.send(*sent);
     const std::optional<Frame> frame = channel_.receive({FrameKind::reply});
     return frame ? decode_reply(frame->payload) : broken_reply();
   } catch (const std::exception &) {
