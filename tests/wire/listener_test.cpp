@@ -2,7 +2,7 @@
  * listener_test.cpp - remote sessions against a listener with a small service, and what raw bytes do to it.
  *
  * The service's requests are words: "echo" gives the parameters back, "wait" blocks until it is released,
- * "meet" until two sessions are in it, "throw" throws, "break" breaks the session off. Nothing sleeps; whatever is
+ * "throw" throws, "break" breaks the session off. Nothing sleeps; whatever is
  * waited for has ample time, which only a failing test uses up.
  */
 #include "listener.h"
@@ -13,11 +13,14 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <latch>
 #include <new>
 
 #include "crash_points.h"
@@ -57,7 +60,6 @@ struct FakeService final : Service, Watched {
 
   int sessions = 0;
   int waiting = 0;
-  int meeting = 0;
   bool released = false;
 };
 
@@ -75,9 +77,6 @@ class FakeSession final : public Session {
     if (request.text == "wait") {
       service_.change([&] { ++service_.waiting; });
       service_.await([&] { return service_.released; });
-    } else if (request.text == "meet") {
-      service_.change([&] { ++service_.meeting; });
-      service_.await([&] { return service_.meeting == 2; });
     } else if (request.text == "throw") {
       throw std::bad_alloc();
     } else if (request.text == "throw an int") {
@@ -189,14 +188,6 @@ TEST(Wire, SessionsComeAndGo) {
   EXPECT_EQ(crash_points_passed() - passed, 8U);
 }
 
-TEST(Wire, SessionsAreServedAtOnce) {
-  World world;
-  auto first = world.connect();
-  auto second = world.connect();
-  auto meeting = std::async(std::launch::async, [&] { return breaks(*first, "meet"); });
-  EXPECT_FALSE(breaks(*second, "meet") || meeting.get());
-}
-
 TEST(Wire, RefusedLogins) {
   World world;
   EXPECT_EQ(world.connect("eve", "guess"), nullptr);
@@ -241,7 +232,11 @@ TEST(Wire, BrokenFramesEndTheirSession) {
       {std::string("\2\0\0\0\1zz", 7), "malformed login"},
       {login + std::string("\1\0\x20\0\4", frame_header_size), "request of 2097153 bytes"},
       {login + std::string("\1\0\0\0\4\x63", 6), "unknown kind of request 99"},
+      {login + request.substr(0, 3), "middle of a frame"},
       {login + request.substr(0, 6), "middle of a frame"},
+      {login + encode_accepted(), "acceptance where a request was due"},
+      {login + std::string("\0\0\0\0\6", 5), "unknown kind 6"},
+      {login + std::string("\xff\xff\xff\xff\4", 5), "2097152 are allowed"},
   };
   World world;
   auto other = world.connect();
@@ -256,25 +251,25 @@ TEST(Wire, BrokenFramesEndTheirSession) {
   }
 }
 
+TEST(Wire, FramesMayComeInAnyPieces) {
+  World world;
+  const Descriptor raw = world.raw("");
+  for (const char byte : encode_login({"sa", "pw", "", false}) + encode_request({RequestKind::language, "wait", {}})) {
+    EXPECT_EQ(send(raw.number(), &byte, 1, MSG_NOSIGNAL), 1);
+  }
+  EXPECT_TRUE(world.service.await([&] { return world.service.waiting == 1; }));
+  world.service.change([&] { world.service.released = true; });
+}
+
 TEST(Wire, StallsEndTheirSession) {
   World world(milliseconds(30));
   const Descriptor silent = world.raw("");
   EXPECT_TRUE(world.await_log("Session 1 ended: stalled"));
-  const Descriptor halting = world.raw("\x09");
+  const Descriptor halting = world.raw(encode_login({}).substr(0, 7));
   EXPECT_TRUE(world.await_log("Session 2 ended: stalled"));
   Request request{RequestKind::language, "echo", {{"@a", std::string(request_limit / 2, 'x')}}};
   const Descriptor unread = world.raw(encode_login({"sa", "pw", "", false}) + encode_request(request));
   EXPECT_TRUE(world.await_log("Session 3 ended: stalled: nothing was read"));
-}
-
-TEST(Wire, ALostClientIsLoggedOut) {
-  World world;
-  Descriptor raw =
-      world.raw(encode_login({"sa", "pw", "", false}) + encode_request({RequestKind::language, "wait", {}}));
-  EXPECT_TRUE(world.service.await([&] { return world.service.waiting == 1; }));
-  raw = Descriptor();
-  world.service.change([&] { world.service.released = true; });
-  EXPECT_TRUE(world.service.await_sessions(0));
 }
 
 TEST(Wire, StoppingBreaksWaitingClientsOff) {
@@ -365,6 +360,33 @@ TEST(Wire, PathsThatCannotBeUsed) {
   }
   EXPECT_EQ(std::filesystem::file_size(folder.file("text")), 7U);
   EXPECT_NE(world.connect(), nullptr);
+}
+
+TEST(Wire, AStaleFileHasOneTaker) {
+  for (int round = 0; round < 100 && !testing::Test::HasFailure(); ++round) {
+    const Folder folder;
+    const std::string path = folder.file("socket");
+    leave_stale(path);
+    std::latch gate(3);
+    std::atomic<int> takers{0};
+    std::array<std::unique_ptr<SocketFile>, 3> files;
+    std::vector<std::jthread> rivals;
+    for (auto &file : files) {
+      rivals.emplace_back([&] {
+        gate.arrive_and_wait();
+        try {
+          file = std::make_unique<SocketFile>(path, 0600);
+          ++takers;
+        } catch (const std::runtime_error &) {
+          return;
+        }
+      });
+    }
+    rivals.clear();
+    EXPECT_EQ(takers, 1) << "round " << round;
+    int error = 0;
+    EXPECT_TRUE(connect_socket(path, true, error)) << "round " << round;
+  }
 }
 
 TEST(Wire, AnotherServersFileIsLeftAlone) {
