@@ -24,6 +24,7 @@
 #include <new>
 
 #include "crash_points.h"
+#include "programs.h"
 #include "remote_session.h"
 
 namespace {
@@ -105,22 +106,15 @@ std::unique_ptr<Session> FakeService::log_in(const Login &login, Message &refusa
   return std::make_unique<FakeSession>(*this);
 }
 
-/* A folder of the test's own that everybody may enter. */
+/* A folder of the test's own. */
 class Folder {
  public:
-  Folder() {
-    std::string made = "/tmp/wire_test.XXXXXX";
-    EXPECT_NE(mkdtemp(made.data()), nullptr);
-    EXPECT_EQ(chmod(made.c_str(), 0711), 0);
-    path_ = made;
-  }
-  Folder(const Folder &) = delete;
-  Folder &operator=(const Folder &) = delete;
-  ~Folder() { std::filesystem::remove_all(path_); }
+  Folder() { std::filesystem::create_directory(path_); }
   std::string file(const std::string &name) const { return path_ + "/" + name; }
 
  private:
-  std::string path_;
+  static inline int made_ = 0;
+  std::string path_ = scratch("folder" + std::to_string(++made_));
 };
 
 class World {
@@ -337,7 +331,7 @@ TEST(Wire, PathsThatCannotBeUsed) {
     const char *connecting;
   } rows[] = {
       {folder.file("absent"), "listens", "There is no server listening on '"},
-      {folder.file("stale"), "listens", "Start it with zdbd DIR --listen /tmp/"},
+      {folder.file("stale"), "listens", "Start it with zdbd DIR --listen /"},
       {folder.file("text"), "is no socket", "There is no server listening on '"},
       {folder.file("none/socket"), "Check that its folder exists", "There is no server listening on '"},
       {folder.file("text/socket"), "Not a directory", "Not a directory"},
