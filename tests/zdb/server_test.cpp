@@ -130,11 +130,6 @@ TEST_F(BranchSql, UndoesAChangeThatReturnsTooMuch) {
   EXPECT_EQ(one.dtm("commit1", "b"), 1);
   EXPECT_EQ(other.sql(large), "!3109");
   EXPECT_EQ(other.sql("select count(*), min(v) from acct"), "2|1#1");
-  std::string many;
-  for (int i = 0; i < 200'000; ++i) {
-    many += "select 1;";
-  }
-  EXPECT_TRUE(other.sql(many).ends_with("!3109"));
 }
 
 TEST_F(BranchSql, DescribesColumnsByTheirValues) {
@@ -254,7 +249,10 @@ TEST_F(Losses, EndWaitingAndEndlessStatements) {
     const Client victim(server);
     EXPECT_EQ(victim.dtm("begin", "b"), 0);
     std::thread running = meanwhile([&] { EXPECT_EQ(victim.sql(sql), "!3107") << sql; });
-    EXPECT_EQ(other.dtm("abort", "b"), 1);
+    if (sql == endless) {
+      EXPECT_NE(operate(*server, "rollback", {"b"}).find("is undone"), std::string::npos);
+    }
+    EXPECT_EQ(other.dtm("abort", "b"), sql == endless ? ZDB_ABORT_ONLY : ZDB_ATTACHED);
     running.join();
     EXPECT_EQ(server->branch_state("b"), ZDB_UNKNOWN);
 
@@ -431,23 +429,11 @@ TEST_F(Operators, EndBranchesInAnyStateAndSeeWhoHasTheLock) {
   }
 }
 
-TEST_F(Operators, EndABranchWhoseStatementDoesNotEnd) {
-  EXPECT_EQ(one.dtm("begin", "b"), 0);
-  EXPECT_EQ(one.sql("update acct set v = 1"), "#2");
-  std::thread endless = meanwhile([&] {
-    EXPECT_EQ(one.sql("with recursive n(i) as (select 1 union all select i + 1 from n) select count(*) from n"),
-              "!3107");
-  });
-  operate(*server, "rollback", {"b"});
-  endless.join();
-  EXPECT_EQ(value(), "100#1");
-  EXPECT_EQ(one.sql("update acct set v = 7"), "!3111") << "it is not to run outside the branch";
-  EXPECT_EQ(one.dtm("end", "b"), ZDB_ABORT_ONLY);
+TEST_F(Operators, SeeThatAStatementHasTheLock) {
   std::thread alone = meanwhile([&] {
     other.sql("insert into acct with recursive n(i) as (select 9 union all select i + 1 from n) select i, 1 from n");
   });
-  EXPECT_EQ(operate(*server, "list", {}),
-            "b|abort only|0|no|no A statement outside branches has the lock of the data.");
+  EXPECT_EQ(operate(*server, "list", {}), " A statement outside branches has the lock of the data.");
   server->shut_down();
   alone.join();
 }

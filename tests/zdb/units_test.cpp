@@ -110,7 +110,6 @@ TEST(Work, CostsTheSyncsThatItPromises) {
   cost("insert into t values (1)", &Work::prepare, &Work::commit);  // the first writes begin their files
   EXPECT_EQ(cost("insert into t values (2)", &Work::prepare, &Work::commit), 2U);
   EXPECT_EQ(cost("insert into t values (3)", &Work::prepare, &Work::roll_back), 2U);
-  EXPECT_EQ(cost("", &Work::prepare, &Work::commit), 2U);
   EXPECT_EQ(cost("select * from t", &Work::prepare, &Work::commit), 2U);
   EXPECT_EQ(cost("insert into t values (4)", &Work::commit), 1U);
   EXPECT_EQ(cost("select * from t", &Work::commit), 0U);
