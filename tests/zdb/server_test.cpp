@@ -377,6 +377,17 @@ TEST_F(Refusals, BoundWhatASessionMakesTheServerRemember) {
   }
 }
 
+TEST_F(Refusals, LeaveDescriptorsForOthers) {
+  for (int i = 0; i < 400; ++i) {
+    one.work("b" + std::to_string(i), "select 1");
+  }
+  EXPECT_EQ(one.dtm("begin", "more"), 0);
+  EXPECT_EQ(one.sql("select 1"), "!3112");
+  EXPECT_EQ(other.sql("select 1"), "1#1");
+  EXPECT_EQ(other.dtm("rollback", "b7"), 2);
+  EXPECT_EQ(one.sql("select 1"), "1#1");
+}
+
 TEST_F(Operators, EndBranchesInAnyStateAndSeeWhoHasTheLock) {
   const std::string undone = "Branch 'b' was not prepared, and its work is undone.";
   const struct {

@@ -101,7 +101,7 @@ void DiskStore::take_up(const JournalRow &row, int64_t mark) {
 }
 
 DiskParts DiskStore::parts() {
-  return {catalog_, data_, [this](const std::string &sql) { return queries_.run(sql, stopping_); }};
+  return {catalog_, data_, at_work_, [this](const std::string &sql) { return queries_.run(sql, stopping_); }};
 }
 
 // ---- Logins ---------------------------------------------------------------------------------------------------------

@@ -62,6 +62,7 @@ class DiskStore final : public Store {
   Catalog catalog_;
   DataFile data_;
   std::atomic<bool> stopping_{false};
+  std::atomic<int> at_work_{0};
   BranchLister lister_;
   CatalogQueries queries_;
   std::vector<KeptBranch> kept_;

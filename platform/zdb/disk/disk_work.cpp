@@ -56,9 +56,24 @@ SqlOutcome DiskWork::run(const std::string &sql, SqlCounts &counts) {
   return text.names_catalog ? parts_.query_catalog(text.sql) : run_in_transaction(text.sql, counts);
 }
 
+/* Each takes descriptors, which nobody else has then: new clients need some, too. */
+void DiskWork::take_place() {
+  constexpr int most = 400;
+  if (has_place_) {
+    return;
+  }
+  if (parts_.at_work.fetch_add(1) >= most) {
+    --parts_.at_work;
+    throw StoreError(message_over_limit,
+                     "As many branches are at work as the server can keep open. Complete some, or try again later.");
+  }
+  has_place_ = true;
+}
+
 /* A branch keeps its connection between two commands, unless it was taken away from it. */
 SqlOutcome DiskWork::run_in_transaction(const std::string &sql, SqlCounts &counts) {
   require_work();
+  take_place();
   SqlConnection &connection = parts_.data.use(slot_);
   if (slot_.taken_away) {
     lost_ = lost_by_commit;
@@ -313,6 +328,10 @@ void DiskWork::interrupt() {
 void DiskWork::end_transaction() {
   parts_.data.give_back(slot_);
   hold_.release();
+  if (has_place_) {
+    has_place_ = false;
+    --parts_.at_work;
+  }
 }
 
 }  // namespace zdb

@@ -25,6 +25,8 @@ namespace zdb {
 struct DiskParts {
   Catalog &catalog;
   DataFile &data;
+  /* The branches that have a connection with an open transaction. */
+  std::atomic<int> &at_work;
   /* Runs a query on the catalog. */
   std::function<SqlOutcome(const std::string &sql)> query_catalog;
 };
@@ -49,6 +51,7 @@ class DiskWork final : public Work {
 
  private:
   SqlOutcome run_in_transaction(const std::string &sql, SqlCounts &counts);
+  void take_place();
   void before_statement(SqlConnection &connection, bool writes);
   void take_lock();
   SqlConnection::Around around(SqlConnection &connection, SqlCounts &counts);
@@ -72,6 +75,7 @@ class DiskWork final : public Work {
   bool worked_ = false;          /* a statement has succeeded in the open transaction */
   bool only_in_journal_ = false; /* the work is there, but there is no transaction to commit it by */
   std::string lost_;             /* why the work is lost, empty if it is not: the branch can be rolled back only */
+  bool has_place_ = false;       /* among those at work */
   TimeLimit time_;
   std::atomic<bool> stop_{false}; /* set from another thread: no statement is to go on */
 };

@@ -2,9 +2,11 @@
  * main.cpp - the database server as a process: makes a folder, serves one, or carries an operator's command out on one.
  */
 #include <getopt.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <csignal>
 #include <cstring>
@@ -134,11 +136,22 @@ class OperatorService final : public zdb::Service {
   std::shared_ptr<zdb::Server> server_;
 };
 
+/* For all sessions and branches at once; where that is more than the process may have, some are refused later. */
+void raise_descriptor_limit() {
+  constexpr rlim_t wanted = 4096;
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < wanted) {
+    limit.rlim_cur = std::min(wanted, limit.rlim_max);
+    (void)setrlimit(RLIMIT_NOFILE, &limit);
+  }
+}
+
 /* Until a signal comes. Neither a reader of the log who goes away nor a file that must not grow ends the process. */
 int serve(const std::string &folder, const Options &options) {
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
   block_stop_signals();
+  raise_descriptor_limit();
   zdb::bound_statement_memory();
   ServerLog log;
   StopSignal stop(log);
