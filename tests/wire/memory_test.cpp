@@ -30,17 +30,18 @@ bool fails(std::size_t size) {
 
 }  // namespace
 
-void *operator new(std::size_t size) {
+/* Not inlined: GCC takes a call of free for one that does not belong to new. */
+[[gnu::noinline]] void *operator new(std::size_t size) {
   void *memory = fails(size) ? nullptr : std::malloc(size);
   if (memory == nullptr) {
     throw std::bad_alloc();
   }
   return memory;
 }
-void operator delete(void *memory) noexcept {
+[[gnu::noinline]] void operator delete(void *memory) noexcept {
   std::free(memory);
 }
-void operator delete(void *memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void *memory, std::size_t) noexcept {
   std::free(memory);
 }
 

@@ -379,7 +379,7 @@ TEST_F(Refusals, BoundWhatASessionMakesTheServerRemember) {
 
 TEST_F(Refusals, LeaveDescriptorsForOthers) {
   for (int i = 0; i < 400; ++i) {
-    one.work("b" + std::to_string(i), "select 1");
+    one.work(std::string("b").append(std::to_string(i)), "select 1");
   }
   EXPECT_EQ(one.dtm("begin", "more"), 0);
   EXPECT_EQ(one.sql("select 1"), "!3112");

@@ -36,7 +36,7 @@ StopSignal::~StopSignal() {
     stopped_ = true;
   }
   changed_.notify_all();
-  pthread_kill(thread_.native_handle(), SIGTERM);  // it may be waiting still, when the start has failed
+  pthread_kill(thread_.native_handle(), SIGINT);  // it may be waiting still, when the start has failed
   thread_.join();
 }
 
