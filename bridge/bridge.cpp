@@ -55,17 +55,17 @@ OpenRms *txs_rms_to_open() {
   return new (room) OpenRms{};
 }
 
-#define XADTM_LP64_FLAVOUR(Flavour, prefix, its_known, its_to_open)                             \
-  struct Flavour {                                                                              \
-    static constexpr NarrowRm rm = {its_known,         its_to_open,     prefix##_xa_open,       \
-                                    prefix##_xa_close, prefix##_xa_end, prefix##_xa_recover};   \
-    static constexpr WideVerb start = {"xa_start", prefix##_xa_start, start_flags, false};      \
-    static constexpr WideVerb end = {"xa_end", prefix##_xa_end, end_flags, false};              \
-    static constexpr WideVerb rollback = {"xa_rollback", prefix##_xa_rollback, no_flags, true}; \
-    static constexpr WideVerb prepare = {"xa_prepare", prefix##_xa_prepare, no_flags, false};   \
-    static constexpr WideVerb commit = {"xa_commit", prefix##_xa_commit, commit_flags, true};   \
-    static constexpr WideVerb forget = {"xa_forget", prefix##_xa_forget, no_flags, true};       \
-    static constexpr auto complete = prefix##_xa_complete;                                      \
+#define XADTM_LP64_FLAVOUR(Flavour, prefix, its_known, its_to_open)                                              \
+  struct Flavour {                                                                                               \
+    static constexpr NarrowRm rm = {its_known,         its_to_open,     prefix##_xa_open,                        \
+                                    prefix##_xa_close, prefix##_xa_end, prefix##_xa_recover};                    \
+    static constexpr WideVerb start = {"xa_start", prefix##_xa_start, start_flags, Finishes::nothing};           \
+    static constexpr WideVerb end = {"xa_end", prefix##_xa_end, end_flags, Finishes::nothing};                   \
+    static constexpr WideVerb rollback = {"xa_rollback", prefix##_xa_rollback, no_flags, Finishes::by_rollback}; \
+    static constexpr WideVerb prepare = {"xa_prepare", prefix##_xa_prepare, no_flags, Finishes::nothing};        \
+    static constexpr WideVerb commit = {"xa_commit", prefix##_xa_commit, commit_flags, Finishes::by_commit};     \
+    static constexpr WideVerb forget = {"xa_forget", prefix##_xa_forget, no_flags, Finishes::by_forget};         \
+    static constexpr auto complete = prefix##_xa_complete;                                                       \
   };
 
 XADTM_LP64_FLAVOUR(Mts, trv_mts, mts_rms, mts_rms)
@@ -93,7 +93,7 @@ int wide_verb(const xadtm_lp64_xid *xid, int rmid, long flags) {
   PaddedXid branch;
   narrow_xid(*xid, branch);
   const int32_t answer = Verb.call(&branch.xid, rmid, narrow);
-  if (!needs_judgement(Verb, answer)) [[likely]] {
+  if (answer == XA_OK) [[likely]] {
     return answer;
   }
   return judged(Flavour::rm, Verb, branch.xid, rmid, narrow, answer);

@@ -77,9 +77,28 @@ int32_t never_inval(int32_t code) {
   return code == XAER_INVAL ? XAER_RMFAIL : code;
 }
 
-// A completing verb's XAER_RMERR: the branch may still be there, prepared.
-int32_t kept_in_doubt(const WideVerb &verb, int32_t code) {
-  return verb.completes && code == XAER_RMERR ? XAER_RMFAIL : never_inval(code);
+// Whether the verb may answer the code. Managers count codes that they do not expect of a verb that finishes a branch
+// as done, and drop their record of it. So only those are left that say what became of the branch or, as XAER_RMFAIL,
+// that this is not known.
+bool may_answer(const WideVerb &verb, int32_t flags, int32_t code) {
+  const bool is_heuristic = code >= XA_HEURMIX && code <= XA_HEURHAZ;
+  const bool is_rolled_back = code >= XA_RBBASE && code <= XA_RBEND;
+  const bool is_common = code == XA_OK || code == XAER_NOTA || code == XAER_RMFAIL;
+  switch (verb.finishes) {
+    case Finishes::by_commit:
+      return is_common || is_heuristic || code == XA_RETRY || (is_rolled_back && (flags & TMONEPHASE) != 0);
+    case Finishes::by_rollback:
+      return is_common || is_heuristic || is_rolled_back;
+    case Finishes::by_forget:
+      return is_common || code == XAER_PROTO;
+    case Finishes::nothing:
+      break;
+  }
+  return code != XAER_INVAL;
+}
+
+int32_t passed_on(const WideVerb &verb, int32_t rmid, int32_t flags, int32_t code) {
+  return noted(verb.name, rmid, code, may_answer(verb, flags, code) ? code : XAER_RMFAIL);
 }
 
 int32_t after_refusal(const NarrowRm &rm, const WideVerb &verb, const XID &xid, int32_t rmid, int32_t flags) {
@@ -88,22 +107,26 @@ int32_t after_refusal(const NarrowRm &rm, const WideVerb &verb, const XID &xid, 
   }
   switch (reopen(rm, rmid)) {
     case Reopened::never_open:
-      return XAER_INVAL;
+      // Another thread of the identity may have closed it to open it again, and the branch may be prepared.
+      return verb.finishes == Finishes::nothing ? XAER_INVAL : passed_on(verb, rmid, flags, XAER_INVAL);
     case Reopened::failed:
       return noted(verb.name, rmid, XAER_INVAL, XAER_RMFAIL);
     case Reopened::yes:
       break;
   }
-  const int32_t repeated = verb.call(&xid, rmid, flags);
-  return noted(verb.name, rmid, repeated, kept_in_doubt(verb, repeated));
+  return passed_on(verb, rmid, flags, verb.call(&xid, rmid, flags));
 }
 
-// libxadtm answers XAER_PROTO while no flavour is active. That is no news of a branch for a manager that could not
-// open.
-int32_t after_proto(const NarrowRm &rm, const WideVerb &verb, int32_t rmid) {
+// libxadtm answers XAER_PROTO while no flavour is active. That is no news of a branch: for a manager that could not
+// open, and for a verb that finishes branches when it has nothing open.
+int32_t after_proto(const NarrowRm &rm, const WideVerb &verb, int32_t rmid, int32_t flags) {
   OpenString info;
-  const bool unusable = recall(rm, rmid, info) == Memory::unusable;
-  return noted(verb.name, rmid, XAER_PROTO, unusable ? XAER_RMFAIL : XAER_PROTO);
+  const Memory found = recall(rm, rmid, info);
+  const bool finishes = verb.finishes != Finishes::nothing;
+  if (found == Memory::unusable || (finishes && found == Memory::nothing)) {
+    return noted(verb.name, rmid, XAER_PROTO, XAER_RMFAIL);
+  }
+  return passed_on(verb, rmid, flags, XAER_PROTO);
 }
 
 // ---- Recovery -------------------------------------------------------------------------------------------------------
@@ -265,9 +288,9 @@ int32_t judged(const NarrowRm &rm, const WideVerb &verb, const XID &xid, int32_t
     case XAER_INVAL:
       return after_refusal(rm, verb, xid, rmid, flags);
     case XAER_PROTO:
-      return after_proto(rm, verb, rmid);
+      return after_proto(rm, verb, rmid, flags);
     default:
-      return noted(verb.name, rmid, answer, kept_in_doubt(verb, answer));
+      return passed_on(verb, rmid, flags, answer);
   }
 }
 

@@ -35,21 +35,21 @@ struct NarrowRm {
   int32_t (*recover)(XID *xids, int32_t count, int32_t rmid, int32_t flags);
 };
 
-// A verb on a branch: its entry, and how its answers are to be judged.
+// How a verb finishes a branch, after which a manager drops its record of it.
+enum class Finishes : uint8_t { nothing, by_commit, by_rollback, by_forget };
+
+// A verb on a branch: its entry, and what its answers are judged by.
 struct WideVerb {
   const char *name;
   BranchVerb call;
   AcceptedFlags accepted;
-  bool completes;  // commit, rollback, forget: after any other answer than XAER_RMFAIL a manager may drop its record
+  Finishes finishes;
 };
 
 int32_t open_and_remember(const NarrowRm &rm, const char *info, int32_t rmid, int32_t flags);
 int32_t close_and_forget(const NarrowRm &rm, const char *info, int32_t rmid, int32_t flags);
 
-// What the manager gets for these answers of libxadtm; all others are passed on as they are.
-inline bool needs_judgement(const WideVerb &verb, int32_t answer) {
-  return answer == XAER_INVAL || answer == XAER_PROTO || (verb.completes && answer == XAER_RMERR);
-}
+// What the manager gets for an answer of libxadtm that is not XA_OK.
 [[gnu::cold]] int32_t judged(const NarrowRm &rm, const WideVerb &verb, const XID &xid, int32_t rmid, int32_t flags,
                              int32_t answer);
 

@@ -157,7 +157,7 @@ TEST_P(BridgeOfThreads, run_transactions_at_the_same_time) {
     // A thread's close is its own.
     ASSERT_EQ(tm.prepared(1, std::to_string(number)), XA_OK);
     ASSERT_EQ(tm.close(1), XA_OK);
-    ASSERT_EQ(tm.commit(1, std::to_string(number)), XAER_INVAL);
+    ASSERT_EQ(tm.commit(1, std::to_string(number)), XAER_RMFAIL);
     ASSERT_EQ(open(1), XA_OK);
     ASSERT_EQ(tm.commit(1, std::to_string(number)), XA_OK);
     ASSERT_EQ(tm.close(1), XA_OK);
