@@ -178,6 +178,11 @@ int32_t Server::branch_count() const {
   return static_cast<int32_t>(branches_.count());
 }
 
+int32_t Server::commit_count() const {
+  const Lock lock(mutex_);
+  return commits_;
+}
+
 std::vector<BranchRow> Server::branches() const {
   const Lock lock(mutex_);
   return branches_.rows();
@@ -437,6 +442,7 @@ int32_t Server::carry_out(Lock &lock, const DtmRequest &request, int session) {
   }
   if (plan.next == gone) {
     branches_.remove(request.branch);
+    commits_ += plan.effect == Effect::commit ? 1 : 0;
     return plan.answer;
   }
   // First: a branch without work must not be there when memory runs out in between.

@@ -43,6 +43,8 @@ class Server {
 
   int32_t branch_state(const std::string &name) const;
   int32_t branch_count() const;
+  /* Branches that requests have committed since the start; an operator's commits are not among them. */
+  int32_t commit_count() const;
   std::vector<BranchRow> branches() const;
   /* Gives a prepared branch a heuristic outcome; false unless it is prepared. Throws StoreError. */
   bool force(const std::string &name, bool commit);
@@ -123,6 +125,7 @@ class Server {
   bool running_ = true;
   bool refuse_failover_ = false;
   int last_session_ = 0;
+  int32_t commits_ = 0;
   std::map<int, std::shared_ptr<Client>> clients_;
   struct Failures {
     int count = 0;

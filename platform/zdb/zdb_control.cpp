@@ -98,6 +98,10 @@ int32_t zdb_branch_count(const char *server) {
   return on_server(server, unknown_server, [](zdb::Server &found) { return found.branch_count(); });
 }
 
+int32_t zdb_commit_count(const char *server) {
+  return on_server(server, unknown_server, [](zdb::Server &found) { return found.commit_count(); });
+}
+
 int32_t zdb_force(const char *server, const char *branch, int32_t commit) {
   if (branch == nullptr) {
     return 0;

@@ -50,6 +50,8 @@ int32_t zdb_refuse_failover_logins(const char *server, int32_t on);
 int32_t zdb_branch_state(const char *server, const char *branch);
 /* The number of branches that the server knows, heuristic ones included; -1 for an unknown server. */
 int32_t zdb_branch_count(const char *server);
+/* The number of branches that transaction managers have committed on it; -1 for an unknown server. */
+int32_t zdb_commit_count(const char *server);
 /* The operator's forced outcome of a prepared branch: commit (1) or roll back (0). 0 unless it was prepared. */
 int32_t zdb_force(const char *server, const char *branch, int32_t commit);
 /* Puts a prepared branch of that name on the server, as if some other process had prepared it. */

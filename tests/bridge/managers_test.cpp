@@ -1,6 +1,7 @@
 // managers_test.cpp - models of two transaction managers: what each calls next, and what it makes of the codes. They
-// run transactions over two servers while one of these refuses, at every step. Whatever a manager counts as finished,
-// and has no record of any more, must not be left prepared.
+// run transactions over two servers while one of these refuses, at every step, and many at once while it refuses at
+// random. What a manager has decided is what each server has done in the end, and nothing is left prepared of which
+// nobody has a record.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -8,6 +9,8 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <list>
+#include <random>
 #include <set>
 #include <thread>
 
@@ -105,6 +108,7 @@ class Course {
       refusal_->end();
       is_on_ = false;
     }
+    from_ = 0;
   }
   bool was_reached() const { return calls_ >= from_; }
 
@@ -335,6 +339,7 @@ class Managers : public testing::TestWithParam<const char *> {
         bool reached = true;
         for (int from = 1; reached && from < 60; ++from) {
           const std::string global = std::to_string(++number);
+          const int32_t before[] = {zdb_commit_count("bank1"), zdb_commit_count("bank2")};
           Course course(refusal, from, lasts);
           auto manager = make(course);
           std::thread([&] { manager.run(global); }).join();
@@ -345,8 +350,65 @@ class Managers : public testing::TestWithParam<const char *> {
           EXPECT_TRUE(manager.records.empty()) << refusal.name << ", call " << from << ", for " << lasts;
           EXPECT_TRUE(left_over(tm, manager.records).empty())
               << "a prepared branch without a record: " << refusal.name << ", call " << from << ", for " << lasts;
+          const int32_t decided = manager.decided.contains(global) ? 1 : 0;
+          EXPECT_EQ(zdb_commit_count("bank1") - before[0], decided) << refusal.name << ", call " << from;
+          EXPECT_EQ(zdb_commit_count("bank2") - before[1], decided) << refusal.name << ", call " << from;
         }
       }
+    }
+  }
+
+  // Threads run transactions at once, each of which begins a refusal somewhere, for all of them. MANAGERS_SEED and
+  // MANAGERS_ROUNDS in the environment try others.
+  template <typename Make, typename Settle>
+  void run_many(const Manager &tm, const Make &make, const Settle &settle) {
+    using Model = std::invoke_result_t<Make, Course &>;
+    struct Thread {
+      std::list<Course> courses;
+      std::list<Model> managers;
+    };
+    const auto number = [](const char *name, unsigned otherwise) {
+      const char *given = getenv(name);
+      return given != nullptr ? static_cast<unsigned>(strtoul(given, nullptr, 10)) : otherwise;
+    };
+    const unsigned first = number("MANAGERS_SEED", 1);
+    for (unsigned seed = first; seed < first + number("MANAGERS_ROUNDS", 3); ++seed) {
+      const int32_t before[] = {zdb_commit_count("bank1"), zdb_commit_count("bank2")};
+      Thread all[4];
+      std::vector<std::thread> threads;
+      for (Thread &own : all) {
+        const auto thread = static_cast<unsigned>(&own - all);
+        threads.emplace_back([&own, &make, seed, thread] {
+          std::mt19937 random(seed * 10 + thread);
+          for (int round = 0; round < 12; ++round) {
+            const Refusal &refusal = refusals[random() % std::size(refusals)];
+            const auto from = static_cast<int>(1 + random() % 25);
+            Course &course = own.courses.emplace_back(refusal, from, static_cast<int>(1 + random() % 12));
+            own.managers.push_back(make(course));
+            own.managers.back().run(std::to_string(seed) + '.' + std::to_string(thread) + '.' + std::to_string(round));
+            course.finish();
+          }
+        });
+      }
+      for (std::thread &thread : threads) {
+        thread.join();
+      }
+      login("pw", 1, false)();
+      dtm(1, false)();
+      clear();
+      int32_t decided = 0;
+      Records records;
+      for (Thread &own : all) {
+        for (Model &manager : own.managers) {
+          std::thread([&] { settle(manager); }).join();
+          decided += static_cast<int32_t>(manager.decided.size());
+          records.merge(manager.records);
+        }
+      }
+      EXPECT_TRUE(records.empty()) << "seed " << seed;
+      EXPECT_TRUE(left_over(tm, records).empty()) << "seed " << seed;
+      EXPECT_EQ(zdb_commit_count("bank1") - before[0], decided) << "seed " << seed;
+      EXPECT_EQ(zdb_commit_count("bank2") - before[1], decided) << "seed " << seed;
     }
   }
 
@@ -355,23 +417,31 @@ class Managers : public testing::TestWithParam<const char *> {
 
 TEST_P(Managers, lixa_leaves_no_branch_prepared) {
   const Manager tm = Manager::of_module(XADTM_LIXA_FILE, "lixa_get_xa_switch");
-  run_all(
-      tm, [&](Course &course) { return Lixa(tm, course); }, [](Lixa &manager) { manager.recover(); });
+  const auto make = [&](Course &course) { return Lixa(tm, course); };
+  const auto settle = [](Lixa &manager) { manager.recover(); };
+  run_all(tm, make, settle);
+  if (GetParam() == std::string("TXS")) {
+    run_many(tm, make, settle);
+  }
 }
 
 TEST_P(Managers, endurox_leaves_no_branch_prepared) {
   const Manager tm = Manager::of_module(XADTM_ENDUROX_FILE, "ndrx_get_xa_switch");
   const bool is_txs = GetParam() == std::string("TXS");
+  const auto settle = [&](Endurox &manager) {
+    for (const int rmid : both) {
+      tm.open(rmid, open_string(rmid));
+    }
+    manager.settle();
+    manager.settle();
+  };
   for (const bool recon : is_txs ? std::vector<bool>{true} : std::vector<bool>{true, false}) {
     run_all(
-        tm, [&](Course &course) { return Endurox(tm, course, recon); },
-        [&](Endurox &manager) {
-          for (const int rmid : both) {
-            tm.open(rmid, open_string(rmid));
-          }
-          manager.settle();
-          manager.settle();
-        });
+        tm, [&](Course &course) { return Endurox(tm, course, recon); }, settle);
+  }
+  for (const bool recon : is_txs ? std::vector<bool>{true, false} : std::vector<bool>{}) {
+    run_many(
+        tm, [&](Course &course) { return Endurox(tm, course, recon); }, settle);
   }
 }
 
