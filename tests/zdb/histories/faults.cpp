@@ -105,8 +105,8 @@ std::string sql_for(const Step &step) {
 
 class Life {
  public:
-  Life(zdb::DurableServer &server, const Client &client, int answers)
-      : server_(server), client_(client), answers_(answers) {}
+  Life(zdb::DurableServer &server, int answers)
+      : server_(server), client_(std::make_unique<Client>(server.server())), answers_(answers) {}
 
   /* A refused prepare or one-phase commit is followed by the rollback that a manager asks for. */
   void play(const char *story) {
@@ -135,6 +135,10 @@ class Life {
     } catch (const std::bad_alloc &) {
       answer = '?';
     }
+    if (!client_->alive()) {
+      answer = '?';  // it was lost with the session
+      client_ = std::make_unique<Client>(server_.server());
+    }
     tell(std::string(1, answer) + "\n");
     return answer == '+';
   }
@@ -143,8 +147,8 @@ class Life {
     const std::string name(1, step.branch);
     const std::string sql = sql_for(step);
     const Watched watched;
-    const bool worked = client_.dtm("begin", name) == 0 && client_.sql(sql).find('!') == std::string::npos;
-    return client_.dtm("end", name) >= 0 && worked ? '+' : '-';
+    const bool worked = client_->dtm("begin", name) == 0 && client_->sql(sql).find('!') == std::string::npos;
+    return client_->dtm("end", name) >= 0 && worked ? '+' : '-';
   }
 
   char end(const std::string &request, char branch) const {
@@ -152,16 +156,16 @@ class Life {
     const std::string alone = "insert into moves select '" + name + "', 1 from pool limit 2";
     const Watched watched;
     if (request == "alone") {
-      return client_.sql(alone).find('!') == std::string::npos ? '+' : '-';
+      return client_->sql(alone).find('!') == std::string::npos ? '+' : '-';
     }
     if (request.starts_with("force")) {
       return server_.server()->force(name, request == "force commit") ? '+' : '-';
     }
-    return client_.dtm(request, name) >= 0 ? '+' : '-';
+    return client_->dtm(request, name) >= 0 ? '+' : '-';
   }
 
   zdb::DurableServer &server_;
-  const Client &client_;
+  std::unique_ptr<Client> client_;
   const int answers_;
 };
 
@@ -176,10 +180,7 @@ void live(const Place &place, const char *story, const Plan &fault, int answers)
       const Watched watched;
       server = std::make_unique<zdb::DurableServer>(place.folder());
     }
-    {
-      const Client client(server->server());
-      Life(*server, client, answers).play(story);
-    }
+    Life(*server, answers).play(story);
     const Watched watched;
     server.reset();
   } catch (const std::exception &) {
