@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "xal_dtm.h"
+#include "dtm/xal_dtm.h"
 
 int main(int argc, char **argv) {
   const bool decode = argc > 1 && strcmp(argv[1], "decode") == 0;

@@ -4,8 +4,8 @@
 
 #include <cstdio>
 
-#include "xal_dtm.h"
-#include "xal_log.h"
+#include "dtm/xal_dtm.h"
+#include "log/xal_log.h"
 
 namespace {
 

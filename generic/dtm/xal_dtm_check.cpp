@@ -1,8 +1,8 @@
 // The readiness check of a new connection: distributed transaction management must be switched on at the server, and
 // the login must be allowed to call the DTM procedures. The second is tried with a branch that cannot exist.
-#include "xal_dtm.h"
-#include "xal_log.h"
-#include "xal_registry.h"
+#include "dtm/xal_dtm.h"
+#include "log/xal_log.h"
+#include "registry/xal_registry.h"
 
 namespace {
 

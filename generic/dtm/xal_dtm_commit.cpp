@@ -1,7 +1,7 @@
 // Committing a branch, in two phases or in one. Here the heuristic check comes before the polling for a busy branch.
-#include "xal_dtm.h"
-#include "xal_log.h"
-#include "xal_personality.h"
+#include "dtm/xal_dtm.h"
+#include "log/xal_log.h"
+#include "personality/xal_personality.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Ending the work on a branch: always a detach, with the state that the flags ask for.
-#include "xal_dtm.h"
-#include "xal_log.h"
+#include "dtm/xal_dtm.h"
+#include "log/xal_log.h"
 
 int32_t xa__dtm_end(XA_CONNECTION *conn, const XID *xid, int32_t flags) {
   const TraceScope trace("xa__dtm_end", TRACE_ZDB);

@@ -1,7 +1,7 @@
 // Forgetting a heuristically completed branch: the server is asked for the outcome first, and told to forget only a
 // branch that has one.
-#include "xal_dtm.h"
-#include "xal_log.h"
+#include "dtm/xal_dtm.h"
+#include "log/xal_log.h"
 
 int32_t xa__dtm_forget(XA_CONNECTION *conn, const XID *xid) {
   const TraceScope trace("xa__dtm_forget", TRACE_ZDB);

@@ -5,8 +5,8 @@
 // none does, the end row of the list's last table does. All of it is constant data.
 #include <cstddef>
 
-#include "xal_dtm.h"
-#include "xal_log.h"
+#include "dtm/xal_dtm.h"
+#include "log/xal_log.h"
 
 namespace {
 

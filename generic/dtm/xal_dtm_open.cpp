@@ -1,8 +1,8 @@
 // The login of a new connection: application name, user and password, then the connect, tried once more without
 // failover when it fails. The password reaches no log line.
-#include "xal_dtm.h"
-#include "xal_log.h"
-#include "xal_registry.h"
+#include "dtm/xal_dtm.h"
+#include "log/xal_log.h"
+#include "registry/xal_registry.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // Preparing a branch. A connection that never carried it attaches and detaches first, unless the personality lets the
 // completing request attach by itself. Here the polling for a busy branch comes before the heuristic check.
-#include "xal_dtm.h"
-#include "xal_log.h"
-#include "xal_personality.h"
+#include "dtm/xal_dtm.h"
+#include "log/xal_log.h"
+#include "personality/xal_personality.h"
 
 namespace {
 

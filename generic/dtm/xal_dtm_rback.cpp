@@ -1,8 +1,8 @@
 // Rolling a branch back. Another session's work is aborted asynchronously; the attach before the rollback asks for the
 // abort-only state and is never undone. The heuristic check comes before the polling for a busy branch.
-#include "xal_dtm.h"
-#include "xal_log.h"
-#include "xal_personality.h"
+#include "dtm/xal_dtm.h"
+#include "log/xal_log.h"
+#include "personality/xal_personality.h"
 
 namespace {
 

@@ -7,10 +7,10 @@
 #include <cctype>
 #include <cstring>
 
-#include "xal_dtm.h"
-#include "xal_log.h"
-#include "xal_personality.h"
-#include "xal_registry.h"
+#include "dtm/xal_dtm.h"
+#include "log/xal_log.h"
+#include "personality/xal_personality.h"
+#include "registry/xal_registry.h"
 
 namespace {
 

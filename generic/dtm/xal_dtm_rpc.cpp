@@ -8,9 +8,9 @@
 #include <cstring>
 #include <string_view>
 
-#include "xal_dtm.h"
-#include "xal_log.h"
-#include "xal_personality.h"
+#include "dtm/xal_dtm.h"
+#include "log/xal_log.h"
+#include "personality/xal_personality.h"
 
 namespace {
 

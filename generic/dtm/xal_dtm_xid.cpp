@@ -8,9 +8,9 @@
 #include <cstddef>
 #include <cstring>
 
-#include "xal_dtm.h"
-#include "xal_log.h"
-#include "xal_registry.h"
+#include "dtm/xal_dtm.h"
+#include "log/xal_log.h"
+#include "registry/xal_registry.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "xal_personality.h"
+#include "personality/xal_personality.h"
 
 namespace fake {
 

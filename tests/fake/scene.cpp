@@ -12,10 +12,10 @@
 #include <utility>
 
 #include "common_control.h"
-#include "xal_config.h"
-#include "xal_log.h"
-#include "xal_threads.h"
-#include "xal_verbs.h"
+#include "config/xal_config.h"
+#include "log/xal_log.h"
+#include "personality/xal_threads.h"
+#include "verbs/xal_verbs.h"
 
 namespace fake {
 

@@ -8,8 +8,8 @@
 #include <string>
 
 #include "fake_client.h"
-#include "xal_personality.h"
-#include "xal_registry.h"
+#include "personality/xal_personality.h"
+#include "registry/xal_registry.h"
 
 namespace fake {
 

@@ -7,13 +7,13 @@
 #include <cstring>
 #include <string>
 
+#include "config/xal_config.h"
 #include "fake_client.h"
 #include "fuzz.h"
 #include "library_state.h"
-#include "xal_config.h"
-#include "xal_log.h"
-#include "xal_personality.h"
-#include "xal_registry.h"
+#include "log/xal_log.h"
+#include "personality/xal_personality.h"
+#include "registry/xal_registry.h"
 
 namespace {
 

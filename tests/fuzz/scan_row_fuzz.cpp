@@ -5,11 +5,11 @@
 #include <cstring>
 #include <string>
 
+#include "connections/xal_conn.h"
+#include "dtm/xal_dtm.h"
 #include "fuzz.h"
 #include "library_state.h"
-#include "xal_conn.h"
-#include "xal_dtm.h"
-#include "xal_log.h"
+#include "log/xal_log.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "common_control.h"
 #include "quillet.h"
 #include "quillet_control.h"
-#include "xal_registry.h"
+#include "registry/xal_registry.h"
 
 namespace scenario {
 namespace {

@@ -8,10 +8,10 @@
 #include <ostream>
 
 #include "common_control.h"
+#include "personality/xal_personality.h"
 #include "quillet_control.h"
 #include "scenario.h"
 #include "world.h"
-#include "xal_personality.h"
 
 namespace {
 

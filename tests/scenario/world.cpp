@@ -13,10 +13,10 @@
 #include <sstream>
 
 #include "common_control.h"
+#include "dtm/xal_dtm.h"
+#include "personality/xal_personality.h"
+#include "personality/xal_threads.h"
 #include "quillet_control.h"
-#include "xal_dtm.h"
-#include "xal_personality.h"
-#include "xal_threads.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <utility>
 
+#include "log/xal_log.h"
 #include "scene.h"
-#include "xal_log.h"
 
 using namespace fake;
 

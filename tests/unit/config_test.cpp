@@ -8,9 +8,9 @@
 #include <fstream>
 
 #include "common_control.h"
+#include "config/xal_config.h"
+#include "log/xal_log.h"
 #include "scene.h"
-#include "xal_config.h"
-#include "xal_log.h"
 
 using namespace fake;
 

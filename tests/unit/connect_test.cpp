@@ -6,10 +6,10 @@
 #include <regex>
 
 #include "common_control.h"
+#include "config/xal_config.h"
+#include "dtm/xal_dtm.h"
+#include "log/xal_log.h"
 #include "scene.h"
-#include "xal_config.h"
-#include "xal_dtm.h"
-#include "xal_log.h"
 
 using namespace fake;
 

@@ -1,9 +1,9 @@
 // Branch operations: which requests each sends for which replies, and what comes out.
 #include <gtest/gtest.h>
 
+#include "dtm/xal_dtm.h"
+#include "personality/xal_personality.h"
 #include "scene.h"
-#include "xal_dtm.h"
-#include "xal_personality.h"
 
 using namespace fake;
 

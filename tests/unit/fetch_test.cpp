@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "common_control.h"
+#include "dtm/xal_dtm.h"
 #include "scene.h"
-#include "xal_dtm.h"
 
 using namespace fake;
 

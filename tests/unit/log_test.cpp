@@ -9,8 +9,8 @@
 #include <regex>
 #include <sstream>
 
+#include "log/xal_log.h"
 #include "scene.h"
-#include "xal_log.h"
 
 using namespace fake;
 

@@ -4,10 +4,10 @@
 #include <cstring>
 
 #include "common_control.h"
+#include "config/xal_config.h"
+#include "log/xal_log.h"
+#include "personality/xal_threads.h"
 #include "scene.h"
-#include "xal_config.h"
-#include "xal_log.h"
-#include "xal_threads.h"
 
 using namespace fake;
 

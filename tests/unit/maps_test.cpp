@@ -1,8 +1,8 @@
 // The outcome maps where lists disagree: each list against the replies that different tables claim.
 #include <gtest/gtest.h>
 
+#include "dtm/xal_dtm.h"
 #include "scene.h"
-#include "xal_dtm.h"
 
 using namespace fake;
 

@@ -3,9 +3,9 @@
 
 #include <array>
 
+#include "dtm/xal_dtm.h"
+#include "log/xal_log.h"
 #include "scene.h"
-#include "xal_dtm.h"
-#include "xal_log.h"
 
 using namespace fake;
 

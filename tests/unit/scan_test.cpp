@@ -3,8 +3,8 @@
 
 #include <cstring>
 
+#include "dtm/xal_dtm.h"
 #include "scene.h"
-#include "xal_dtm.h"
 
 using namespace fake;
 

@@ -6,12 +6,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "config/xal_config.h"
+#include "log/xal_log.h"
+#include "personality/xal_threads.h"
+#include "registry/xal_registry.h"
 #include "scene.h"
 #include "xadtm.h"
-#include "xal_config.h"
-#include "xal_log.h"
-#include "xal_registry.h"
-#include "xal_threads.h"
 
 using namespace fake;
 

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <vector>
 
+#include "log/xal_log.h"
 #include "scene.h"
 #include "xadtm.h"
-#include "xal_log.h"
 
 using namespace fake;
 

@@ -1,0 +1,152 @@
+// The DTM protocol: branch names, the requests to the server's DTM procedures, and the branch operations built on them.
+// Callers hold the serialisation mutex and the connection; the mutex is given up while the client library waits for
+// results, but not for a login.
+#pragma once
+
+#include <cstdint>
+
+#include "connections/xal_conn.h"
+
+class TraceScope;
+
+// Operation codes of xa__dtm_rpc.
+inline constexpr int32_t DTM_BEGIN = 1;
+inline constexpr int32_t DTM_ATTACH = 2;
+inline constexpr int32_t DTM_ATTACH_NOWAIT = 3;
+inline constexpr int32_t DTM_DETACH = 4;
+inline constexpr int32_t DTM_DETACH_NOWAIT = 5;  // undoes DTM_ATTACH_NOWAIT
+inline constexpr int32_t DTM_STATUS = 6;
+inline constexpr int32_t DTM_FORGET = 8;
+inline constexpr int32_t DTM_PREPARE = 9;
+inline constexpr int32_t DTM_COMMIT = 10;
+inline constexpr int32_t DTM_COMMIT_ONEPHASE = 11;
+inline constexpr int32_t DTM_ROLLBACK = 12;
+inline constexpr int32_t DTM_ABORT = 13;  // the asynchronous abort
+
+// The "@status" values: the state that the caller wants the branch in.
+inline constexpr int32_t DTM_WANT_ANY = 0;
+inline constexpr int32_t DTM_WANT_ATTACHED = 1;
+inline constexpr int32_t DTM_WANT_ENDED = 2;
+inline constexpr int32_t DTM_WANT_SUSPENDED = 3;
+inline constexpr int32_t DTM_WANT_MIGRATED = 4;
+inline constexpr int32_t DTM_WANT_ABORTONLY = 6;
+inline constexpr int32_t DTM_WANT_PREPARED = 7;
+inline constexpr int32_t DTM_WANT_COMMITTED = 100;
+inline constexpr int32_t DTM_WANT_ROLLEDBACK = 101;
+inline constexpr int32_t DTM_WANT_FORGOTTEN = 102;
+
+// Transaction states in transtat that the verbs look at.
+inline constexpr int32_t DTM_STATE_ATTACHED = 1;
+inline constexpr int32_t DTM_STATE_DETACHED = 4;
+
+// Classes of a reply (rpcret).
+inline constexpr int32_t DTM_REPLY_STATUS = 0;     // a plain status; transtat is the state
+inline constexpr int32_t DTM_REPLY_ERROR = 1;      // a negative status, or one with a transaction state
+inline constexpr int32_t DTM_REPLY_RPCERROR = -2;  // "@$rpcerror"
+inline constexpr int32_t DTM_REPLY_RPCSTATE = -3;  // "@$rpcerror" and "@xactstatus"
+inline constexpr int32_t DTM_REPLY_BROKEN = -4;    // the conversation broke off
+inline constexpr int32_t DTM_REPLY_NOSTATUS = -5;  // no status
+
+inline constexpr int32_t DTM_BUSY = -9;  // rpcstat: the branch is still busy with an earlier request
+
+// ---- Branch names ---------------------------------------------------------------------------------------------------
+
+int32_t xa__dtm_encode(const void *bytes, int32_t count, char *out);
+// The branch name of xid on the LRM into out (XA_NAME_SIZE bytes); returns out.
+char *xa__dtm_encode_xid(const XID *xid, const char *lrm_name, char *out);
+// The bytes of a zero-terminated encoded text into out; their number, or -1 for a character outside the alphabet.
+int32_t xa__dtm_decode(const char *text, char *out);
+// Makes the connection's branch name (xc_name, xc_name_length) stand for xid, encoding it when it does not yet.
+void dtm_name_branch(XA_CONNECTION *conn, const XID *xid);
+
+// ---- Requests -------------------------------------------------------------------------------------------------------
+
+// Sends one DTM request and reads its reply into rpcret, rpcstat and transtat. CS_SUCCEED only when the results ended
+// normally with a usable status; failures before the sending leave the three fields as they were.
+int32_t xa__dtm_rpc(XA_CONNECTION *conn, int32_t code, const XID *xid, int32_t status);
+int32_t xa__dtm_process_results(XA_CONNECTION *conn);
+
+// Results of xa__dtm_1result, which reads a language command's only value.
+inline constexpr int32_t DTM_ONE_VALUE = 1;
+inline constexpr int32_t DTM_NO_ROW_RESULT = 0;
+inline constexpr int32_t DTM_NO_ROW = 3;
+inline constexpr int32_t DTM_MANY_RESULTS = 4;
+inline constexpr int32_t DTM_MANY_ROWS = 6;
+inline constexpr int32_t DTM_FAILED = -1;
+int32_t xa__dtm_1result(XA_CONNECTION *conn, int32_t datatype, int32_t format, void *buffer, int32_t maxlen);
+
+// ct_results with the serialisation mutex given up for the call.
+int32_t dtm_results_paused(QLT_COMMAND *command, int32_t *type);
+// ct_cancel of everything the command still has, with the serialisation mutex given up for the call.
+void dtm_cancel_paused(QLT_COMMAND *command);
+// The first column's first value of a fetched integer result; false when there is none.
+bool dtm_first_integer(const XA_RESULTS &results, int32_t *value);
+
+// ---- Outcome maps ---------------------------------------------------------------------------------------------------
+
+struct DtmOutcome {
+  uint32_t compare;  // which of the next four words are compared; 0 ends the table
+  int32_t rpc_result;
+  int32_t transtat;
+  int32_t rpcret;
+  int32_t rpcstat;
+  int32_t xa_code;  // in an end row: the fallback, when its table is its list's last
+};
+using DtmOutcomeTable = const DtmOutcome *;
+using DtmOutcomeList = const DtmOutcomeTable *;
+
+extern const DtmOutcomeTable dtm_start_nf_maps[];
+extern const DtmOutcomeTable dtm_start_jn_maps[];
+extern const DtmOutcomeTable dtm_start_rs_maps[];
+extern const DtmOutcomeTable dtm_end_succ_maps[];
+extern const DtmOutcomeTable dtm_end_susp_maps[];
+extern const DtmOutcomeTable dtm_attprep_maps[];
+extern const DtmOutcomeTable dtm_prepare_maps[];
+extern const DtmOutcomeTable dtm_prepare_frc_att_maps[];
+extern const DtmOutcomeTable dtm_commit_nf_maps[];
+extern const DtmOutcomeTable dtm_commit_1p_maps[];
+extern const DtmOutcomeTable dtm_commit_1p_frc_att_maps[];
+extern const DtmOutcomeTable dtm_rollback_att_maps[];
+extern const DtmOutcomeTable dtm_rollback_maps[];
+extern const DtmOutcomeTable dtm_dtcrollback_maps[];
+extern const DtmOutcomeTable dtm_forget_maps[];
+extern const DtmOutcomeTable dtm_status_maps[];
+extern const DtmOutcomeTable dtm_await_maps[];
+extern const DtmOutcomeTable dtm_check_maps[];
+extern const XID dtm_check_xid;
+
+// The XA code of the last request on the connection, by the first row that matches.
+int32_t dtm_ret_to_xa(DtmOutcomeList list, const XA_CONNECTION *conn, int32_t rpc_result);
+
+// ---- Branch operations ----------------------------------------------------------------------------------------------
+
+int32_t xa__dtm_start(XA_CONNECTION *conn, const XID *xid, int32_t flags);
+int32_t xa__dtm_end(XA_CONNECTION *conn, const XID *xid, int32_t flags);
+int32_t xa__dtm_prepare(XA_CONNECTION *conn, const XID *xid);
+int32_t xa__dtm_commit(XA_CONNECTION *conn, const XID *xid, int32_t flags);
+int32_t xa__dtm_rollback(XA_CONNECTION *conn, const XID *xid);
+int32_t xa__dtm_forget(XA_CONNECTION *conn, const XID *xid);
+int32_t xa__dtm_status(XA_CONNECTION *conn, const XID *xid);
+int32_t xa__dtm_await_completion(XA_CONNECTION *conn, const XID *xid);
+int32_t xa__dtm_check_heur(XA_CONNECTION *conn, const XID *xid);
+
+// One request with the status it wants, its outcome looked up in the list.
+int32_t dtm_request(XA_CONNECTION *conn, int32_t code, const XID *xid, int32_t status, DtmOutcomeList list);
+// Attach and detach before a completing request on a connection that never carried the branch: XA_OK to go on, else
+// the operation's result.
+int32_t dtm_attach_first(XA_CONNECTION *conn, const XID *xid, DtmOutcomeList attach_list);
+// True for the four heuristic codes.
+bool dtm_is_heuristic(int32_t code);
+
+// ---- Recovery and readiness -----------------------------------------------------------------------------------------
+
+// Stores up to count XIDs of the server's in-doubt branches: their number, or an XA error code.
+int32_t xa__dtm_recover(XA_CONNECTION *conn, XID *xids, int32_t count, int32_t flags);
+int32_t xa_dtm_start_scan(XA_CONNECTION *conn);
+int32_t xa_dtm_recov_scan(XA_CONNECTION *conn);
+int32_t xa_dtm_terminate_scan(XA_CONNECTION *conn);
+// Takes one row of the scan over; true when it names a branch of the LRM and its XID was stored.
+bool dtm_accept_row(const TraceScope &trace, const char *own_lrm, const char *text, XID &xid);
+
+// 0 when the new connection can be used for DTM work, else XAER_RMERR or XAER_RMFAIL.
+int32_t xa__dtm_check(XA_CONNECTION *conn);

@@ -1,0 +1,272 @@
+// The connection lookup: on every XA call the verb asks here for the connection that fits, and gets it held.
+//
+// The serialisation mutex orders all lookups, but verbs give it up while they wait for the server. What keeps other
+// threads off a connection meanwhile is its hold, from hand-out to release: a held record is not purged, not closed and
+// not taken as unused, and a thread that looks for exactly this record waits until it is released.
+#include <cassert>
+#include <ctime>
+
+#include "common_routines.h"
+#include "connections/xal_conn.h"
+#include "log/xal_log.h"
+#include "personality/xal_personality.h"
+#include "personality/xal_threads.h"
+#include "registry/xal_registry.h"
+
+namespace {
+
+constexpr int32_t look_again = 0;  // another thread holds the connection looked for; no XCRET code, no XA error
+constexpr uint32_t by_state = XCF_ASSOC | XCF_SUSPEND | XCF_RECOVER;
+
+// A thread is told by the address of its count of holds. It is small enough for the room that the loader gives each
+// thread at its start: one that is made at its first use ends the process when there is no memory for it.
+[[gnu::tls_model("initial-exec")]] thread_local constinit int32_t holds_of_thread = 0;
+
+bool held(const XA_CONNECTION *conn) {
+  return conn->xc_holds > 0;
+}
+
+bool held_elsewhere(const XA_CONNECTION *conn) {
+  return held(conn) && conn->xc_holder != &holds_of_thread;
+}
+
+// Unlinks a closed record and frees it; returns the links that followed it.
+XC_LINKS *purge(XA_CONNECTION *conn) {
+  XC_LINKS *next = conn->xc_next;
+  _trvxadummy_take_mutex(conn->xc_mutex);
+  conn->xc_prev->xc_next = conn->xc_next;
+  conn->xc_next->xc_prev = conn->xc_prev;
+  conn->xc_next = conn;
+  conn->xc_prev = conn;
+  _trvxadummy_release_mutex(conn->xc_mutex);
+  _trvxadummy_delete_mutex(conn->xc_mutex);
+  comn_free(conn);
+  return next;
+}
+
+int32_t hand_out(XA_LRMINFO *lrm, XA_CONNECTION *conn, XA_CONNECTION **out, int32_t result) {
+  _trvxadummy_take_mutex(conn->xc_mutex);
+  xc_hold(conn);
+  _trvxadummy_release_mutex(lrm->lrm_mutex);
+  *out = conn;
+  return result;
+}
+
+int32_t hand_out_unused(XA_LRMINFO *lrm, XA_CONNECTION *conn, XA_CONNECTION **out) {
+  conn->xc_state = XCS_INUSE;
+  return hand_out(lrm, conn, out, XCRET_CONN);
+}
+
+// The result for a record in a state that the flags ask for, else 0.
+int32_t wanted_state(const XA_CONNECTION *conn, uint32_t flags) {
+  if ((flags & XCF_ASSOC) != 0 && conn->xc_state == XCS_ASSOC) {
+    return XCRET_ASSOC;
+  }
+  if ((flags & XCF_SUSPEND) != 0 && conn->xc_state == XCS_SUSPEND) {
+    return XCRET_SUSPEND;
+  }
+  if ((flags & XCF_RECOVER) != 0 && conn->xc_state == XCS_RECOVER) {
+    return XCRET_RECOVER;
+  }
+  return 0;
+}
+
+// One walk over the LRM's records.
+struct Walk {
+  const XID *xid;
+  uint32_t flags;
+  XA_CONNECTION *match = nullptr;
+  XA_CONNECTION *candidate = nullptr;
+};
+
+bool is_match(const Walk &walk, const XA_CONNECTION *conn) {
+  return (walk.flags & XCF_MATCH) != 0 && walk.xid != nullptr && xid_equal(*walk.xid, conn->xc_xid);
+}
+
+// Looks at one live record: a result when it ends the walk, -1 to go on, look_again to start over.
+constexpr int32_t go_on = -1;
+int32_t visit(Walk &walk, XA_LRMINFO *lrm, XA_CONNECTION *conn, XA_CONNECTION **out) {
+  const int32_t state_result = (walk.flags & by_state) != 0 ? wanted_state(conn, walk.flags) : 0;
+  if (held(conn)) {
+    const bool looked_for = state_result != 0 || is_match(walk, conn);
+    return looked_for && held_elsewhere(conn) ? look_again : go_on;
+  }
+  if ((walk.flags & XCF_ANY) != 0) {
+    return hand_out(lrm, conn, out, XCRET_CONN);
+  }
+  if (state_result != 0) {
+    return hand_out(lrm, conn, out, state_result);
+  }
+  if (walk.match == nullptr && is_match(walk, conn)) {
+    walk.match = conn;
+    if ((walk.flags & by_state) == 0) {
+      return hand_out(lrm, conn, out, XCRET_MATCH);
+    }
+  }
+  if ((walk.flags & XCF_UNUSED) != 0 && walk.candidate == nullptr && conn->xc_state == XCS_UNUSED) {
+    walk.candidate = conn;
+    if ((walk.flags & (XCF_MATCH | by_state)) == 0) {
+      return hand_out_unused(lrm, conn, out);
+    }
+  }
+  return go_on;
+}
+
+// While a connection was made, another thread may have put the branch on one: a branch is carried by one only.
+bool matched_meanwhile(const Walk &walk, const XA_LRMINFO *lrm, const XA_CONNECTION *opened) {
+  for (const XC_LINKS *at = lrm->lrm_conns.xc_next; at != &lrm->lrm_conns; at = at->xc_next) {
+    const auto *conn = static_cast<const XA_CONNECTION *>(at);
+    if (conn != opened && is_match(walk, conn) && (!held(conn) || held_elsewhere(conn))) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// What the end of the list leaves: a match, an unused connection, a new one, or none.
+int32_t settle(const Walk &walk, XA_LRMINFO *lrm, XA_CONNECTION **out) {
+  if (walk.match != nullptr) {
+    return hand_out(lrm, walk.match, out, XCRET_MATCH);
+  }
+  if (walk.candidate != nullptr) {
+    return hand_out_unused(lrm, walk.candidate, out);
+  }
+  if ((walk.flags & XCF_OPEN) != 0) {
+    XA_CONNECTION *opened = nullptr;
+    const int32_t ret = xc_open(lrm, &opened);
+    if (ret != XA_OK) {
+      _trvxadummy_release_mutex(lrm->lrm_mutex);
+      return ret;
+    }
+    if (matched_meanwhile(walk, lrm, opened)) {
+      opened->xc_state = XCS_UNUSED;
+      xc_release(opened);
+      return look_again;
+    }
+    opened->xc_state = XCS_INUSE;
+    *out = opened;
+    return XCRET_CONN;
+  }
+  _trvxadummy_release_mutex(lrm->lrm_mutex);
+  return XCRET_NOCONN;
+}
+
+[[gnu::always_inline]] inline int32_t search(int32_t rmid, const XID *xid, XA_CONNECTION **out, uint32_t flags) {
+  XA_LRMINFO *lrm = xal_getlrm(rmid);
+  if (lrm == nullptr) {
+    return XCRET_NOLRM;
+  }
+  Walk walk{xid, flags};
+  XC_LINKS *at = lrm->lrm_conns.xc_next;
+  while (at != &lrm->lrm_conns) {
+    auto *conn = static_cast<XA_CONNECTION *>(at);
+    if (conn->xc_state == XCS_CLOSED && !held(conn)) {
+      at = purge(conn);
+      continue;
+    }
+    const int32_t result = visit(walk, lrm, conn, out);
+    if (result == look_again) {
+      _trvxadummy_release_mutex(lrm->lrm_mutex);
+      return result;
+    }
+    if (result != go_on) {
+      return result;
+    }
+    at = at->xc_next;
+  }
+  return settle(walk, lrm, out);
+}
+
+}  // namespace
+
+void xc_wait_briefly() {
+  const SerialisePause pause;
+  const timespec briefly{0, 1'000'000};
+  nanosleep(&briefly, nullptr);
+}
+
+void xc_await_branch(const XA_CONNECTION *conn, const XID &xid) {
+  const XA_LRMINFO *lrm = conn->xc_lrm;
+  const XC_LINKS *at = lrm->lrm_conns.xc_next;
+  while (at != &lrm->lrm_conns) {
+    const auto *other = static_cast<const XA_CONNECTION *>(at);
+    if (held_elsewhere(other) && xid_equal(other->xc_xid, xid)) {
+      xc_wait_briefly();
+      at = &lrm->lrm_conns;  // the list may have changed
+    }
+    at = at->xc_next;
+  }
+}
+
+bool xid_equal(const XID &left, const XID &right) {
+  return left.formatID == right.formatID && left.formatID != -1 && left.gtrid_length == right.gtrid_length &&
+         left.bqual_length == right.bqual_length && memcmp(left.data, right.data, xid_data_size(left)) == 0;
+}
+
+void xc_hold(XA_CONNECTION *conn) {
+  ++conn->xc_holds;
+  conn->xc_holder = &holds_of_thread;
+  ++holds_of_thread;
+}
+
+void xc_release(XA_CONNECTION *conn) {
+  --conn->xc_holds;
+  if (conn->xc_holds == 0) {
+    conn->xc_holder = nullptr;
+  }
+  --holds_of_thread;
+  _trvxadummy_release_mutex(conn->xc_mutex);
+}
+
+bool xc_still_there(int32_t rmid, const XA_CONNECTION *conn) {
+  const XA_LRMINFO *lrm = xal_peeklrm(rmid);
+  if (lrm == nullptr) {
+    return false;
+  }
+  for (const XC_LINKS *at = lrm->lrm_conns.xc_next; at != &lrm->lrm_conns; at = at->xc_next) {
+    if (at == conn) {
+      return !held(conn);
+    }
+  }
+  return false;
+}
+
+void xc_forget_branch(const XA_CONNECTION *conn) {
+  const XA_LRMINFO *lrm = conn->xc_lrm;
+  for (XC_LINKS *at = lrm->lrm_conns.xc_next; at != &lrm->lrm_conns; at = at->xc_next) {
+    auto *other = static_cast<XA_CONNECTION *>(at);
+    if (other != conn && other->xc_state == XCS_UNUSED && !held(other) && xid_equal(other->xc_xid, conn->xc_xid)) {
+      other->xc_xid.formatID = -1;
+    }
+  }
+}
+
+void xc_assert_settled([[maybe_unused]] int32_t rmid) {
+#ifndef NDEBUG
+  assert(holds_of_thread == 0);
+  const XA_LRMINFO *lrm = xal_peeklrm(rmid);
+  if (lrm == nullptr) {
+    return;
+  }
+  for (const XC_LINKS *at = lrm->lrm_conns.xc_next; at != &lrm->lrm_conns; at = at->xc_next) {
+    const auto *conn = static_cast<const XA_CONNECTION *>(at);
+    const int32_t state = conn->xc_state;
+    assert(held(conn) || state == XCS_UNUSED || state == XCS_ASSOC || state == XCS_CLOSED || state == XCS_SUSPEND ||
+           state == XCS_RECOVER);
+    assert((state != XCS_ASSOC && state != XCS_SUSPEND) || conn->xc_conn != nullptr);
+  }
+#endif
+}
+
+int32_t xc_get(int32_t rmid, const XID *xid, XA_CONNECTION **out, uint32_t flags) {
+  const TraceScope trace("xc_get", TRACE_RM);
+  *out = nullptr;
+  int32_t result = look_again;
+  while ((result = search(rmid, xid, out, flags)) == look_again) {
+    xc_wait_briefly();
+  }
+  if (trace.entered()) {
+    trace.detail(0, XALOG_RM)("Return %s\n%s", xacmn_log_xareturn(result), xacmn_log_dump_xid(xid));
+  }
+  return result;
+}

@@ -1,0 +1,368 @@
+// Texts for the log: trace keywords, the decoders of flags, codes and XIDs with their name tables, and the entry lines
+// of the XA calls.
+//
+// Every result buffer is the calling thread's, so a text stays valid until that thread's next call with the same
+// buffer. Of what threads share, only the trace mask is written, by OR.
+#include <pthread.h>
+
+#include <cctype>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "connections/xal_conn.h"
+#include "log/xal_log.h"
+#include "quillet.h"
+
+namespace {
+
+struct NamedCode {
+  const char *name;
+  int32_t code;
+};
+
+struct TraceKeyword {
+  const char *keyword;
+  uint32_t bits;
+};
+
+// clang-format off
+constexpr TraceKeyword xacmn_log_trace_tbl[] = {
+    // keyword  bits
+    {"xa",      XATR_XA},
+    {"xl",      XATR_RM},
+    {"xc",      XATR_CONN},
+    {"cmn",     XATR_FUNCTION},
+    {"event",   XATR_EVENT},
+    {"misc",    XATR_MISC},
+    {"os",      XATR_ZDB},
+    {"xs",      XATR_ZDB},
+    {"ct",      XATR_QUILLET},
+    {"v",       XATR_VERBOSE},
+    {"all",     0xFFFFFFFF},
+    {nullptr,   0},
+};
+
+constexpr NamedCode xacmn_log_xaflag_tbl[] = {
+    // name           bit
+    {"TMNOFLAGS",     TMNOFLAGS},
+    {"TMREGISTER",    TMREGISTER},
+    {"TMNOMIGRATE",   TMNOMIGRATE},
+    {"TMUSEASYNC",    TMUSEASYNC},
+    {"TMASYNC",       TMASYNC},
+    {"TMONEPHASE",    TMONEPHASE},
+    {"TMFAIL",        TMFAIL},
+    {"TMNOWAIT",      TMNOWAIT},
+    {"TMRESUME",      TMRESUME},
+    {"TMSUCCESS",     TMSUCCESS},
+    {"TMSUSPEND",     TMSUSPEND},
+    {"TMSTARTRSCAN",  TMSTARTRSCAN},
+    {"TMENDRSCAN",    TMENDRSCAN},
+    {"TMMULTIPLE",    TMMULTIPLE},
+    {"TMJOIN",        TMJOIN},
+    {"TMMIGRATE",     TMMIGRATE},
+    {nullptr,         0},
+};
+
+constexpr NamedCode xacmn_log_xarc_tbl[] = {
+    // name                                          code
+    {"XA_RBROLLBACK",                                XA_RBROLLBACK},
+    {"XA_RBCOMMFAIL",                                XA_RBCOMMFAIL},
+    {"XA_RBDEADLOCK",                                XA_RBDEADLOCK},
+    {"XA_RBINTEGRITY",                               XA_RBINTEGRITY},
+    {"XA_RBOTHER",                                   XA_RBOTHER},
+    {"XA_RBPROTO",                                   XA_RBPROTO},
+    {"XA_RBTIMEOUT",                                 XA_RBTIMEOUT},
+    {"XA_RBTRANSIENT",                               XA_RBTRANSIENT},
+    {"XA_NOMIGRATE",                                 XA_NOMIGRATE},
+    {"XA_HEURHAZ",                                   XA_HEURHAZ},
+    {"XA_HEURCOM",                                   XA_HEURCOM},
+    {"XA_HEURRB",                                    XA_HEURRB},
+    {"XA_HEURMIX",                                   XA_HEURMIX},
+    {"XA_RETRY",                                     XA_RETRY},
+    {"XA_RDONLY",                                    XA_RDONLY},
+    {"XA_OK",                                        XA_OK},
+    {"XAER_ASYNC",                                   XAER_ASYNC},
+    {"XAER_RMERR",                                   XAER_RMERR},
+    {"XAER_NOTA",                                    XAER_NOTA},
+    {"XAER_INVAL",                                   XAER_INVAL},
+    {"XAER_PROTO",                                   XAER_PROTO},
+    {"XAER_RMFAIL",                                  XAER_RMFAIL},
+    {"XAER_DUPID",                                   XAER_DUPID},
+    {"XAER_OUTSIDE",                                 XAER_OUTSIDE},
+    {"XCRET_MATCH -- Found matching XID",            XCRET_MATCH},
+    {"XCRET_CONN -- Found unused connection",        XCRET_CONN},
+    {"XCRET_ASSOC -- Found associated connection",   XCRET_ASSOC},
+    {"XCRET_SUSPEND -- Found suspended connection",  XCRET_SUSPEND},
+    {"XCRET_RECOVER -- Found recovery connection",   XCRET_RECOVER},
+    {"XCRET_NOCONN -- No connection found",          XCRET_NOCONN},
+    {"XCRET_NOLRM -- No open resource found",        XCRET_NOLRM},
+    {nullptr,                                        0},
+};
+
+constexpr NamedCode xacmn_log_csrc_tbl[] = {
+    // name               code
+    {"CS_SUCCEED",        CS_SUCCEED},
+    {"CS_FAIL",           CS_FAIL},
+    {"CS_MEM_ERROR",      CS_MEM_ERROR},
+    {"CS_PENDING",        CS_PENDING},
+    {"CS_QUIET",          CS_QUIET},
+    {"CS_BUSY",           CS_BUSY},
+    {"CS_INTERRUPT",      CS_INTERRUPT},
+    {"CS_BLK_HAS_TEXT",   CS_BLK_HAS_TEXT},
+    {"CS_CONTINUE",       CS_CONTINUE},
+    {"CS_CANCELED",       CS_CANCELED},
+    {"CS_ROW_FAIL",       CS_ROW_FAIL},
+    {"CS_END_DATA",       CS_END_DATA},
+    {"CS_END_RESULTS",    CS_END_RESULTS},
+    {"CS_END_ITEM",       CS_END_ITEM},
+    {"CS_NOMSG",          CS_NOMSG},
+    {"CS_TIMED_OUT",      CS_TIMED_OUT},
+    {"CS_PASSTHRU_EOM",   CS_PASSTHRU_EOM},
+    {"CS_PASSTHRU_MORE",  CS_PASSTHRU_MORE},
+    {"CS_TRYING",         CS_TRYING},
+    {"CS_EBADPARAM",      CS_EBADPARAM},
+    {"CS_EBADLEN",        CS_EBADLEN},
+    {"CS_ENOCNVRT",       CS_ENOCNVRT},
+    {"CS_EOVERFLOW",      CS_EOVERFLOW},
+    {"CS_EUNDERFLOW",     CS_EUNDERFLOW},
+    {"CS_EPRECISION",     CS_EPRECISION},
+    {"CS_ESCALE",         CS_ESCALE},
+    {"CS_ESYNTAX",        CS_ESYNTAX},
+    {"CS_EFORMAT",        CS_EFORMAT},
+    {"CS_EDOMAIN",        CS_EDOMAIN},
+    {"CS_EDIVZERO",       CS_EDIVZERO},
+    {"CS_ERESOURC",       CS_ERESOURC},
+    {"CS_ENULLNOIND",     CS_ENULLNOIND},
+    {"CS_ETRUNCNOIND",    CS_ETRUNCNOIND},
+    {"CS_ENOBIND",        CS_ENOBIND},
+    {"CS_TRUNCATED",      CS_TRUNCATED},
+    {"CS_ESTYLE",         CS_ESTYLE},
+    {"CS_EBADXLT",        CS_EBADXLT},
+    {"CS_ENOXLT",         CS_ENOXLT},
+    {nullptr,             0},
+};
+// clang-format on
+
+constexpr int32_t text_size = 1024;
+constexpr int32_t longest_hex = 64;  // bytes shown of a value
+
+// The texts that decoders and entry lines hand out, one set for each thread that has asked for one. A key instead of
+// thread-local variables: when there is no memory for those, the loader ends the process.
+struct ThreadTexts {
+  using Text = char[text_size];
+  Text xalog_ent_buf;
+  Text xacmn_log_retbuf;
+  Text xacmn_log_dump_xarc_buf;
+  Text xacmn_log_dump_csrc_buf;
+  Text xacmn_log_dump_xaflags_buf;
+  Text xacmn_log_dump_xid_buf;
+};
+
+constexpr char no_room[] = "<no memory>";  // stands for any text of a thread that could get no set
+
+constinit pthread_once_t texts_once = PTHREAD_ONCE_INIT;
+constinit pthread_key_t texts_key{};
+constinit bool texts_have_key = false;
+
+void make_texts_key() {
+  texts_have_key = pthread_key_create(&texts_key, free) == 0;
+}
+
+// The calling thread's texts, null when there is no memory for them. They come from malloc, since they go with the
+// thread, when the common routines may be gone.
+ThreadTexts *texts_of_thread() {
+  pthread_once(&texts_once, make_texts_key);
+  if (!texts_have_key) {
+    return nullptr;
+  }
+  void *texts = pthread_getspecific(texts_key);
+  if (texts == nullptr) {
+    texts = calloc(1, sizeof(ThreadTexts));
+    if (texts != nullptr && pthread_setspecific(texts_key, texts) != 0) {
+      free(texts);
+      texts = nullptr;
+    }
+  }
+  return static_cast<ThreadTexts *>(texts);
+}
+
+// Formats into one of the thread's texts.
+[[gnu::format(printf, 2, 3)]] const char *formatted(ThreadTexts::Text ThreadTexts::*text, const char *format, ...) {
+  ThreadTexts *texts = texts_of_thread();
+  if (texts == nullptr) {
+    return no_room;
+  }
+  va_list values;
+  va_start(values, format);
+  vsnprintf(texts->*text, text_size, format, values);
+  va_end(values);
+  return texts->*text;
+}
+
+const char *name_of(const NamedCode *table, int32_t code) {
+  for (const NamedCode *row = table; row->name != nullptr; ++row) {
+    if (row->code == code) {
+      return row->name;
+    }
+  }
+  return "";
+}
+
+size_t keyword_length(const char *text) {
+  size_t length = 0;
+  while (text[length] != '\0' && isspace(static_cast<unsigned char>(text[length])) == 0) {
+    ++length;
+  }
+  return length;
+}
+
+}  // namespace
+
+extern "C" {
+
+// ---- Trace keywords -------------------------------------------------------------------------------------------------
+
+const char *xacmn_log_trace_add(const char *text) {
+  if (text == nullptr) {
+    return nullptr;
+  }
+  const size_t length = keyword_length(text);
+  for (const TraceKeyword *row = xacmn_log_trace_tbl; row->keyword != nullptr; ++row) {
+    if (strncmp(row->keyword, text, length) == 0) {
+      xacmn_log_tracing.fetch_or(row->bits, std::memory_order_relaxed);
+      break;
+    }
+  }
+  return text + length;
+}
+
+const char *xacmn_log_flags_set(const char *text) {
+  if (text == nullptr) {
+    return nullptr;
+  }
+  while (*text != '\0') {
+    if (text[0] == '-' && (text[1] == 'T' || text[1] == 't')) {
+      text = xacmn_log_trace_add(text + 2);
+    } else {
+      ++text;
+    }
+  }
+  return text;
+}
+
+// ---- Decoders -------------------------------------------------------------------------------------------------------
+
+const char *xacmn_log_dump_xarc(int32_t code) {
+  return formatted(&ThreadTexts::xacmn_log_dump_xarc_buf, "[%s]", name_of(xacmn_log_xarc_tbl, code));
+}
+
+const char *xacmn_log_dump_csrc(int32_t code) {
+  return formatted(&ThreadTexts::xacmn_log_dump_csrc_buf, "[%s]", name_of(xacmn_log_csrc_tbl, code));
+}
+
+const char *xacmn_log_xareturn(int32_t code) {
+  return formatted(&ThreadTexts::xacmn_log_retbuf, " retstat: %d (%s)", code, xacmn_log_dump_xarc(code));
+}
+
+const char *xacmn_log_csreturn(int32_t code) {
+  return formatted(&ThreadTexts::xacmn_log_retbuf, "return, retstat: %d (%s)", code, xacmn_log_dump_csrc(code));
+}
+
+const char *xacmn_log_hexreturn(int32_t value) {
+  if (value == 0) {
+    return "value: <nil>";
+  }
+  return formatted(&ThreadTexts::xacmn_log_retbuf, "value: %lx ",
+                   static_cast<unsigned long>(static_cast<uint32_t>(value)));
+}
+
+const char *xacmn_log_dump_xaflags(int32_t flags) {
+  ThreadTexts *texts = texts_of_thread();
+  if (texts == nullptr) {
+    return no_room;
+  }
+  char *out = texts->xacmn_log_dump_xaflags_buf;
+  *out++ = '[';
+  auto rest = static_cast<uint32_t>(flags);
+  for (const NamedCode *row = xacmn_log_xaflag_tbl; row->name != nullptr; ++row) {
+    const auto bit = static_cast<uint32_t>(row->code);
+    if ((rest & bit) == 0) {
+      continue;
+    }
+    if (out[-1] != '[') {
+      *out++ = '|';
+    }
+    const size_t length = strlen(row->name);
+    memcpy(out, row->name, length);
+    out += length;
+    rest &= ~bit;
+  }
+  *out++ = ']';
+  *out = '\0';
+  return texts->xacmn_log_dump_xaflags_buf;
+}
+
+char *xacmn_log_hex_sprintf(char *out, const void *bytes, int32_t count) {
+  static constexpr char digits[] = "0123456789ABCDEF";
+  if (out == nullptr) {
+    return nullptr;
+  }
+  const auto *from = static_cast<const unsigned char *>(bytes);
+  for (int32_t i = 0; from != nullptr && i < count && i < longest_hex; ++i) {
+    if (i > 0 && i % 4 == 0) {
+      *out++ = '.';
+    }
+    *out++ = digits[from[i] >> 4];
+    *out++ = digits[from[i] & 15];
+  }
+  *out = '\0';
+  return out;
+}
+
+const char *xacmn_log_dump_xid(const XID *xid) {
+  if (xid == nullptr) {
+    return "<nil>";
+  }
+  ThreadTexts *texts = texts_of_thread();
+  if (texts == nullptr) {
+    return no_room;
+  }
+  const int32_t gtrid = xid_clamped(xid->gtrid_length);
+  char *out = texts->xacmn_log_dump_xid_buf;
+  out += snprintf(out, text_size, "\t%d.%d.%d\n\t", xid->formatID, xid->gtrid_length, xid->bqual_length);
+  out = xacmn_log_hex_sprintf(out, xid->data, gtrid);
+  *out++ = '\n';
+  *out++ = '\t';
+  out = xacmn_log_hex_sprintf(out, xid->data + gtrid, xid_clamped(xid->bqual_length));
+  *out++ = '\n';
+  *out = '\0';
+  return texts->xacmn_log_dump_xid_buf;
+}
+
+// ---- Entry lines ----------------------------------------------------------------------------------------------------
+
+const char *xalog_entr_dft(int32_t rmid, int32_t flags, const XID *xid) {
+  return formatted(&ThreadTexts::xalog_ent_buf, "rmid: %d, flags:%s XID:%s", rmid, xacmn_log_dump_xaflags(flags),
+                   xacmn_log_dump_xid(xid));
+}
+
+const char *xalog_entr_recover(int32_t rmid, int32_t flags, int32_t count) {
+  return formatted(&ThreadTexts::xalog_ent_buf, "rmid: %d, flags:%s, count: %d", rmid, xacmn_log_dump_xaflags(flags),
+                   count);
+}
+
+const char *xalog_entr_info(int32_t rmid, int32_t flags, const char *info) {
+  return formatted(&ThreadTexts::xalog_ent_buf, "rmid: %d, flags:%s, info: %s", rmid, xacmn_log_dump_xaflags(flags),
+                   info != nullptr ? info : "<nil>");
+}
+
+const char *xalog_xa_name(int32_t index) {
+  static constexpr const char *names[] = {"xa_open",   "xa_close",    "xa_start",    "xa_end",    "xa_prepare",
+                                          "xa_commit", "xa_rollback", "xa_complete", "xa_forget", "xa_recover"};
+  constexpr auto count = static_cast<int32_t>(sizeof names / sizeof names[0]);
+  return index >= 0 && index < count ? names[index] : "unknown";
+}
+
+}  // extern "C"
