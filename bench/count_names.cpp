@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "dtm/xal_dtm.h"
+#include "record/xal_record.h"
 
 int main(int argc, char **argv) {
   const bool decode = argc > 1 && strcmp(argv[1], "decode") == 0;

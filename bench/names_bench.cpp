@@ -6,6 +6,7 @@
 
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
+#include "record/xal_record.h"
 
 namespace {
 

@@ -5,7 +5,9 @@
 
 #include <cstdint>
 
-#include "connections/xal_conn.h"
+#include "quillet.h"
+#include "record/xal_record.h"
+#include "record/xal_results.h"
 
 class TraceScope;
 
@@ -148,5 +150,7 @@ int32_t xa_dtm_terminate_scan(XA_CONNECTION *conn);
 // Takes one row of the scan over; true when it names a branch of the LRM and its XID was stored.
 bool dtm_accept_row(const TraceScope &trace, const char *own_lrm, const char *text, XID &xid);
 
+// Sets the login properties and logs in, once more without failover when the first login fails.
+int32_t xa__dtm_connect(XA_CONNECTION *conn);
 // 0 when the new connection can be used for DTM work, else XAER_RMERR or XAER_RMFAIL.
 int32_t xa__dtm_check(XA_CONNECTION *conn);

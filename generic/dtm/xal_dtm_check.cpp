@@ -2,6 +2,8 @@
 // the login must be allowed to call the DTM procedures. The second is tried with a branch that cannot exist.
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
+#include "quillet.h"
+#include "record/xal_record.h"
 #include "registry/xal_registry.h"
 
 namespace {

@@ -2,6 +2,7 @@
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
 #include "personality/xal_personality.h"
+#include "record/xal_record.h"
 
 namespace {
 

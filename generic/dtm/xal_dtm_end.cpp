@@ -1,6 +1,7 @@
 // Ending the work on a branch: always a detach, with the state that the flags ask for.
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
+#include "record/xal_record.h"
 
 int32_t xa__dtm_end(XA_CONNECTION *conn, const XID *xid, int32_t flags) {
   const TraceScope trace("xa__dtm_end", TRACE_ZDB);

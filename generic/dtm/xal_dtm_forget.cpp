@@ -2,6 +2,7 @@
 // branch that has one.
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
+#include "record/xal_record.h"
 
 int32_t xa__dtm_forget(XA_CONNECTION *conn, const XID *xid) {
   const TraceScope trace("xa__dtm_forget", TRACE_ZDB);

@@ -7,6 +7,8 @@
 
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
+#include "quillet.h"
+#include "record/xal_record.h"
 
 namespace {
 

@@ -2,6 +2,8 @@
 // failover when it fails. The password reaches no log line.
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
+#include "quillet.h"
+#include "record/xal_record.h"
 #include "registry/xal_registry.h"
 
 namespace {

@@ -7,9 +7,12 @@
 #include <cctype>
 #include <cstring>
 
+#include "config/xal_open_string.h"
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
-#include "personality/xal_personality.h"
+#include "quillet.h"
+#include "record/xal_record.h"
+#include "record/xal_results.h"
 #include "registry/xal_registry.h"
 
 namespace {

@@ -11,6 +11,9 @@
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
 #include "personality/xal_personality.h"
+#include "quillet.h"
+#include "record/xal_record.h"
+#include "record/xal_results.h"
 
 namespace {
 

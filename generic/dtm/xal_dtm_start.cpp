@@ -1,6 +1,7 @@
 // Starting a branch on the server: begin for a new one, attach for a join or a resume.
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
+#include "record/xal_record.h"
 
 int32_t xa__dtm_start(XA_CONNECTION *conn, const XID *xid, int32_t flags) {
   const TraceScope trace("xa__dtm_start", TRACE_ZDB);

@@ -12,6 +12,9 @@
 #include <set>
 
 #include "config/xal_config.h"
+#include "config/xal_open_string.h"
+#include "config/xal_settings.h"
+#include "connections/xal_conn.h"
 #include "log/xal_log.h"
 #include "personality/xal_personality.h"
 

@@ -13,8 +13,11 @@
 
 #include "common_control.h"
 #include "config/xal_config.h"
+#include "connections/xal_conn.h"
+#include "connections/xal_context.h"
 #include "log/xal_log.h"
 #include "personality/xal_threads.h"
+#include "record/xal_record.h"
 #include "verbs/xal_verbs.h"
 
 namespace fake {

@@ -9,6 +9,7 @@
 
 #include "fake_client.h"
 #include "personality/xal_personality.h"
+#include "record/xal_record.h"
 #include "registry/xal_registry.h"
 
 namespace fake {

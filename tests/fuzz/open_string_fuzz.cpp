@@ -8,6 +8,7 @@
 #include <string>
 
 #include "config/xal_config.h"
+#include "config/xal_open_string.h"
 #include "fake_client.h"
 #include "fuzz.h"
 #include "library_state.h"

@@ -5,11 +5,12 @@
 #include <cstring>
 #include <string>
 
-#include "connections/xal_conn.h"
 #include "dtm/xal_dtm.h"
 #include "fuzz.h"
 #include "library_state.h"
 #include "log/xal_log.h"
+#include "record/xal_record.h"
+#include "xid/xal_xid.h"
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "common_control.h"
+#include "connections/xal_context.h"
 #include "quillet.h"
 #include "quillet_control.h"
 #include "registry/xal_registry.h"

@@ -17,6 +17,7 @@
 #include "personality/xal_personality.h"
 #include "personality/xal_threads.h"
 #include "quillet_control.h"
+#include "record/xal_record.h"
 
 namespace {
 

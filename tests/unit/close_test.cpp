@@ -5,7 +5,10 @@
 #include <cstring>
 #include <utility>
 
+#include "connections/xal_conn.h"
+#include "connections/xal_context.h"
 #include "log/xal_log.h"
+#include "record/xal_record.h"
 #include "scene.h"
 
 using namespace fake;

@@ -9,6 +9,8 @@
 
 #include "common_control.h"
 #include "config/xal_config.h"
+#include "config/xal_open_string.h"
+#include "config/xal_settings.h"
 #include "log/xal_log.h"
 #include "scene.h"
 

@@ -7,8 +7,11 @@
 
 #include "common_control.h"
 #include "config/xal_config.h"
+#include "config/xal_settings.h"
+#include "connections/xal_conn.h"
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
+#include "record/xal_record.h"
 #include "scene.h"
 
 using namespace fake;

@@ -5,6 +5,8 @@
 
 #include "common_control.h"
 #include "dtm/xal_dtm.h"
+#include "record/xal_record.h"
+#include "record/xal_results.h"
 #include "scene.h"
 
 using namespace fake;

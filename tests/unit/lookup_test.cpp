@@ -5,8 +5,12 @@
 
 #include "common_control.h"
 #include "config/xal_config.h"
+#include "config/xal_settings.h"
+#include "connections/xal_conn.h"
+#include "connections/xal_context.h"
 #include "log/xal_log.h"
 #include "personality/xal_threads.h"
+#include "record/xal_record.h"
 #include "scene.h"
 
 using namespace fake;

@@ -5,6 +5,7 @@
 
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
+#include "record/xal_record.h"
 #include "scene.h"
 
 using namespace fake;

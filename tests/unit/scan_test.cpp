@@ -4,7 +4,9 @@
 #include <cstring>
 
 #include "dtm/xal_dtm.h"
+#include "record/xal_record.h"
 #include "scene.h"
+#include "xid/xal_xid.h"
 
 using namespace fake;
 

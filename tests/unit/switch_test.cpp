@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "config/xal_config.h"
+#include "connections/xal_context.h"
 #include "log/xal_log.h"
 #include "personality/xal_threads.h"
 #include "registry/xal_registry.h"

@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <vector>
 
+#include "connections/xal_conn.h"
 #include "log/xal_log.h"
+#include "record/xal_record.h"
 #include "scene.h"
 #include "xadtm.h"
 

@@ -5,7 +5,9 @@
 #include <random>
 
 #include "dtm/xal_dtm.h"
+#include "record/xal_record.h"
 #include "scene.h"
+#include "xid/xal_xid.h"
 
 using namespace fake;
 

@@ -7,9 +7,11 @@
 
 #include <cstring>
 
+#include "common_routines.h"
+#include "config/xal_open_string.h"
+#include "config/xal_settings.h"
 #include "log/xal_log.h"
 #include "personality/xal_personality.h"
-#include "registry/xal_registry.h"
 
 constinit char xa_config_file[XAL_PATH_SIZE] = "";
 

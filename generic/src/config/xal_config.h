@@ -1,20 +1,16 @@
-// Configuration: the open string, the file xa_config with its [all] and [xa] sections, and the keyword tables that turn
+// Configuration: the file xa_config with its [all] and [xa] sections, and the keyword tables that turn
 // texts into settings rows. Runs under the serialisation mutex.
 #pragma once
 
 #include <cstdint>
 
 #include "common_routines.h"
-#include "connections/xal_conn.h"
+#include "config/xal_settings.h"
 
 inline constexpr int32_t XAL_PATH_SIZE = 1024;
 
 // The configuration file's path once a search has found one, else empty.
 extern char xa_config_file[XAL_PATH_SIZE];
-
-// Reads the values that name an LRM from an open string. Each output is a 32-byte field or null. XA_OK, or XAER_INVAL
-// when anything was wrong; every problem is logged and values after the first error are not stored.
-int32_t xacmn_parse_open_info(const char *info, char *name, char *user, char *password, char *key, char *server);
 
 // Finds and reads the configuration file, opens the log and sets the trace mask: 1, or 0 on failure.
 int32_t xal_configure(const char *open_string, XA_SETTING *settings);

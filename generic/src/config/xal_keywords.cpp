@@ -2,8 +2,11 @@
 // turns one "keyword=value" text into a row of a settings list. All tables are constant.
 #include <cstring>
 
+#include "common_routines.h"
 #include "config/xal_config.h"
+#include "config/xal_settings.h"
 #include "log/xal_log.h"
+#include "quillet.h"
 
 namespace {
 

@@ -5,6 +5,8 @@
 // are filled once, under the serialisation mutex. The callbacks run in the connecting thread and only write the log.
 #include "connections/xal_conn.h"
 #include "log/xal_log.h"
+#include "quillet.h"
+#include "record/xal_record.h"
 
 namespace {
 

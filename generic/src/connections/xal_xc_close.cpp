@@ -6,7 +6,8 @@
 #include "connections/xal_conn.h"
 #include "log/xal_log.h"
 #include "personality/xal_personality.h"
-#include "registry/xal_registry.h"
+#include "quillet.h"
+#include "record/xal_record.h"
 
 namespace {
 

@@ -11,7 +11,9 @@
 #include "log/xal_log.h"
 #include "personality/xal_personality.h"
 #include "personality/xal_threads.h"
+#include "record/xal_record.h"
 #include "registry/xal_registry.h"
+#include "xid/xal_xid.h"
 
 namespace {
 
@@ -196,11 +198,6 @@ void xc_await_branch(const XA_CONNECTION *conn, const XID &xid) {
     }
     at = at->xc_next;
   }
-}
-
-bool xid_equal(const XID &left, const XID &right) {
-  return left.formatID == right.formatID && left.formatID != -1 && left.gtrid_length == right.gtrid_length &&
-         left.bqual_length == right.bqual_length && memcmp(left.data, right.data, xid_data_size(left)) == 0;
 }
 
 void xc_hold(XA_CONNECTION *conn) {

@@ -6,11 +6,15 @@
 // that is being reopened.
 #include "common_routines.h"
 #include "config/xal_config.h"
+#include "config/xal_settings.h"
 #include "connections/xal_conn.h"
+#include "connections/xal_context.h"
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
 #include "personality/xal_personality.h"
 #include "personality/xal_threads.h"
+#include "quillet.h"
+#include "record/xal_record.h"
 #include "registry/xal_registry.h"
 
 namespace {

@@ -1,8 +1,11 @@
 // Settings rows: the library's own list, and the one routine that applies a list's rows to the client-library context
 // or to a connection. Called while connecting and by the context's set-up, under the serialisation mutex.
+#include "config/xal_settings.h"
 #include "connections/xal_conn.h"
+#include "connections/xal_context.h"
 #include "log/xal_log.h"
-#include "registry/xal_registry.h"
+#include "quillet.h"
+#include "record/xal_record.h"
 
 namespace {
 

@@ -14,6 +14,7 @@
 #include "connections/xal_conn.h"
 #include "log/xal_log.h"
 #include "quillet.h"
+#include "xid/xal_xid.h"
 
 namespace {
 

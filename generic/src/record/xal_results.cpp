@@ -5,10 +5,13 @@
 // straight; results of several columns branch off it.
 //
 // The caller holds the serialisation mutex; only xa__conn_discard_results gives it up, since draining may block.
+#include <cstring>
+
 #include "common_routines.h"
-#include "connections/xal_conn.h"
 #include "log/xal_log.h"
 #include "personality/xal_personality.h"
+#include "quillet.h"
+#include "record/xal_results.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
-// The process's client-library context and the registry of open resource managers.
+// The registry of open resource managers.
 //
-// Owns xl_context and _xal_all_threads. Everything runs under the serialisation mutex; the list's and the records' own
+// Owns _xal_all_threads. Everything runs under the serialisation mutex; the list's and the records' own
 // handles are placeholders. Before a flavour is active there is no identity to look under, so lookups find nothing.
 // THREAD_LIST nodes are never freed; an XA_LRMINFO lives from xal_addlrm to xal_freelrm.
-// Sections: identities and lists; the context; the registry.
+// Sections: identities and lists; the registry.
 #include <cstdio>
 #include <cstring>
 
@@ -14,11 +14,11 @@
 #include "personality/xal_threads.h"
 #include "registry/xal_registry.h"
 
-constinit CS_CONTEXT *xl_context = nullptr;
+#include "config/xal_open_string.h"
+#include "quillet.h"
 
 namespace {
 
-constexpr int32_t version_size = 1024;
 constexpr int32_t values_text_size = 4 * XAL_FIELD_SIZE + 64;
 
 struct ThreadListHead {
@@ -84,25 +84,6 @@ class ListScope {
   ListScope(const ListScope &) = delete;
   ListScope &operator=(const ListScope &) = delete;
 };
-
-// ---- The context ----------------------------------------------------------------------------------------------------
-
-void log_version(const TraceScope &trace) {
-  char text[version_size] = "";
-  int32_t length = 0;
-  if (ct_config(xl_context, CS_GET, QLT_PROP_VERSION_TEXT, text, version_size - 1, &length) != CS_SUCCEED) {
-    trace.note()("Unable to get Quillet version string");
-    return;
-  }
-  text[length < 0 ? 0 : (length >= version_size ? version_size - 1 : length)] = '\0';
-  trace.message()("Quillet %s", text);
-}
-
-bool apply_context_settings(const XA_SETTING *settings) {
-  return xc_set_values(nullptr, dtm_set_list, XS_CTX | XS_DEFAULT) == 1 &&
-         xc_set_values(nullptr, settings, XS_CTX | XS_USER) == 1 &&
-         xc_set_values(nullptr, dtm_set_list, XS_CTX | XS_FORCED) == 1;
-}
 
 // ---- The registry ---------------------------------------------------------------------------------------------------
 
@@ -267,30 +248,6 @@ void free_lrm(XA_LRMINFO *lrm) {
 }
 
 }  // namespace
-
-int32_t xl_init(const XA_SETTING *settings) {
-  const TraceScope trace("xl_init", TRACE_RM);
-  CS_CONTEXT *context = nullptr;
-  if (cs_ctx_global(QLT_VERSION, &context) != CS_SUCCEED) {
-    trace.error()("Failed to get the global context!");
-    return trace.cs(CS_FAIL);
-  }
-  trace.event()("Initializing");
-  if (ct_init(context, QLT_VERSION) != CS_SUCCEED) {
-    trace.error()("ct_init() failed!");
-    return trace.cs(CS_FAIL);
-  }
-  xl_context = context;
-  log_version(trace);
-  if (cs_diag(xl_context, CS_INIT, QLT_UNUSED, QLT_UNUSED, nullptr) != CS_SUCCEED) {
-    trace.error()("cs_diag(CS_INIT) failed!");
-    return trace.cs(CS_FAIL);
-  }
-  if (!apply_context_settings(settings)) {
-    return trace.cs(CS_FAIL);
-  }
-  return trace.cs(CS_SUCCEED);
-}
 
 XA_LRMINFO *xal_peeklrm(int32_t rmid) {
   XA_THRDID identity;

@@ -1,14 +1,19 @@
-// The process's client-library context and the registry of open resource managers: per thread identity the rmids, per
-// rmid one XA_LRMINFO with its connections. Everything here runs under the serialisation mutex; the records' own
+// The registry of open resource managers: per thread identity the rmids, per rmid one XA_LRMINFO with the list of its
+// connections. Everything here runs under the serialisation mutex; the records' own
 // handles are placeholder mutexes, taken and released in the order list before record.
 #pragma once
 
 #include <cstdint>
 
-#include "connections/xal_conn.h"
+#include "config/xal_open_string.h"
 #include "personality/xal_personality.h"
 
-inline constexpr int32_t XAL_FIELD_SIZE = 32;  // bytes of an LRM's text fields, the terminating zero included
+// The links of a connection in its LRM's circular list; the list's head is a pair of links that an empty list points
+// at.
+struct XC_LINKS {
+  XC_LINKS *xc_next;
+  XC_LINKS *xc_prev;
+};
 
 // One open resource manager. Freed by xal_freelrm only, when it has no connection and none is being made.
 struct xa_lrminfo {
@@ -47,12 +52,6 @@ struct THREAD_LIST : TL_LINKS {
   XA_THRDID tl_thrdid;
 };
 
-// Set by xl_init once it is initialised, used by every connection, never released.
-extern CS_CONTEXT *xl_context;
-
-// Sets the context up and applies the context settings: 1, or 0 at the first step that fails. To be tried again for as
-// long as there is no context.
-int32_t xl_init(const XA_SETTING *settings);
 // The record of rmid for the calling thread identity, its mutex taken, or null.
 XA_LRMINFO *xal_getlrm(int32_t rmid);
 // The same without its mutex and without a trace, for looks that are no lookups; null as well.

@@ -8,6 +8,11 @@
 #include <cstring>
 
 #include "common_routines.h"
+#include "connections/xal_context.h"
+#include "log/xal_log.h"
+#include "personality/xal_personality.h"
+#include "quillet.h"
+#include "record/xal_record.h"
 #include "registry/xal_registry.h"
 #include "switches/xal_flavour_threads.h"
 

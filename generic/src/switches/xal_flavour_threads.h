@@ -6,7 +6,7 @@
 
 #include "log/xal_log.h"
 #include "personality/xal_personality.h"
-#include "personality/xal_threads.h"
+#include "quillet.h"
 
 // Names under which a flavour's operations write their log lines.
 struct FlavourNames {

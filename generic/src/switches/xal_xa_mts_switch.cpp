@@ -1,6 +1,13 @@
 // The MTS flavour: its personality record, switch record and entry functions, and the statement numbers that only MTS
 // hands out. All threads share one identity; connections are published under the LRM's name and lookup key; the
 // caller's XIDs are copied, since this transaction manager passes records that end with their data.
+#include "connections/xal_conn.h"
+#include "log/xal_log.h"
+#include "personality/xal_personality.h"
+#include "personality/xal_threads.h"
+#include "quillet.h"
+#include "record/xal_record.h"
+#include "registry/xal_registry.h"
 #include "switches/xal_flavour_entries.h"
 #include "switches/xal_flavour_objects.h"
 

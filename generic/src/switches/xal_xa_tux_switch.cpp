@@ -1,6 +1,11 @@
 // The TUX flavour: its two personality records (threaded and non-threaded, chosen at start-up by whether the client
 // library has thread support), the null operations of the non-threaded one, switch record and entry functions. All
 // threads share one identity; connections are published under the LRM's name.
+#include "log/xal_log.h"
+#include "personality/xal_personality.h"
+#include "personality/xal_threads.h"
+#include "quillet.h"
+#include "registry/xal_registry.h"
 #include "switches/xal_flavour_entries.h"
 #include "switches/xal_flavour_objects.h"
 

@@ -1,5 +1,10 @@
 // The TXS flavour: its personality record, switch record and entry functions. Every thread has its own identity, and so
 // its own resource managers and connections; connections are published under the LRM's name and the thread's identity.
+#include "log/xal_log.h"
+#include "personality/xal_personality.h"
+#include "personality/xal_threads.h"
+#include "quillet.h"
+#include "registry/xal_registry.h"
 #include "switches/xal_flavour_entries.h"
 #include "switches/xal_flavour_objects.h"
 

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <span>
 
-#include "connections/xal_conn.h"
 #include "log/xal_log.h"
+#include "record/xal_record.h"
 
 // True when the flag word is one of the list's exact words.
 inline bool flags_accepted(std::span<const int32_t> valid, int32_t flags) {

@@ -1,6 +1,7 @@
 // xa_commit: commits a branch, prepared or in one phase. With TMNOWAIT alone it sends nothing while the server still
 // has the branch attached.
 #include "dtm/xal_dtm.h"
+#include "record/xal_record.h"
 #include "verbs/xal_verbs.h"
 
 namespace {

@@ -1,10 +1,13 @@
 // xa_end: ends the association of a branch with a connection. A plain suspend stays in the library, and a resume in the
 // same thread identity undoes it without asking the server; everything else is told to the server and frees the
 // connection.
+#include "connections/xal_conn.h"
+#include "connections/xal_context.h"
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
 #include "personality/xal_personality.h"
-#include "registry/xal_registry.h"
+#include "quillet.h"
+#include "record/xal_record.h"
 #include "verbs/xal_verbs.h"
 
 namespace {

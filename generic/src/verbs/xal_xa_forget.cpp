@@ -1,5 +1,6 @@
 // xa_forget: lets the server forget a heuristically completed branch.
 #include "dtm/xal_dtm.h"
+#include "record/xal_record.h"
 #include "verbs/xal_verbs.h"
 
 namespace {

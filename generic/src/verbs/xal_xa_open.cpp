@@ -4,9 +4,13 @@
 // Runs under the serialisation mutex; the installation and the flavour check are bracketed by the given personality's
 // global lock as well.
 #include "config/xal_config.h"
+#include "config/xal_settings.h"
+#include "connections/xal_conn.h"
+#include "connections/xal_context.h"
 #include "log/xal_log.h"
 #include "personality/xal_personality.h"
 #include "personality/xal_threads.h"
+#include "record/xal_record.h"
 #include "registry/xal_registry.h"
 #include "verbs/xal_verbs.h"
 

@@ -1,5 +1,6 @@
 // xa_prepare: asks the server to get a branch ready to commit.
 #include "dtm/xal_dtm.h"
+#include "record/xal_record.h"
 #include "verbs/xal_verbs.h"
 
 namespace {

@@ -1,6 +1,8 @@
 // xa_recover: hands out the XIDs of the server's in-doubt branches, in a scan that may span several calls. The scan
 // lives on one connection, in XCS_RECOVER between the calls, so that no other call takes it.
+#include "connections/xal_conn.h"
 #include "dtm/xal_dtm.h"
+#include "record/xal_record.h"
 #include "verbs/xal_verbs.h"
 
 namespace {

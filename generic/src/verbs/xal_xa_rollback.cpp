@@ -1,5 +1,6 @@
 // xa_rollback: rolls a branch back; one that is still associated or suspended here is ended with TMFAIL first.
 #include "dtm/xal_dtm.h"
+#include "record/xal_record.h"
 #include "verbs/xal_verbs.h"
 
 namespace {

@@ -3,12 +3,15 @@
 // The steps, in order: deal with a connection that is still associated; pick the connection; put the XID on it; look
 // for suspended branches before a join; start the branch on the server; publish the connection. The connection is held
 // from the lookup to the end; what is not held is looked up again after every nested verb and every pause.
+#include "connections/xal_conn.h"
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
 #include "personality/xal_personality.h"
 #include "personality/xal_threads.h"
-#include "registry/xal_registry.h"
+#include "quillet.h"
+#include "record/xal_record.h"
 #include "verbs/xal_verbs.h"
+#include "xid/xal_xid.h"
 
 namespace {
 
