@@ -8,12 +8,12 @@
 #include <cstddef>
 #include <cstring>
 
+#include "base/xal_xid.h"
 #include "config/xal_open_string.h"
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
 #include "record/xal_record.h"
 #include "registry/xal_registry.h"
-#include "xid/xal_xid.h"
 
 namespace {
 

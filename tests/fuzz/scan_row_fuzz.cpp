@@ -5,12 +5,12 @@
 #include <cstring>
 #include <string>
 
+#include "base/xal_xid.h"
 #include "dtm/xal_dtm.h"
 #include "fuzz.h"
 #include "library_state.h"
 #include "log/xal_log.h"
 #include "record/xal_record.h"
-#include "xid/xal_xid.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 
 #include <cstring>
 
+#include "base/xal_xid.h"
 #include "dtm/xal_dtm.h"
 #include "record/xal_record.h"
 #include "scene.h"
-#include "xid/xal_xid.h"
 
 using namespace fake;
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "base/xal_lookup_results.h"
 #include "config/xal_settings.h"
 #include "quillet.h"
 #include "record/xal_record.h"
@@ -17,22 +18,6 @@ inline constexpr uint32_t XCF_OPEN = 0x08;
 inline constexpr uint32_t XCF_ASSOC = 0x10;
 inline constexpr uint32_t XCF_SUSPEND = 0x20;
 inline constexpr uint32_t XCF_RECOVER = 0x40;
-
-// Lookup results of xc_get; those below XCRET_NOCONN hand out a connection, which the caller then holds.
-inline constexpr int32_t XCRET_FIRST = 2000;
-inline constexpr int32_t XCRET_MATCH = 2001;
-inline constexpr int32_t XCRET_CONN = 2002;
-inline constexpr int32_t XCRET_ASSOC = 2003;
-inline constexpr int32_t XCRET_SUSPEND = 2004;
-inline constexpr int32_t XCRET_RECOVER = 2005;
-inline constexpr int32_t XCRET_LAST = 2100;
-inline constexpr int32_t XCRET_NOCONN = 2101;
-inline constexpr int32_t XCRET_NOLRM = 2102;
-
-// True when a lookup result handed out a connection.
-inline bool xc_handed_out(int32_t result) {
-  return result >= XCRET_FIRST && result < XCRET_LAST;
-}
 
 // ---- Lookup ---------------------------------------------------------------------------------------------------------
 

@@ -6,6 +6,7 @@
 #include <cassert>
 #include <ctime>
 
+#include "base/xal_xid.h"
 #include "common_routines.h"
 #include "connections/xal_conn.h"
 #include "log/xal_log.h"
@@ -13,7 +14,6 @@
 #include "personality/xal_threads.h"
 #include "record/xal_record.h"
 #include "registry/xal_registry.h"
-#include "xid/xal_xid.h"
 
 namespace {
 

@@ -11,10 +11,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "connections/xal_conn.h"
+#include "base/xal_lookup_results.h"
+#include "base/xal_xid.h"
 #include "log/xal_log.h"
 #include "quillet.h"
-#include "xid/xal_xid.h"
 
 namespace {
 

@@ -8,13 +8,13 @@
 
 #include <cstring>
 
+#include "base/xal_xid.h"
 #include "connections/xal_conn.h"
 #include "log/xal_log.h"
 #include "personality/xal_personality.h"
 #include "quillet.h"
 #include "switches/xal_flavour_threads.h"
 #include "xadtm.h"
-#include "xid/xal_xid.h"
 
 // Whether a start-up may make the serialisation mutex: there is none, and nobody goes without one, as TUX does on a
 // client library without thread support. The caller holds the global lock.

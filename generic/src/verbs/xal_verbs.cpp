@@ -5,11 +5,11 @@
 // and leaves the branch's XID on it, so that the next verb for the branch finds the same connection.
 #include "verbs/xal_verbs.h"
 
+#include "base/xal_xid.h"
 #include "connections/xal_conn.h"
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
 #include "record/xal_record.h"
-#include "xid/xal_xid.h"
 
 namespace {
 

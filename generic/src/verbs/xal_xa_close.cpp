@@ -1,13 +1,13 @@
 // xa_close: closes all connections of a resource manager in the calling thread identity and removes it.
 //
 // A connection that another thread is at work on is left alone, and so the resource manager stays: XAER_PROTO.
+#include "base/xal_xid.h"
 #include "connections/xal_conn.h"
 #include "dtm/xal_dtm.h"
 #include "personality/xal_personality.h"
 #include "record/xal_record.h"
 #include "registry/xal_registry.h"
 #include "verbs/xal_verbs.h"
-#include "xid/xal_xid.h"
 
 namespace {
 

@@ -3,6 +3,7 @@
 // The steps, in order: deal with a connection that is still associated; pick the connection; put the XID on it; look
 // for suspended branches before a join; start the branch on the server; publish the connection. The connection is held
 // from the lookup to the end; what is not held is looked up again after every nested verb and every pause.
+#include "base/xal_xid.h"
 #include "connections/xal_conn.h"
 #include "dtm/xal_dtm.h"
 #include "log/xal_log.h"
@@ -11,7 +12,6 @@
 #include "quillet.h"
 #include "record/xal_record.h"
 #include "verbs/xal_verbs.h"
-#include "xid/xal_xid.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Comparing XIDs, which lookups do for every connection they pass.
-#include "xid/xal_xid.h"
+#include "base/xal_xid.h"
 
 bool xid_equal(const XID &left, const XID &right) {
   return left.formatID == right.formatID && left.formatID != -1 && left.gtrid_length == right.gtrid_length &&
