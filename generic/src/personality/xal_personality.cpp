@@ -2,9 +2,12 @@
 // serialisation mutex and the flavours' start-up states. All of it is statically initialised and never freed.
 #include "personality/xal_personality.h"
 
-constexpr XA_PERSONALITY trvxal_nil_personality = {XATM_NONE, 0,       nullptr, nullptr, nullptr, nullptr, nullptr,
-                                                   nullptr,   nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                                   nullptr,   nullptr, nullptr, nullptr, nullptr};
+// No flavour: there is no operation to be called.
+constexpr XA_PERSONALITY trvxal_nil_personality = [] {
+  XA_PERSONALITY none{};
+  none.tm_type = XATM_NONE;
+  return none;
+}();
 
 constinit std::atomic<const XA_PERSONALITY *> trvxal_tm_personality{&trvxal_nil_personality};
 

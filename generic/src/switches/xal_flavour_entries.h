@@ -1,5 +1,5 @@
-// The entry functions of a flavour's switch record, one body for all flavours: the start-up that the first xa_open
-// runs, and the serialisation mutex around every generic entry point.
+// What is behind the entry functions of a flavour's switch record, one body for all flavours: the start-up that the
+// first xa_open runs, and the serialisation mutex around every generic entry point.
 //
 // The start-up states, the creation of mutexes and the selection of the personality are guarded by the global lock. A
 // mutex is made once and kept, whatever becomes of the start-up that made it: the client library has only so many, and
@@ -217,36 +217,3 @@ inline int32_t serialised_complete(int32_t *handle, int32_t *result, int32_t rmi
   const SerialisedCall call;
   return call.entered() ? xa_complete(handle, result, rmid, flags) : XAER_PROTO;
 }
-
-#define XAL_EXPORT_BRANCH_VERB(prefix, Flavour, verb)                    \
-  int32_t prefix##_##verb(const XID *xid, int32_t rmid, int32_t flags) { \
-    return flavour_branch_verb<Flavour, verb>(xid, rmid, flags);         \
-  }
-
-#define XAL_EXPORT_ENTRIES(prefix, Flavour)                                                     \
-  int32_t prefix##_xa_open(const char *info, int32_t rmid, int32_t flags) {                     \
-    return flavour_open<Flavour>(info, rmid, flags);                                            \
-  }                                                                                             \
-  int32_t prefix##_xa_close(const char *info, int32_t rmid, int32_t flags) {                    \
-    return serialised_close(info, rmid, flags);                                                 \
-  }                                                                                             \
-  XAL_EXPORT_BRANCH_VERB(prefix, Flavour, xa_start)                                             \
-  XAL_EXPORT_BRANCH_VERB(prefix, Flavour, xa_end)                                               \
-  XAL_EXPORT_BRANCH_VERB(prefix, Flavour, xa_rollback)                                          \
-  XAL_EXPORT_BRANCH_VERB(prefix, Flavour, xa_prepare)                                           \
-  XAL_EXPORT_BRANCH_VERB(prefix, Flavour, xa_commit)                                            \
-  int32_t prefix##_xa_recover(XID *xids, int32_t count, int32_t rmid, int32_t flags) {          \
-    return serialised_recover(xids, count, rmid, flags);                                        \
-  }                                                                                             \
-  XAL_EXPORT_BRANCH_VERB(prefix, Flavour, xa_forget)                                            \
-  int32_t prefix##_xa_complete(int32_t *handle, int32_t *result, int32_t rmid, int32_t flags) { \
-    return serialised_complete(handle, result, rmid, flags);                                    \
-  }
-
-// A flavour's switch record: the entries stand in the XA standard's order, rollback before prepare and commit.
-#define XAL_SWITCH_RECORD(prefix)                                                                               \
-  {                                                                                                             \
-    "TARVEX_XA_SERVER", TMNOFLAGS, 0, prefix##_xa_open, prefix##_xa_close, prefix##_xa_start, prefix##_xa_end,  \
-        prefix##_xa_rollback, prefix##_xa_prepare, prefix##_xa_commit, prefix##_xa_recover, prefix##_xa_forget, \
-        prefix##_xa_complete                                                                                    \
-  }

@@ -113,20 +113,3 @@ inline KeyOutcome thread_key(int32_t identified, QLT_OBJECT_NAME &name, XA_THRDI
   name.thread = identity.tid_len > 0 ? identity.tid_bytes : nullptr;
   return {true, CS_SUCCEED};
 }
-
-#define XAL_DEFINE_OBJECTS(prefix, Flavour)                \
-  int32_t _##prefix##_cs_obj_insert(XA_CONNECTION *conn) { \
-    return FlavourObjects<Flavour>::insert(conn);          \
-  }                                                        \
-  int32_t _##prefix##_cs_obj_clear(XA_CONNECTION *conn) {  \
-    return FlavourObjects<Flavour>::clear(conn);           \
-  }                                                        \
-  int32_t _##prefix##_cs_obj_get() {                       \
-    return FlavourObjects<Flavour>::get();                 \
-  }                                                        \
-  int32_t _##prefix##_xa_conn_init(XA_CONNECTION *conn) {  \
-    return FlavourObjects<Flavour>::conn_init(conn);       \
-  }                                                        \
-  int32_t _##prefix##_xa_conn_free(XA_CONNECTION *conn) {  \
-    return FlavourObjects<Flavour>::conn_free(conn);       \
-  }

@@ -17,8 +17,25 @@ constinit QLT_THREAD_TABLE _xa__mts_threadfn{};
 constinit int32_t _xa_mts_init_mutexp = 0;
 
 struct Mts {
-  static constexpr FlavourNames names =
-      XAL_FLAVOUR_NAMES(trvmts, "trvmts_cs_obj_insert", "_trvmts_cs_obj_get", "trv_mts_xa_open");
+  static constexpr FlavourNames names = {
+      .lock_global = "_trvmts_lock_global",
+      .unlock_global = "_trvmts_unlock_global",
+      .create_mutex = "_trvmts_create_mutex",
+      .delete_mutex = "_trvmts_delete_mutex",
+      .take_mutex = "_trvmts_take_mutex",
+      .release_mutex = "_trvmts_release_mutex",
+      .create_event = "_trvmts_create_event",
+      .delete_event = "_trvmts_delete_event",
+      .signal_event = "_trvmts_signal_event",
+      .waitfor_event = "_trvmts_waitfor_event",
+      .reset_event = "_trvmts_reset_event",
+      .obj_insert = "trvmts_cs_obj_insert",
+      .obj_clear = "_trvmts_cs_obj_clear",
+      .obj_get = "_trvmts_cs_obj_get",
+      .conn_init = "_trvmts_xa_conn_init",
+      .conn_free = "_trvmts_xa_conn_free",
+      .xa_open = "trv_mts_xa_open",
+  };
   static constexpr const char *not_implemented = "_trvmts_conn_get: not implemented\n";
   static constexpr bool counts_statements = true;
   static constexpr bool copies_xid = true;
@@ -43,7 +60,21 @@ struct Mts {
   }
 };
 
-XAL_DEFINE_OBJECTS(trvmts, Mts)
+int32_t _trvmts_cs_obj_insert(XA_CONNECTION *conn) {
+  return FlavourObjects<Mts>::insert(conn);
+}
+int32_t _trvmts_cs_obj_clear(XA_CONNECTION *conn) {
+  return FlavourObjects<Mts>::clear(conn);
+}
+int32_t _trvmts_cs_obj_get() {
+  return FlavourObjects<Mts>::get();
+}
+int32_t _trvmts_xa_conn_init(XA_CONNECTION *conn) {
+  return FlavourObjects<Mts>::conn_init(conn);
+}
+int32_t _trvmts_xa_conn_free(XA_CONNECTION *conn) {
+  return FlavourObjects<Mts>::conn_free(conn);
+}
 
 // Takes the next number from a held connection's counter; numbers start at 1.
 int32_t count_statement(const SerialisedCall &call, XA_CONNECTION *conn) {
@@ -78,10 +109,86 @@ int32_t _trvmts_get_thrdid(XA_THRDID *identity) {
   return shared_identity(identity);
 }
 
-XAL_EXPORT_THREADS(trvmts, Mts)
-XAL_EXPORT_ENTRIES(trv_mts, Mts)
+int32_t _trvmts_unlock_global() {
+  return FlavourThreads<Mts>::unlock_global();
+}
+int32_t _trvmts_lock_global() {
+  return FlavourThreads<Mts>::lock_global();
+}
+int32_t _trvmts_create_mutex() {
+  return FlavourThreads<Mts>::create_mutex();
+}
+int32_t _trvmts_delete_mutex(int32_t handle) {
+  return FlavourThreads<Mts>::delete_mutex(handle);
+}
+int32_t _trvmts_release_mutex(int32_t handle) {
+  return FlavourThreads<Mts>::release_mutex(handle);
+}
+int32_t _trvmts_take_mutex(int32_t handle) {
+  return FlavourThreads<Mts>::take_mutex(handle);
+}
+int32_t _trvmts_create_event() {
+  return FlavourThreads<Mts>::create_event();
+}
+int32_t _trvmts_delete_event(int32_t handle) {
+  return FlavourThreads<Mts>::delete_event(handle);
+}
+int32_t _trvmts_signal_event(int32_t handle) {
+  return FlavourThreads<Mts>::signal_event(handle);
+}
+int32_t _trvmts_waitfor_event(int32_t handle) {
+  return FlavourThreads<Mts>::waitfor_event(handle);
+}
+int32_t _trvmts_reset_event(int32_t handle) {
+  return FlavourThreads<Mts>::reset_event(handle);
+}
 
-constexpr xa_switch_t tarvex_MTS_xa_switch = XAL_SWITCH_RECORD(trv_mts);
+int32_t trv_mts_xa_open(const char *info, int32_t rmid, int32_t flags) {
+  return flavour_open<Mts>(info, rmid, flags);
+}
+int32_t trv_mts_xa_close(const char *info, int32_t rmid, int32_t flags) {
+  return serialised_close(info, rmid, flags);
+}
+int32_t trv_mts_xa_start(const XID *xid, int32_t rmid, int32_t flags) {
+  return flavour_branch_verb<Mts, xa_start>(xid, rmid, flags);
+}
+int32_t trv_mts_xa_end(const XID *xid, int32_t rmid, int32_t flags) {
+  return flavour_branch_verb<Mts, xa_end>(xid, rmid, flags);
+}
+int32_t trv_mts_xa_rollback(const XID *xid, int32_t rmid, int32_t flags) {
+  return flavour_branch_verb<Mts, xa_rollback>(xid, rmid, flags);
+}
+int32_t trv_mts_xa_prepare(const XID *xid, int32_t rmid, int32_t flags) {
+  return flavour_branch_verb<Mts, xa_prepare>(xid, rmid, flags);
+}
+int32_t trv_mts_xa_commit(const XID *xid, int32_t rmid, int32_t flags) {
+  return flavour_branch_verb<Mts, xa_commit>(xid, rmid, flags);
+}
+int32_t trv_mts_xa_recover(XID *xids, int32_t count, int32_t rmid, int32_t flags) {
+  return serialised_recover(xids, count, rmid, flags);
+}
+int32_t trv_mts_xa_forget(const XID *xid, int32_t rmid, int32_t flags) {
+  return flavour_branch_verb<Mts, xa_forget>(xid, rmid, flags);
+}
+int32_t trv_mts_xa_complete(int32_t *handle, int32_t *result, int32_t rmid, int32_t flags) {
+  return serialised_complete(handle, result, rmid, flags);
+}
+
+constexpr xa_switch_t tarvex_MTS_xa_switch = {
+    .name = "TARVEX_XA_SERVER",
+    .flags = TMNOFLAGS,
+    .version = 0,
+    .xa_open_entry = trv_mts_xa_open,
+    .xa_close_entry = trv_mts_xa_close,
+    .xa_start_entry = trv_mts_xa_start,
+    .xa_end_entry = trv_mts_xa_end,
+    .xa_rollback_entry = trv_mts_xa_rollback,
+    .xa_prepare_entry = trv_mts_xa_prepare,
+    .xa_commit_entry = trv_mts_xa_commit,
+    .xa_recover_entry = trv_mts_xa_recover,
+    .xa_forget_entry = trv_mts_xa_forget,
+    .xa_complete_entry = trv_mts_xa_complete,
+};
 
 int32_t TrvXA_GetStatementNr(int32_t rmid) {
   const TraceScope trace("TrvXA_GetStatementNr", TRACE_XA);
@@ -92,24 +199,24 @@ int32_t TrvXA_GetStatementNr(int32_t rmid) {
 }  // extern "C"
 
 constexpr XA_PERSONALITY trvxal_mts_personality = {
-    XATM_MTS,
-    XAPF_CFG_OPTIONAL | XAPF_CLOSE_ENDS | XAPF_FORCE_ATTACH | XAPF_LOOKUP_KEY,
-    _trvmts_get_thrdid,
-    _trvmts_unlock_global,
-    _trvmts_lock_global,
-    _trvmts_create_mutex,
-    _trvmts_delete_mutex,
-    _trvmts_release_mutex,
-    _trvmts_take_mutex,
-    _trvmts_create_event,
-    _trvmts_delete_event,
-    _trvmts_signal_event,
-    _trvmts_waitfor_event,
-    _trvmts_reset_event,
-    _trvmts_cs_obj_insert,
-    _trvmts_cs_obj_clear,
-    _trvmts_cs_obj_get,
-    _trvmts_xa_conn_init,
-    _trvmts_xa_conn_free,
+    .tm_type = XATM_MTS,
+    .tm_flags = XAPF_CFG_OPTIONAL | XAPF_CLOSE_ENDS | XAPF_FORCE_ATTACH | XAPF_LOOKUP_KEY,
+    .get_thrdid = _trvmts_get_thrdid,
+    .unlock_global = _trvmts_unlock_global,
+    .lock_global = _trvmts_lock_global,
+    .create_mutex = _trvmts_create_mutex,
+    .delete_mutex = _trvmts_delete_mutex,
+    .release_mutex = _trvmts_release_mutex,
+    .take_mutex = _trvmts_take_mutex,
+    .create_event = _trvmts_create_event,
+    .delete_event = _trvmts_delete_event,
+    .signal_event = _trvmts_signal_event,
+    .waitfor_event = _trvmts_waitfor_event,
+    .reset_event = _trvmts_reset_event,
+    .cs_obj_insert = _trvmts_cs_obj_insert,
+    .cs_obj_clear = _trvmts_cs_obj_clear,
+    .cs_obj_get = _trvmts_cs_obj_get,
+    .xa_conn_init = _trvmts_xa_conn_init,
+    .xa_conn_free = _trvmts_xa_conn_free,
 };
 static_assert(trvxal_mts_personality.tm_flags == 0x10E);

@@ -16,8 +16,25 @@ constinit int32_t _xa_tux_init_mutexp = 0;
 constinit const XA_PERSONALITY *trvxal_tux_personality = nullptr;  // guarded by the global lock
 
 struct Tux {
-  static constexpr FlavourNames names =
-      XAL_FLAVOUR_NAMES(trvtux, "trvtux_cs_obj_insert", "_trvtux_cs_obj_ge", "trv_tux_xa_open");
+  static constexpr FlavourNames names = {
+      .lock_global = "_trvtux_lock_global",
+      .unlock_global = "_trvtux_unlock_global",
+      .create_mutex = "_trvtux_create_mutex",
+      .delete_mutex = "_trvtux_delete_mutex",
+      .take_mutex = "_trvtux_take_mutex",
+      .release_mutex = "_trvtux_release_mutex",
+      .create_event = "_trvtux_create_event",
+      .delete_event = "_trvtux_delete_event",
+      .signal_event = "_trvtux_signal_event",
+      .waitfor_event = "_trvtux_waitfor_event",
+      .reset_event = "_trvtux_reset_event",
+      .obj_insert = "trvtux_cs_obj_insert",
+      .obj_clear = "_trvtux_cs_obj_clear",
+      .obj_get = "_trvtux_cs_obj_ge",
+      .conn_init = "_trvtux_xa_conn_init",
+      .conn_free = "_trvtux_xa_conn_free",
+      .xa_open = "trv_tux_xa_open",
+  };
   static constexpr const char *not_implemented = "_trvtux_conn_get: not implemented\n";
   static constexpr bool counts_statements = false;
   static constexpr bool copies_xid = false;
@@ -41,7 +58,21 @@ struct Tux {
   }
 };
 
-XAL_DEFINE_OBJECTS(trvtux, Tux)
+int32_t _trvtux_cs_obj_insert(XA_CONNECTION *conn) {
+  return FlavourObjects<Tux>::insert(conn);
+}
+int32_t _trvtux_cs_obj_clear(XA_CONNECTION *conn) {
+  return FlavourObjects<Tux>::clear(conn);
+}
+int32_t _trvtux_cs_obj_get() {
+  return FlavourObjects<Tux>::get();
+}
+int32_t _trvtux_xa_conn_init(XA_CONNECTION *conn) {
+  return FlavourObjects<Tux>::conn_init(conn);
+}
+int32_t _trvtux_xa_conn_free(XA_CONNECTION *conn) {
+  return FlavourObjects<Tux>::conn_free(conn);
+}
 
 // A null operation: nothing happens, under the threaded operation's name, so that a log looks the same either way.
 int32_t null_operation(const char *name) {
@@ -62,7 +93,39 @@ int32_t _trvtux_get_null_thrdid(XA_THRDID *identity) {
   return shared_identity(identity);
 }
 
-XAL_EXPORT_THREADS(trvtux, Tux)
+int32_t _trvtux_unlock_global() {
+  return FlavourThreads<Tux>::unlock_global();
+}
+int32_t _trvtux_lock_global() {
+  return FlavourThreads<Tux>::lock_global();
+}
+int32_t _trvtux_create_mutex() {
+  return FlavourThreads<Tux>::create_mutex();
+}
+int32_t _trvtux_delete_mutex(int32_t handle) {
+  return FlavourThreads<Tux>::delete_mutex(handle);
+}
+int32_t _trvtux_release_mutex(int32_t handle) {
+  return FlavourThreads<Tux>::release_mutex(handle);
+}
+int32_t _trvtux_take_mutex(int32_t handle) {
+  return FlavourThreads<Tux>::take_mutex(handle);
+}
+int32_t _trvtux_create_event() {
+  return FlavourThreads<Tux>::create_event();
+}
+int32_t _trvtux_delete_event(int32_t handle) {
+  return FlavourThreads<Tux>::delete_event(handle);
+}
+int32_t _trvtux_signal_event(int32_t handle) {
+  return FlavourThreads<Tux>::signal_event(handle);
+}
+int32_t _trvtux_waitfor_event(int32_t handle) {
+  return FlavourThreads<Tux>::waitfor_event(handle);
+}
+int32_t _trvtux_reset_event(int32_t handle) {
+  return FlavourThreads<Tux>::reset_event(handle);
+}
 
 int32_t _trvtux_create_null_mutex() {
   return null_create(Tux::names.create_mutex);
@@ -92,52 +155,95 @@ int32_t _trvtux_reset_null_event(int32_t) {
   return null_operation(Tux::names.reset_event);
 }
 
-XAL_EXPORT_ENTRIES(trv_tux, Tux)
+int32_t trv_tux_xa_open(const char *info, int32_t rmid, int32_t flags) {
+  return flavour_open<Tux>(info, rmid, flags);
+}
+int32_t trv_tux_xa_close(const char *info, int32_t rmid, int32_t flags) {
+  return serialised_close(info, rmid, flags);
+}
+int32_t trv_tux_xa_start(const XID *xid, int32_t rmid, int32_t flags) {
+  return flavour_branch_verb<Tux, xa_start>(xid, rmid, flags);
+}
+int32_t trv_tux_xa_end(const XID *xid, int32_t rmid, int32_t flags) {
+  return flavour_branch_verb<Tux, xa_end>(xid, rmid, flags);
+}
+int32_t trv_tux_xa_rollback(const XID *xid, int32_t rmid, int32_t flags) {
+  return flavour_branch_verb<Tux, xa_rollback>(xid, rmid, flags);
+}
+int32_t trv_tux_xa_prepare(const XID *xid, int32_t rmid, int32_t flags) {
+  return flavour_branch_verb<Tux, xa_prepare>(xid, rmid, flags);
+}
+int32_t trv_tux_xa_commit(const XID *xid, int32_t rmid, int32_t flags) {
+  return flavour_branch_verb<Tux, xa_commit>(xid, rmid, flags);
+}
+int32_t trv_tux_xa_recover(XID *xids, int32_t count, int32_t rmid, int32_t flags) {
+  return serialised_recover(xids, count, rmid, flags);
+}
+int32_t trv_tux_xa_forget(const XID *xid, int32_t rmid, int32_t flags) {
+  return flavour_branch_verb<Tux, xa_forget>(xid, rmid, flags);
+}
+int32_t trv_tux_xa_complete(int32_t *handle, int32_t *result, int32_t rmid, int32_t flags) {
+  return serialised_complete(handle, result, rmid, flags);
+}
 
-constexpr xa_switch_t tarvex_TUX_xa_switch = XAL_SWITCH_RECORD(trv_tux);
+constexpr xa_switch_t tarvex_TUX_xa_switch = {
+    .name = "TARVEX_XA_SERVER",
+    .flags = TMNOFLAGS,
+    .version = 0,
+    .xa_open_entry = trv_tux_xa_open,
+    .xa_close_entry = trv_tux_xa_close,
+    .xa_start_entry = trv_tux_xa_start,
+    .xa_end_entry = trv_tux_xa_end,
+    .xa_rollback_entry = trv_tux_xa_rollback,
+    .xa_prepare_entry = trv_tux_xa_prepare,
+    .xa_commit_entry = trv_tux_xa_commit,
+    .xa_recover_entry = trv_tux_xa_recover,
+    .xa_forget_entry = trv_tux_xa_forget,
+    .xa_complete_entry = trv_tux_xa_complete,
+};
 
 }  // extern "C"
 
 constexpr XA_PERSONALITY trvxal_tux_threaded_personality = {
-    XATM_TUX,
-    0,
-    _trvtux_get_null_thrdid,
-    _trvtux_unlock_global,
-    _trvtux_lock_global,
-    _trvtux_create_mutex,
-    _trvtux_delete_mutex,
-    _trvtux_release_mutex,
-    _trvtux_take_mutex,
-    _trvtux_create_event,
-    _trvtux_delete_event,
-    _trvtux_signal_event,
-    _trvtux_waitfor_event,
-    _trvtux_reset_event,
-    _trvtux_cs_obj_insert,
-    _trvtux_cs_obj_clear,
-    _trvtux_cs_obj_get,
-    _trvtux_xa_conn_init,
-    _trvtux_xa_conn_free,
+    .tm_type = XATM_TUX,
+    .tm_flags = 0,
+    .get_thrdid = _trvtux_get_null_thrdid,
+    .unlock_global = _trvtux_unlock_global,
+    .lock_global = _trvtux_lock_global,
+    .create_mutex = _trvtux_create_mutex,
+    .delete_mutex = _trvtux_delete_mutex,
+    .release_mutex = _trvtux_release_mutex,
+    .take_mutex = _trvtux_take_mutex,
+    .create_event = _trvtux_create_event,
+    .delete_event = _trvtux_delete_event,
+    .signal_event = _trvtux_signal_event,
+    .waitfor_event = _trvtux_waitfor_event,
+    .reset_event = _trvtux_reset_event,
+    .cs_obj_insert = _trvtux_cs_obj_insert,
+    .cs_obj_clear = _trvtux_cs_obj_clear,
+    .cs_obj_get = _trvtux_cs_obj_get,
+    .xa_conn_init = _trvtux_xa_conn_init,
+    .xa_conn_free = _trvtux_xa_conn_free,
 };
 
 constexpr XA_PERSONALITY trvxal_tux_nonthreaded_personality = {
-    XATM_TUX,
-    0,
-    _trvtux_get_null_thrdid,
-    _trvtux_unlock_global,
-    _trvtux_lock_global,
-    _trvtux_create_null_mutex,
-    _trvtux_delete_null_mutex,
-    _trvtux_release_null_mutex,
-    _trvtux_take_null_mutex,
-    _trvtux_create_null_event,
-    _trvtux_delete_null_event,
-    _trvtux_signal_null_event,
-    _trvtux_waitfor_null_event,
-    _trvtux_reset_null_event,
-    _trvtux_cs_obj_insert,
-    _trvtux_cs_obj_clear,
-    _trvtux_cs_obj_get,
-    _trvtux_xa_conn_init,
-    _trvtux_xa_conn_free,
+    .tm_type = XATM_TUX,
+    .tm_flags = 0,
+    .get_thrdid = _trvtux_get_null_thrdid,
+    .unlock_global = _trvtux_unlock_global,
+    .lock_global = _trvtux_lock_global,
+    .create_mutex = _trvtux_create_null_mutex,
+    .delete_mutex = _trvtux_delete_null_mutex,
+    .release_mutex = _trvtux_release_null_mutex,
+    .take_mutex = _trvtux_take_null_mutex,
+    .create_event = _trvtux_create_null_event,
+    .delete_event = _trvtux_delete_null_event,
+    .signal_event = _trvtux_signal_null_event,
+    .waitfor_event = _trvtux_waitfor_null_event,
+    .reset_event = _trvtux_reset_null_event,
+    .cs_obj_insert = _trvtux_cs_obj_insert,
+    .cs_obj_clear = _trvtux_cs_obj_clear,
+    .cs_obj_get = _trvtux_cs_obj_get,
+    .xa_conn_init = _trvtux_xa_conn_init,
+    .xa_conn_free = _trvtux_xa_conn_free,
 };
