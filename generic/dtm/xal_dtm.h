@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "dtm/dtm_protocol.h"
 #include "quillet.h"
 #include "record/xal_record.h"
 #include "record/xal_results.h"
@@ -37,10 +38,6 @@ inline constexpr int32_t DTM_WANT_COMMITTED = 100;
 inline constexpr int32_t DTM_WANT_ROLLEDBACK = 101;
 inline constexpr int32_t DTM_WANT_FORGOTTEN = 102;
 
-// Transaction states in transtat that the verbs look at.
-inline constexpr int32_t DTM_STATE_ATTACHED = 1;
-inline constexpr int32_t DTM_STATE_DETACHED = 4;
-
 // Classes of a reply (rpcret).
 inline constexpr int32_t DTM_REPLY_STATUS = 0;     // a plain status; transtat is the state
 inline constexpr int32_t DTM_REPLY_ERROR = 1;      // a negative status, or one with a transaction state
@@ -48,8 +45,6 @@ inline constexpr int32_t DTM_REPLY_RPCERROR = -2;  // "@$rpcerror"
 inline constexpr int32_t DTM_REPLY_RPCSTATE = -3;  // "@$rpcerror" and "@xactstatus"
 inline constexpr int32_t DTM_REPLY_BROKEN = -4;    // the conversation broke off
 inline constexpr int32_t DTM_REPLY_NOSTATUS = -5;  // no status
-
-inline constexpr int32_t DTM_BUSY = -9;  // rpcstat: the branch is still busy with an earlier request
 
 // ---- Branch names ---------------------------------------------------------------------------------------------------
 

@@ -9,14 +9,11 @@
 
 namespace {
 
-constexpr int32_t heuristically_committed = 65548;
-constexpr int32_t heuristically_rolled_back = 65549;
-
 int32_t state_to_xa(int32_t state) {
   switch (state) {
-    case heuristically_committed:
+    case DTM_STATE_HEUR_COMMITTED:
       return XA_HEURCOM;
-    case heuristically_rolled_back:
+    case DTM_STATE_HEUR_ROLLEDBACK:
       return XA_HEURRB;
     default:
       return XAER_PROTO;

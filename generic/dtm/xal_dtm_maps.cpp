@@ -21,6 +21,8 @@ constexpr uint32_t BY_STATE = RPC_RESULT | TRANSTAT | RPCRET;
 constexpr uint32_t BY_REPLY = RPC_RESULT | RPCRET;
 constexpr uint32_t BY_ERROR = RPC_RESULT | RPCSTAT;
 constexpr uint32_t BY_REPLY_ERROR = RPC_RESULT | RPCRET | RPCSTAT;
+constexpr uint32_t END_ROW = 0;
+constexpr int32_t ANY = 0;  // in a word that is not compared
 
 // The shape of a table: one end row, and it is the last.
 template <size_t Count>
@@ -35,158 +37,158 @@ constexpr bool ends_once(const DtmOutcome (&table)[Count]) {
 
 // clang-format off
 constexpr DtmOutcome dtm_op_bad_map[] = {
-    // compare        result      transtat  rpcret               rpcstat     XA code
-    {RPC_RESULT,      CS_FAIL,    0,        0,                   0,          XAER_RMERR},
-    {RPCRET,          0,          0,        DTM_REPLY_BROKEN,    0,          XAER_RMERR},
-    {RPCRET,          0,          0,        DTM_REPLY_NOSTATUS,  0,          XAER_RMERR},
-    {RPCSTAT,         0,          0,        0,                   -0xFFFFFF,  XAER_RMFAIL},
-    {RPCSTAT,         0,          0,        0,                   -0xFFFFFE,  XAER_RMFAIL},
-    {RPCSTAT,         0,          0,        0,                   -0xFFFFFD,  XAER_RMFAIL},
-    {RPCSTAT,         0,          0,        0,                   -5,         XAER_INVAL},
-    {RPCSTAT,         0,          0,        0,                   -6,         XAER_RMERR},
-    {0,               0,          0,        0,                   0,          XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {RPC_RESULT,      CS_FAIL,    ANY,                  ANY,                ANY,                    XAER_RMERR},
+    {RPCRET,          ANY,        ANY,                  DTM_REPLY_BROKEN,   ANY,                    XAER_RMERR},
+    {RPCRET,          ANY,        ANY,                  DTM_REPLY_NOSTATUS, ANY,                    XAER_RMERR},
+    {RPCSTAT,         ANY,        ANY,                  ANY,                DTM_LAYER_FAILED_1,     XAER_RMFAIL},
+    {RPCSTAT,         ANY,        ANY,                  ANY,                DTM_LAYER_FAILED_2,     XAER_RMFAIL},
+    {RPCSTAT,         ANY,        ANY,                  ANY,                DTM_LAYER_FAILED_3,     XAER_RMFAIL},
+    {RPCSTAT,         ANY,        ANY,                  ANY,                DTM_BAD_REQUEST,        XAER_INVAL},
+    {RPCSTAT,         ANY,        ANY,                  ANY,                DTM_FAILURE,            XAER_RMERR},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_op_norm_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_ERROR,        CS_SUCCEED, 0,        0,      -2,       XAER_NOTA},
-    {BY_ERROR,        CS_SUCCEED, 0,        0,      -3,       XAER_DUPID},
-    {BY_ERROR,        CS_SUCCEED, 0,        0,      DTM_BUSY, XAER_RMFAIL},
-    {BY_ERROR,        CS_SUCCEED, 0,        0,      -4,       XAER_PROTO},
-    {BY_ERROR,        CS_SUCCEED, 0,        0,      -128,     XAER_PROTO},
-    {BY_ERROR,        CS_SUCCEED, 0,        0,      -1,       XAER_RMERR},
-    {BY_STATE,        CS_SUCCEED, 6,        0,      0,        XA_RBROLLBACK},
-    {BY_STATE,        CS_SUCCEED, 100,      0,      0,        XAER_NOTA},
-    {BY_STATE,        CS_SUCCEED, 101,      0,      0,        XAER_NOTA},
-    {BY_STATE,        CS_SUCCEED, 102,      0,      0,        XAER_NOTA},
-    {BY_STATE,        CS_SUCCEED, 255,      0,      0,        XA_RETRY},
-    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XAER_PROTO},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_ERROR,        CS_SUCCEED, ANY,                  ANY,                DTM_UNKNOWN,            XAER_NOTA},
+    {BY_ERROR,        CS_SUCCEED, ANY,                  ANY,                DTM_DUPLICATE,          XAER_DUPID},
+    {BY_ERROR,        CS_SUCCEED, ANY,                  ANY,                DTM_BUSY,               XAER_RMFAIL},
+    {BY_ERROR,        CS_SUCCEED, ANY,                  ANY,                DTM_WRONG_STATE,        XAER_PROTO},
+    {BY_ERROR,        CS_SUCCEED, ANY,                  ANY,                DTM_ATTACHED_ELSEWHERE, XAER_PROTO},
+    {BY_ERROR,        CS_SUCCEED, ANY,                  ANY,                DTM_REFUSED,            XAER_RMERR},
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_ABORTONLY,  DTM_REPLY_STATUS,   ANY,                    XA_RBROLLBACK},
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_COMMITTED,  DTM_REPLY_STATUS,   ANY,                    XAER_NOTA},
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_ROLLEDBACK, DTM_REPLY_STATUS,   ANY,                    XAER_NOTA},
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_FORGOTTEN,  DTM_REPLY_STATUS,   ANY,                    XAER_NOTA},
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_UNSETTLED,  DTM_REPLY_STATUS,   ANY,                    XA_RETRY},
+    {BY_REPLY,        CS_SUCCEED, ANY,                  DTM_REPLY_STATUS,   ANY,                    XAER_PROTO},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_inprogress_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_ERROR,        CS_SUCCEED, 0,        0,      DTM_BUSY, XA_RETRY},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_ERROR,        CS_SUCCEED, ANY,                  ANY,                DTM_BUSY,               XA_RETRY},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_start_nf_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_STATE,        CS_SUCCEED, 0,        0,      0,        XA_OK},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_UNKNOWN,    DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_start_jn_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_STATE,        CS_SUCCEED, 4,        0,      0,        XA_OK},
-    {BY_STATE,        CS_SUCCEED, 3,        0,      0,        XA_OK},
-    {BY_STATE,        CS_SUCCEED, 2,        0,      0,        XA_OK},
-    {BY_ERROR,        CS_SUCCEED, 0,        0,      -4,       XA_RETRY},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_DETACHED,   DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_SUSPENDED,  DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_ENDED,      DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {BY_ERROR,        CS_SUCCEED, ANY,                  ANY,                DTM_WRONG_STATE,        XA_RETRY},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_start_rs_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_STATE,        CS_SUCCEED, 4,        0,      0,        XA_OK},
-    {BY_STATE,        CS_SUCCEED, 2,        0,      0,        XA_OK},
-    {BY_STATE,        CS_SUCCEED, 0,        0,      0,        XA_OK},
-    {BY_ERROR,        CS_SUCCEED, 0,        0,      -4,       XA_RETRY},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_DETACHED,   DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_ENDED,      DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_UNKNOWN,    DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {BY_ERROR,        CS_SUCCEED, ANY,                  ANY,                DTM_WRONG_STATE,        XA_RETRY},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_end_succ_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_STATE,        CS_SUCCEED, 1,        0,      0,        XA_OK},
-    {BY_STATE,        CS_SUCCEED, 3,        0,      0,        XA_OK},
-    {BY_STATE,        CS_SUCCEED, 4,        0,      0,        XA_OK},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_ATTACHED,   DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_SUSPENDED,  DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_DETACHED,   DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_end_susp_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_STATE,        CS_SUCCEED, 1,        0,      0,        XA_OK},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_ATTACHED,   DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_attprep_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_ERROR,        CS_SUCCEED, 0,        0,      DTM_BUSY, XA_OK},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_ERROR,        CS_SUCCEED, ANY,                  ANY,                DTM_BUSY,               XA_OK},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_prepare_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
-    {BY_REPLY_ERROR,  CS_SUCCEED, 0,        1,      -256,     XA_RDONLY},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_REPLY,        CS_SUCCEED, ANY,                  DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {BY_REPLY_ERROR,  CS_SUCCEED, ANY,                  DTM_REPLY_ERROR,    DTM_READ_ONLY,          XA_RDONLY},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 // One table serves the forced-attach lists of prepare and of one-phase commit.
 constexpr DtmOutcome dtm_force_att_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_STATE,        CS_SUCCEED, 1,        0,      0,        XA_OK},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_STATE,        CS_SUCCEED, DTM_STATE_ATTACHED,   DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_commit_nf_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_REPLY,        CS_SUCCEED, ANY,                  DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_commit_1p_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
-    {BY_REPLY_ERROR,  CS_SUCCEED, 0,        1,      -256,     XA_OK},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_REPLY,        CS_SUCCEED, ANY,                  DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {BY_REPLY_ERROR,  CS_SUCCEED, ANY,                  DTM_REPLY_ERROR,    DTM_READ_ONLY,          XA_OK},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 // Whatever else the attach before a rollback says, the rollback is sent.
 constexpr DtmOutcome dtm_rollback_att_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_REPLY_ERROR,  CS_SUCCEED, 0,        1,      -4,       XA_RBOTHER},
-    {0,               0,          0,        0,      0,        XA_OK},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_REPLY_ERROR,  CS_SUCCEED, ANY,                  DTM_REPLY_ERROR,    DTM_WRONG_STATE,        XA_RBOTHER},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XA_OK},
 };
 
 constexpr DtmOutcome dtm_rollback_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
-    {BY_REPLY_ERROR,  CS_SUCCEED, 0,        1,      -128,     XA_RBOTHER},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_REPLY,        CS_SUCCEED, ANY,                  DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {BY_REPLY_ERROR,  CS_SUCCEED, ANY,                  DTM_REPLY_ERROR,    DTM_ATTACHED_ELSEWHERE, XA_RBOTHER},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_dtcrollback_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
-    {BY_REPLY_ERROR,  CS_SUCCEED, 0,        1,      -1,       XA_RBOTHER},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_REPLY,        CS_SUCCEED, ANY,                  DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {BY_REPLY_ERROR,  CS_SUCCEED, ANY,                  DTM_REPLY_ERROR,    DTM_REFUSED,            XA_RBOTHER},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_forget_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_REPLY,        CS_SUCCEED, ANY,                  DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_status_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_REPLY,        CS_SUCCEED, ANY,                  DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_await_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_RETRY},
-    {BY_ERROR,        CS_SUCCEED, 0,        0,      -2,       XAER_NOTA},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_REPLY,        CS_SUCCEED, ANY,                  DTM_REPLY_STATUS,   ANY,                    XA_RETRY},
+    {BY_ERROR,        CS_SUCCEED, ANY,                  ANY,                DTM_UNKNOWN,            XAER_NOTA},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 
 constexpr DtmOutcome dtm_check_map[] = {
-    // compare        result      transtat  rpcret  rpcstat   XA code
-    {BY_ERROR,        CS_SUCCEED, 0,        0,      -2,       XAER_NOTA},
-    {BY_ERROR,        CS_SUCCEED, 0,        0,      -3,       XAER_DUPID},
-    {BY_REPLY,        CS_SUCCEED, 0,        0,      0,        XA_OK},
-    {0,               0,          0,        0,      0,        XAER_RMERR},
+    // compare        result      transtat              rpcret              rpcstat                 XA code
+    {BY_ERROR,        CS_SUCCEED, ANY,                  ANY,                DTM_UNKNOWN,            XAER_NOTA},
+    {BY_ERROR,        CS_SUCCEED, ANY,                  ANY,                DTM_DUPLICATE,          XAER_DUPID},
+    {BY_REPLY,        CS_SUCCEED, ANY,                  DTM_REPLY_STATUS,   ANY,                    XA_OK},
+    {END_ROW,         ANY,        ANY,                  ANY,                ANY,                    XAER_RMERR},
 };
 // clang-format on
 
