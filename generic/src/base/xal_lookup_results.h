@@ -1,4 +1,5 @@
-// What a lookup answers. The numbers begin far above the XA codes, which it answers as well, and the log names them all.
+// What a lookup answers. The numbers begin far above the XA codes, which it answers as well, and the log names them
+// all.
 #pragma once
 
 #include <cstdint>
