@@ -13,7 +13,7 @@
 #include "accepted_flags.h"
 #include "manager.h"
 #include "quillet_control.h"
-#include "zdb_control.h"
+#include "interface/zdb_control.h"
 
 namespace {
 

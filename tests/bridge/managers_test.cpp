@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "manager.h"
-#include "zdb_control.h"
+#include "interface/zdb_control.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
  */
 #include <string>
 
-#include "frame.h"
+#include "wire/frame.h"
 #include "fuzz.h"
 
 static std::string recoded(unsigned choice, std::string_view payload) {

@@ -2,7 +2,7 @@
 #include <string>
 
 #include "fuzz.h"
-#include "interfaces_file.h"
+#include "embedded/interfaces_file.h"
 
 static const char *const folder = "/etc/zdb";
 

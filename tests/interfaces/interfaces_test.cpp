@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "interfaces_file.h"
+#include "embedded/interfaces_file.h"
 
 namespace {
 

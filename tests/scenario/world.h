@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "xadtm.h"
-#include "zdb_control.h"
+#include "interface/zdb_control.h"
 
 inline constexpr unsigned MTS = 1;
 inline constexpr unsigned TUX = 2;

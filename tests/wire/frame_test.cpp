@@ -5,7 +5,7 @@
  * That objects arrive unchanged is shown by their bytes: objects that differ in any member have different frames, and
  * the object that a frame decodes to has the same frame again.
  */
-#include "frame.h"
+#include "wire/frame.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
  * "throw" throws, "break" breaks the session off. Nothing sleeps; whatever is
  * waited for has ample time, which only a failing test uses up.
  */
-#include "listener.h"
+#include "wire/listener.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -23,9 +23,9 @@
 #include <latch>
 #include <new>
 
-#include "crash_points.h"
+#include "steps/crash_points.h"
 #include "programs.h"
-#include "remote_session.h"
+#include "wire/remote_session.h"
 
 namespace {
 

@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "bank.h"
-#include "listener.h"
-#include "remote_session.h"
-#include "server_session.h"
+#include "wire/listener.h"
+#include "wire/remote_session.h"
+#include "sessions/server_session.h"
 
 namespace {
 

@@ -14,9 +14,9 @@
 #include <functional>
 #include <thread>
 
-#include "channel.h"
+#include "wire/channel.h"
 #include "programs.h"
-#include "remote_session.h"
+#include "wire/remote_session.h"
 
 namespace {
 

@@ -1,0 +1,165 @@
+/*
+ * xa_names.cpp - the names that scripts use for result codes, flag words and branch states, as tables.
+ */
+#include "xa_names.h"
+
+#include <span>
+
+#include "hex_text.h"
+#include "xa.h"
+#include "interface/zdb_control.h"
+
+namespace {
+
+struct NamedNumber {
+  std::string_view name;
+  int32_t number;
+};
+
+}  // namespace
+
+// clang-format off
+static constexpr NamedNumber xa_codes[] = {
+  {"XA_OK",         XA_OK},
+  {"XA_RDONLY",     XA_RDONLY},
+  {"XA_RETRY",      XA_RETRY},
+  {"XA_HEURMIX",    XA_HEURMIX},
+  {"XA_HEURRB",     XA_HEURRB},
+  {"XA_HEURCOM",    XA_HEURCOM},
+  {"XA_HEURHAZ",    XA_HEURHAZ},
+  {"XA_NOMIGRATE",  XA_NOMIGRATE},
+  {"XA_RBROLLBACK", XA_RBROLLBACK},
+  {"XA_RBCOMMFAIL", XA_RBCOMMFAIL},
+  {"XA_RBDEADLOCK", XA_RBDEADLOCK},
+  {"XA_RBINTEGRITY",XA_RBINTEGRITY},
+  {"XA_RBOTHER",    XA_RBOTHER},
+  {"XA_RBPROTO",    XA_RBPROTO},
+  {"XA_RBTIMEOUT",  XA_RBTIMEOUT},
+  {"XA_RBTRANSIENT",XA_RBTRANSIENT},
+  {"XAER_ASYNC",    XAER_ASYNC},
+  {"XAER_RMERR",    XAER_RMERR},
+  {"XAER_NOTA",     XAER_NOTA},
+  {"XAER_INVAL",    XAER_INVAL},
+  {"XAER_PROTO",    XAER_PROTO},
+  {"XAER_RMFAIL",   XAER_RMFAIL},
+  {"XAER_DUPID",    XAER_DUPID},
+  {"XAER_OUTSIDE",  XAER_OUTSIDE},
+};
+
+static constexpr NamedNumber branch_states[] = {
+  {"unknown",               ZDB_UNKNOWN},
+  {"attached",              ZDB_ATTACHED},
+  {"ended",                 ZDB_ENDED},
+  {"suspended",             ZDB_SUSPENDED},
+  {"migrated",              ZDB_MIGRATED},
+  {"abort-only",            ZDB_ABORT_ONLY},
+  {"prepared",              ZDB_PREPARED},
+  {"heuristic-commit",      ZDB_HEUR_COMMITTED},
+  {"heuristic-rollback",    ZDB_HEUR_ROLLED_BACK},
+};
+
+static constexpr NamedNumber sql_results[] = {
+  {"ok",     sql_ok},
+  {"failed", sql_failed},
+  {"none",   sql_none},
+};
+
+static constexpr NamedNumber answers[] = {
+  {"done",    1},
+  {"refused", 0},
+};
+
+static constexpr NamedNumber flags[] = {
+  {"TMASYNC",      TMASYNC},
+  {"TMONEPHASE",   TMONEPHASE},
+  {"TMFAIL",       TMFAIL},
+  {"TMNOWAIT",     TMNOWAIT},
+  {"TMRESUME",     TMRESUME},
+  {"TMSUCCESS",    TMSUCCESS},
+  {"TMSUSPEND",    TMSUSPEND},
+  {"TMSTARTRSCAN", TMSTARTRSCAN},
+  {"TMENDRSCAN",   TMENDRSCAN},
+  {"TMMULTIPLE",   TMMULTIPLE},
+  {"TMJOIN",       TMJOIN},
+  {"TMMIGRATE",    TMMIGRATE},
+};
+// clang-format on
+
+static std::span<const NamedNumber> table_of(Vocabulary vocabulary) {
+  switch (vocabulary) {
+    case Vocabulary::xa_codes:
+      return xa_codes;
+    case Vocabulary::branch_states:
+      return branch_states;
+    case Vocabulary::sql_results:
+      return sql_results;
+    case Vocabulary::answers:
+      break;
+  }
+  return answers;
+}
+
+static std::optional<int32_t> find(std::span<const NamedNumber> table, std::string_view name) {
+  for (const NamedNumber &row : table) {
+    if (row.name == name) {
+      return row.number;
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<int32_t> number_of(Vocabulary vocabulary, std::string_view name) {
+  return find(table_of(vocabulary), name);
+}
+
+std::string name_of(Vocabulary vocabulary, int32_t number) {
+  for (const NamedNumber &row : table_of(vocabulary)) {
+    if (row.number == number) {
+      return std::string(row.name);
+    }
+  }
+  return std::to_string(number);
+}
+
+static std::optional<int32_t> flag_of(std::string_view name) {
+  return name == "TMNOFLAGS" ? std::optional(TMNOFLAGS) : find(flags, name);
+}
+
+bool is_flag_name(std::string_view name) {
+  return flag_of(name).has_value();
+}
+
+std::optional<int32_t> flags_of(std::string_view text) {
+  if (text.starts_with("0x")) {
+    return integer_of(text);
+  }
+  int32_t word = 0;
+  for (;;) {
+    const size_t bar = text.find('|');
+    const std::optional<int32_t> bit = flag_of(text.substr(0, bar));
+    if (!bit) {
+      return std::nullopt;
+    }
+    word |= *bit;
+    if (bar == std::string_view::npos) {
+      return word;
+    }
+    text.remove_prefix(bar + 1);
+  }
+}
+
+std::string flags_text(int32_t word) {
+  std::string text;
+  int32_t unnamed = word;
+  for (const NamedNumber &flag : flags) {
+    if ((word & flag.number) != 0) {
+      text += text.empty() ? "" : "|";
+      text += flag.name;
+      unnamed &= ~flag.number;
+    }
+  }
+  if (unnamed != 0) {
+    return std::string("0x").append(hex_number(static_cast<uint32_t>(word)));
+  }
+  return text.empty() ? "TMNOFLAGS" : text;
+}
