@@ -31,3 +31,23 @@ inline constexpr int32_t DTM_READ_ONLY = -256;            // a vote: nothing was
 inline constexpr int32_t DTM_LAYER_FAILED_1 = -0xFFFFFF;  // three ways in which the server's DTM layer cannot be had
 inline constexpr int32_t DTM_LAYER_FAILED_2 = -0xFFFFFE;
 inline constexpr int32_t DTM_LAYER_FAILED_3 = -0xFFFFFD;
+
+// "@flags": options of a request.
+inline constexpr int32_t DTM_OPTION_NOWAIT = 0x2;           // attach: do not wait until another session lets go
+inline constexpr int32_t DTM_OPTION_UNDO_ATTACH = 0x4;      // detach: takes an attach without waiting back
+inline constexpr int32_t DTM_OPTION_NEW = 0x10;             // begin: there must be no such branch yet
+inline constexpr int32_t DTM_OPTION_ONE_PHASE = 0x20;       // commit: without a prepare
+inline constexpr int32_t DTM_OPTION_BACKGROUND = 0x100;     // rollback: done when the session that works in it lets go
+inline constexpr int32_t DTM_OPTION_FORCE_ATTACH = 0x6000;  // complete the branch without an attach before
+
+// The "@status" values: the state that the caller wants the branch in.
+inline constexpr int32_t DTM_WANT_ANY = 0;
+inline constexpr int32_t DTM_WANT_ATTACHED = 1;
+inline constexpr int32_t DTM_WANT_ENDED = 2;
+inline constexpr int32_t DTM_WANT_SUSPENDED = 3;
+inline constexpr int32_t DTM_WANT_MIGRATED = 4;
+inline constexpr int32_t DTM_WANT_ABORTONLY = 6;
+inline constexpr int32_t DTM_WANT_PREPARED = 7;
+inline constexpr int32_t DTM_WANT_COMMITTED = 100;
+inline constexpr int32_t DTM_WANT_ROLLEDBACK = 101;
+inline constexpr int32_t DTM_WANT_FORGOTTEN = 102;

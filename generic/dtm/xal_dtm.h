@@ -26,18 +26,6 @@ inline constexpr int32_t DTM_COMMIT_ONEPHASE = 11;
 inline constexpr int32_t DTM_ROLLBACK = 12;
 inline constexpr int32_t DTM_ABORT = 13;  // the asynchronous abort
 
-// The "@status" values: the state that the caller wants the branch in.
-inline constexpr int32_t DTM_WANT_ANY = 0;
-inline constexpr int32_t DTM_WANT_ATTACHED = 1;
-inline constexpr int32_t DTM_WANT_ENDED = 2;
-inline constexpr int32_t DTM_WANT_SUSPENDED = 3;
-inline constexpr int32_t DTM_WANT_MIGRATED = 4;
-inline constexpr int32_t DTM_WANT_ABORTONLY = 6;
-inline constexpr int32_t DTM_WANT_PREPARED = 7;
-inline constexpr int32_t DTM_WANT_COMMITTED = 100;
-inline constexpr int32_t DTM_WANT_ROLLEDBACK = 101;
-inline constexpr int32_t DTM_WANT_FORGOTTEN = 102;
-
 // Classes of a reply (rpcret).
 inline constexpr int32_t DTM_REPLY_STATUS = 0;     // a plain status; transtat is the state
 inline constexpr int32_t DTM_REPLY_ERROR = 1;      // a negative status, or one with a transaction state

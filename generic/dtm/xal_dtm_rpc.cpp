@@ -27,7 +27,6 @@ constexpr char xa_dtm_rollbackrpc[] = "$rollbackTrvDtmXact";
 constexpr char xa_dtm_forgetrpc[] = "$forgetTrvDtmXact";
 
 constexpr int32_t name_param_size = 255;
-constexpr int32_t forced_attach_options = 0x6000;
 constexpr int32_t not_received = -19999;  // how the trace shows a part of the reply that did not come
 
 // What an operation code sends; the code is the row's place in the table.
@@ -35,26 +34,26 @@ struct DtmOperation {
   int32_t code;
   const char *procedure;  // null: the code sends nothing
   int32_t options;        // "@flags"
-  bool forces_attach;     // adds forced_attach_options under XAPF_FORCE_ATTACH
+  bool forces_attach;     // adds DTM_OPTION_FORCE_ATTACH under XAPF_FORCE_ATTACH
 };
 
 // clang-format off
 constexpr DtmOperation dtm_operations[] = {
-    // code                 procedure            options  forces attach
-    {0,                     nullptr,             0,       false},
-    {DTM_BEGIN,             xa_dtm_beginrpc,     0x10,    false},
-    {DTM_ATTACH,            xa_dtm_attachrpc,    0,       false},
-    {DTM_ATTACH_NOWAIT,     xa_dtm_attachrpc,    0x2,     false},
-    {DTM_DETACH,            xa_dtm_detachrpc,    0,       false},
-    {DTM_DETACH_NOWAIT,     xa_dtm_detachrpc,    0x4,     false},
-    {DTM_STATUS,            xa_dtm_statusrpc,    0,       false},
-    {7,                     nullptr,             0,       false},
-    {DTM_FORGET,            xa_dtm_forgetrpc,    0,       false},
-    {DTM_PREPARE,           xa_dtm_preparerpc,   0,       true},
-    {DTM_COMMIT,            xa_dtm_commitrpc,    0,       true},
-    {DTM_COMMIT_ONEPHASE,   xa_dtm_commitrpc,    0x20,    true},
-    {DTM_ROLLBACK,          xa_dtm_rollbackrpc,  0,       true},
-    {DTM_ABORT,             xa_dtm_rollbackrpc,  0x100,   false},
+    // code                 procedure            options                 forces attach
+    {0,                     nullptr,             0,                      false},
+    {DTM_BEGIN,             xa_dtm_beginrpc,     DTM_OPTION_NEW,         false},
+    {DTM_ATTACH,            xa_dtm_attachrpc,    0,                      false},
+    {DTM_ATTACH_NOWAIT,     xa_dtm_attachrpc,    DTM_OPTION_NOWAIT,      false},
+    {DTM_DETACH,            xa_dtm_detachrpc,    0,                      false},
+    {DTM_DETACH_NOWAIT,     xa_dtm_detachrpc,    DTM_OPTION_UNDO_ATTACH, false},
+    {DTM_STATUS,            xa_dtm_statusrpc,    0,                      false},
+    {7,                     nullptr,             0,                      false},
+    {DTM_FORGET,            xa_dtm_forgetrpc,    0,                      false},
+    {DTM_PREPARE,           xa_dtm_preparerpc,   0,                      true},
+    {DTM_COMMIT,            xa_dtm_commitrpc,    0,                      true},
+    {DTM_COMMIT_ONEPHASE,   xa_dtm_commitrpc,    DTM_OPTION_ONE_PHASE,   true},
+    {DTM_ROLLBACK,          xa_dtm_rollbackrpc,  0,                      true},
+    {DTM_ABORT,             xa_dtm_rollbackrpc,  DTM_OPTION_BACKGROUND,  false},
 };
 // clang-format on
 constexpr int32_t operation_count = sizeof dtm_operations / sizeof dtm_operations[0];
@@ -290,7 +289,7 @@ int32_t xa__dtm_rpc(XA_CONNECTION *conn, int32_t code, const XID *xid, int32_t s
     return trace.cs(CS_FAIL);
   }
   const bool forced = operation->forces_attach && personality_has(XAPF_FORCE_ATTACH);
-  const int32_t options = operation->options + (forced ? forced_attach_options : 0);
+  const int32_t options = operation->options + (forced ? DTM_OPTION_FORCE_ATTACH : 0);
   QLT_COMMAND *const command = conn->xc_cmd;
   int32_t ret = ct_command(command, QLT_RPC_COMMAND, operation->procedure, QLT_NULLTERM, QLT_NO_RECOMPILE);
   if (ret != CS_SUCCEED) {

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "interface/zdb_control.h"
+#include "dtm/dtm_protocol.h"
 
 namespace zdb {
 namespace {
@@ -206,7 +206,7 @@ void Catalog::enter(int64_t id, const std::string &branch, const std::string &pa
     Statement(database_, "INSERT INTO branch_journal (id, xactname, state, since, pages) VALUES (?, ?, ?, ?, ?)")
         .bind(1, id)
         .bind(2, branch)
-        .bind(3, ZDB_PREPARED)
+        .bind(3, DTM_STATE_PREPARED)
         .bind(4, now_in_seconds())
         .bind_blob(5, pages)
         .run();

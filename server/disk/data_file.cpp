@@ -9,8 +9,8 @@
 #include <cstring>
 #include <filesystem>
 
-#include "steps/crash_points.h"
 #include "disk/storage_failure.h"
+#include "steps/crash_points.h"
 
 namespace zdb {
 namespace {

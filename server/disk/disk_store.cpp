@@ -3,7 +3,7 @@
 
 #include "disk/passwords.h"
 #include "disk/sql_text.h"
-#include "interface/zdb_control.h"
+#include "dtm/dtm_protocol.h"
 
 namespace zdb {
 namespace {
@@ -62,7 +62,7 @@ void DiskStore::finish_writing() {
       throw std::runtime_error("the commit of branch '" + row.branch + "' was broken off and cannot be finished (" +
                                error.what() + "). Put the folder's backup in its place");
     }
-    if (row.state == ZDB_PREPARED) {
+    if (row.state == DTM_STATE_PREPARED) {
       catalog_.remove(row.id);
     } else {
       catalog_.clear_pages(row.id);
@@ -73,7 +73,7 @@ void DiskStore::finish_writing() {
 /* The first version kept what cannot be made again with certainty. */
 void DiskStore::require_settled(int64_t mark) {
   for (const JournalRow &row : catalog_.journal()) {
-    if (row.has_pages && row.id != mark && row.state != ZDB_HEUR_ROLLED_BACK) {
+    if (row.has_pages && row.id != mark && row.state != DTM_STATE_HEUR_ROLLEDBACK) {
       throw std::runtime_error("branch '" + row.branch +
                                "' was prepared by an older zdbd, which alone can settle it. Start that one, commit or "
                                "roll back what is prepared, stop it, and start this one again");
@@ -84,17 +84,17 @@ void DiskStore::require_settled(int64_t mark) {
 /* Goes on where the branch stood when the server went away. */
 void DiskStore::take_up(const JournalRow &row, int64_t mark) {
   const bool committed = row.id == mark;
-  if (row.state == ZDB_PREPARED && committed) {
+  if (row.state == DTM_STATE_PREPARED && committed) {
     catalog_.remove_later(row.id);
     return;
   }
-  const bool has_pages = row.has_pages && !committed && row.state != ZDB_HEUR_ROLLED_BACK;
+  const bool has_pages = row.has_pages && !committed && row.state != DTM_STATE_HEUR_ROLLEDBACK;
   if (row.has_pages && !has_pages) {
     catalog_.clear_pages_later(row.id);
   }
   const auto work = std::make_shared<DiskWork>(parts(), row.branch);
   work->take_up(row.id, has_pages);
-  if (row.state == ZDB_HEUR_COMMITTED && has_pages) {
+  if (row.state == DTM_STATE_HEUR_COMMITTED && has_pages) {
     work->settle(true);
   }
   kept_.push_back({{row.branch, row.state, row.since, false, false}, work});

@@ -3,7 +3,7 @@
 
 #include "disk/sql_text.h"
 #include "disk/storage_failure.h"
-#include "interface/zdb_control.h"
+#include "dtm/dtm_protocol.h"
 
 namespace zdb {
 namespace {
@@ -284,7 +284,7 @@ void DiskWork::settle(bool commit) {
   if (commit) {
     require_work();
   }
-  parts_.catalog.set_state(journal_id_, commit ? ZDB_HEUR_COMMITTED : ZDB_HEUR_ROLLED_BACK);
+  parts_.catalog.set_state(journal_id_, commit ? DTM_STATE_HEUR_COMMITTED : DTM_STATE_HEUR_ROLLEDBACK);
   if (commit && hold_.held()) {
     carry_outcome_out();
   } else {
@@ -309,7 +309,7 @@ void DiskWork::carry_outcome_out() {
 
 void DiskWork::take_outcome_back(const StoreError &failure) {
   try {
-    parts_.catalog.set_state(journal_id_, ZDB_PREPARED);
+    parts_.catalog.set_state(journal_id_, DTM_STATE_PREPARED);
   } catch (const StoreError &) {
     end_after_storage_failure(std::string("an outcome could neither be carried out nor taken back: ") + failure.what());
   }

@@ -19,9 +19,9 @@
 #include <vector>
 
 #include "disk/catalog.h"
-#include "steps/crash_points.h"
 #include "disk/data_file.h"
 #include "disk/folder_sync.h"
+#include "steps/crash_points.h"
 
 namespace zdb {
 namespace {

@@ -10,8 +10,8 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "steps/crash_points.h"
 #include "disk/storage_failure.h"
+#include "steps/crash_points.h"
 
 namespace zdb {
 namespace {

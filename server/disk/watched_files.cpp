@@ -15,11 +15,11 @@
 #include <string>
 #include <system_error>
 
-#include "steps/crash_points.h"
 #include "disk/folder_sync.h"
 #include "disk/log_notes.h"
 #include "disk/page_capture.h"
 #include "disk/storage_failure.h"
+#include "steps/crash_points.h"
 
 namespace zdb {
 namespace {

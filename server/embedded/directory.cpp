@@ -9,11 +9,11 @@
 #include <map>
 #include <mutex>
 
-#include "sessions/durable_server.h"
 #include "embedded/interfaces_file.h"
+#include "sessions/durable_server.h"
+#include "sessions/server_session.h"
 #include "store/memory_store.h"
 #include "wire/remote_session.h"
-#include "sessions/server_session.h"
 
 namespace zdb {
 namespace {

@@ -9,8 +9,9 @@
 #include <cstring>
 #include <exception>
 
-#include "embedded/directory.h"
 #include "disk/folder.h"
+#include "dtm/dtm_protocol.h"
+#include "embedded/directory.h"
 
 namespace {
 
@@ -89,9 +90,9 @@ int32_t zdb_refuse_failover_logins(const char *server, int32_t on) {
 
 int32_t zdb_branch_state(const char *server, const char *branch) {
   if (branch == nullptr) {
-    return ZDB_UNKNOWN;
+    return DTM_STATE_UNKNOWN;
   }
-  return on_server(server, ZDB_UNKNOWN, [&](zdb::Server &found) { return found.branch_state(branch); });
+  return on_server(server, DTM_STATE_UNKNOWN, [&](zdb::Server &found) { return found.branch_state(branch); });
 }
 
 int32_t zdb_branch_count(const char *server) {

@@ -35,18 +35,7 @@ int32_t zdb_set_dtm(const char *server, int32_t value);
 /* While on, a login with failover asked for (property 9196 set to 1) fails; one without it succeeds. */
 int32_t zdb_refuse_failover_logins(const char *server, int32_t on);
 
-/* Branch states as the DTM procedures report them, and the codes of the transaction table for heuristic outcomes. */
-#define ZDB_UNKNOWN 0
-#define ZDB_ATTACHED 1
-#define ZDB_ENDED 2
-#define ZDB_SUSPENDED 3
-#define ZDB_MIGRATED 4
-#define ZDB_ABORT_ONLY 6
-#define ZDB_PREPARED 7
-#define ZDB_HEUR_COMMITTED 65548
-#define ZDB_HEUR_ROLLED_BACK 65549
-
-/* The state of a branch by its name, ZDB_UNKNOWN when the server does not know it. */
+/* The state of a branch by its name, a DTM_STATE_ number of dtm_protocol.h; 0 when the server does not know it. */
 int32_t zdb_branch_state(const char *server, const char *branch);
 /* The number of branches that the server knows, heuristic ones included; -1 for an unknown server. */
 int32_t zdb_branch_count(const char *server);

@@ -10,21 +10,10 @@
 #include <algorithm>
 #include <array>
 
-#include "interface/zdb_control.h"
+#include "dtm/dtm_protocol.h"
 
 namespace zdb {
 namespace {
-
-constexpr int32_t new_branch = 0x10;
-constexpr int32_t no_wait = 0x2;
-constexpr int32_t undo_attach = 0x4;
-constexpr int32_t one_phase = 0x20;
-constexpr int32_t in_background = 0x100;
-constexpr int32_t forced = 0x6000;
-
-constexpr int32_t wanted_committed = 100;
-constexpr int32_t wanted_rolled_back = 101;
-constexpr int32_t wanted_forgotten = 102;
 
 struct Rule {
   std::string_view procedure;
@@ -35,44 +24,44 @@ struct Rule {
 
 constexpr Outcome keep{answer_prior, stays};
 constexpr Outcome drop{answer_prior, gone};
-constexpr Outcome attach{answer_prior, ZDB_ATTACHED};
-constexpr Outcome end{answer_prior, ZDB_ENDED};
-constexpr Outcome hold{answer_prior, ZDB_SUSPENDED};
-constexpr Outcome migrate{answer_prior, ZDB_MIGRATED};
-constexpr Outcome doom{answer_prior, ZDB_ABORT_ONLY};
-constexpr Outcome vote{answer_prior, ZDB_PREPARED};
+constexpr Outcome attach{answer_prior, DTM_STATE_ATTACHED};
+constexpr Outcome end{answer_prior, DTM_STATE_ENDED};
+constexpr Outcome hold{answer_prior, DTM_STATE_SUSPENDED};
+constexpr Outcome migrate{answer_prior, DTM_STATE_DETACHED};
+constexpr Outcome doom{answer_prior, DTM_STATE_ABORTONLY};
+constexpr Outcome vote{answer_prior, DTM_STATE_PREPARED};
 constexpr Outcome done{0, gone};
-constexpr Outcome no1{refused_forced_rollback, stays};
-constexpr Outcome no2{refused_unknown, stays};
-constexpr Outcome no2_drop{refused_unknown, gone};
-constexpr Outcome no3{refused_duplicate, stays};
-constexpr Outcome no4{refused_state, stays};
-constexpr Outcome no128{refused_attached, stays};
+constexpr Outcome refused{DTM_REFUSED, stays};
+constexpr Outcome unknown{DTM_UNKNOWN, stays};
+constexpr Outcome discard{DTM_UNKNOWN, gone};
+constexpr Outcome exists{DTM_DUPLICATE, stays};
+constexpr Outcome illegal{DTM_WRONG_STATE, stays};
+constexpr Outcome taken{DTM_ATTACHED_ELSEWHERE, stays};
 
 // clang-format off
 constexpr Rule rules[] = {
-  // procedure            flags               wanted               unknown here   other  ended    migr.    abort     prep.  heur.
-  {"$beginTrvDtmXact",    new_branch,         ZDB_ATTACHED,       {attach, no3,   no3,   no3,     no3,     no3,      no3,   no3}},
-  {"$attachTrvDtmXact",   0,                  ZDB_ATTACHED,       {no2,    keep,  no4,   attach,  attach,  keep,     keep,  no2}},
+  // procedure             options                                           wanted                 unknown   here      other     ended     migrated  abort     prepared  heur.
+  {"$beginTrvDtmXact",     DTM_OPTION_NEW,                                   DTM_WANT_ATTACHED,    {attach,   exists,   exists,   exists,   exists,   exists,   exists,  exists}},
+  {"$attachTrvDtmXact",    0,                                                DTM_WANT_ATTACHED,    {unknown,  keep,     illegal,  attach,   attach,   keep,     keep,    unknown}},
   // The work of an abort-only branch is undone here, so the completion that follows leaves nothing behind.
-  {"$attachTrvDtmXact",   no_wait,            ZDB_ATTACHED,       {no2,    keep,  no4,   attach,  attach,  drop,     keep,  no2}},
-  {"$attachTrvDtmXact",   no_wait,            ZDB_ABORT_ONLY,     {no2,    doom,  no4,   doom,    doom,    keep,     doom,  no2}},
-  {"$detachTrvDtmXact",   0,                  ZDB_ENDED,          {no2,    end,   no4,   keep,    end,     keep,     keep,  no2}},
-  {"$detachTrvDtmXact",   undo_attach,        ZDB_ENDED,          {no2,    end,   no4,   keep,    end,     keep,     keep,  no2}},
+  {"$attachTrvDtmXact",    DTM_OPTION_NOWAIT,                                DTM_WANT_ATTACHED,    {unknown,  keep,     illegal,  attach,   attach,   drop,     keep,    unknown}},
+  {"$attachTrvDtmXact",    DTM_OPTION_NOWAIT,                                DTM_WANT_ABORTONLY,   {unknown,  doom,     illegal,  doom,     doom,     keep,     doom,    unknown}},
+  {"$detachTrvDtmXact",    0,                                                DTM_WANT_ENDED,       {unknown,  end,      illegal,  keep,     end,      keep,     keep,    unknown}},
+  {"$detachTrvDtmXact",    DTM_OPTION_UNDO_ATTACH,                           DTM_WANT_ENDED,       {unknown,  end,      illegal,  keep,     end,      keep,     keep,    unknown}},
   // Suspended is ended but for its name: every other row treats the two alike.
-  {"$detachTrvDtmXact",   0,                  ZDB_SUSPENDED,      {no2,    hold,  no4,   keep,    keep,    keep,     keep,  no2}},
-  {"$detachTrvDtmXact",   0,                  ZDB_MIGRATED,       {no2,    migrate, no4, keep,    keep,    keep,     keep,  no2}},
-  {"$statusTrvDtmXact",   0,                  0,                  {no2,    keep,  keep,  keep,    keep,    keep,     keep,  no2}},
-  {"$prepareTrvDtmXact",  0,                  ZDB_PREPARED,       {no2,    vote,  no4,   vote,    no4,     no2_drop, no4,   no2}},
-  {"$prepareTrvDtmXact",  forced,             ZDB_PREPARED,       {no2,    vote,  no4,   vote,    no4,     no2_drop, no4,   no2}},
-  {"$commitTrvDtmXact",   0,                  wanted_committed,   {no2,    no4,   no4,   no4,     no4,     no4,      drop,  no2}},
-  {"$commitTrvDtmXact",   forced,             wanted_committed,   {no2,    no4,   no4,   no4,     no4,     no4,      drop,  no2}},
-  {"$commitTrvDtmXact",   one_phase,          wanted_committed,   {no2,    drop,  no4,   drop,    no4,     no4,      no4,   no2}},
-  {"$commitTrvDtmXact",   forced | one_phase, wanted_committed,   {no2,    drop,  no4,   drop,    no4,     no4,      no4,   no2}},
-  {"$rollbackTrvDtmXact", 0,                  wanted_rolled_back, {no2,    drop,  no128, drop,    drop,    drop,     drop,  no2}},
-  {"$rollbackTrvDtmXact", forced,             wanted_rolled_back, {no2,    drop,  no1,   drop,    drop,    drop,     drop,  no2}},
-  {"$rollbackTrvDtmXact", in_background,      wanted_rolled_back, {no2,    drop,  drop,  drop,    drop,    drop,     drop,  no2}},
-  {"$forgetTrvDtmXact",   0,                  wanted_forgotten,   {no2,    no4,   no4,   no4,     no4,     no4,      no4,   done}},
+  {"$detachTrvDtmXact",    0,                                                DTM_WANT_SUSPENDED,   {unknown,  hold,     illegal,  keep,     keep,     keep,     keep,    unknown}},
+  {"$detachTrvDtmXact",    0,                                                DTM_WANT_MIGRATED,    {unknown,  migrate,  illegal,  keep,     keep,     keep,     keep,    unknown}},
+  {"$statusTrvDtmXact",    0,                                                DTM_WANT_ANY,         {unknown,  keep,     keep,     keep,     keep,     keep,     keep,    unknown}},
+  {"$prepareTrvDtmXact",   0,                                                DTM_WANT_PREPARED,    {unknown,  vote,     illegal,  vote,     illegal,  discard,  illegal, unknown}},
+  {"$prepareTrvDtmXact",   DTM_OPTION_FORCE_ATTACH,                          DTM_WANT_PREPARED,    {unknown,  vote,     illegal,  vote,     illegal,  discard,  illegal, unknown}},
+  {"$commitTrvDtmXact",    0,                                                DTM_WANT_COMMITTED,   {unknown,  illegal,  illegal,  illegal,  illegal,  illegal,  drop,    unknown}},
+  {"$commitTrvDtmXact",    DTM_OPTION_FORCE_ATTACH,                          DTM_WANT_COMMITTED,   {unknown,  illegal,  illegal,  illegal,  illegal,  illegal,  drop,    unknown}},
+  {"$commitTrvDtmXact",    DTM_OPTION_ONE_PHASE,                             DTM_WANT_COMMITTED,   {unknown,  drop,     illegal,  drop,     illegal,  illegal,  illegal, unknown}},
+  {"$commitTrvDtmXact",    DTM_OPTION_FORCE_ATTACH | DTM_OPTION_ONE_PHASE,   DTM_WANT_COMMITTED,   {unknown,  drop,     illegal,  drop,     illegal,  illegal,  illegal, unknown}},
+  {"$rollbackTrvDtmXact",  0,                                                DTM_WANT_ROLLEDBACK,  {unknown,  drop,     taken,    drop,     drop,     drop,     drop,    unknown}},
+  {"$rollbackTrvDtmXact",  DTM_OPTION_FORCE_ATTACH,                          DTM_WANT_ROLLEDBACK,  {unknown,  drop,     refused,  drop,     drop,     drop,     drop,    unknown}},
+  {"$rollbackTrvDtmXact",  DTM_OPTION_BACKGROUND,                            DTM_WANT_ROLLEDBACK,  {unknown,  drop,     drop,     drop,     drop,     drop,     drop,    unknown}},
+  {"$forgetTrvDtmXact",    0,                                                DTM_WANT_FORGOTTEN,   {unknown,  illegal,  illegal,  illegal,  illegal,  illegal,  illegal, done}},
 };
 // clang-format on
 
@@ -105,7 +94,7 @@ Outcome find_outcome(std::string_view procedure, int32_t flags, int32_t wanted, 
     return candidate.procedure == procedure && candidate.flags == flags && candidate.wanted == wanted;
   });
   if (rule == std::end(rules)) {
-    return {refused_request, stays};
+    return {DTM_BAD_REQUEST, stays};
   }
   return rule->outcomes[static_cast<std::size_t>(situation)];
 }

@@ -32,16 +32,6 @@ struct Outcome {
   int32_t next;
 };
 
-/* What the procedures answer when they refuse. */
-enum Refusal : int32_t {
-  refused_forced_rollback = -1, /* a forced rollback cannot take the branch from another session */
-  refused_unknown = -2,
-  refused_duplicate = -3,
-  refused_state = -4,     /* not in this state, or attached to another session */
-  refused_request = -5,   /* no such combination of flags and wanted status, or no name */
-  refused_attached = -128 /* a rollback must wait until the other session lets the branch go */
-};
-
 bool is_dtm_procedure(std::string_view procedure);
 /* True for the procedure that commits, in one phase or two; what else removes a branch rolls it back. */
 bool is_commit(std::string_view procedure);

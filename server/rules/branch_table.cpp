@@ -3,13 +3,13 @@
 
 #include <algorithm>
 
-#include "interface/zdb_control.h"
+#include "dtm/dtm_protocol.h"
 
 namespace zdb {
 namespace {
 
 bool is_heuristic(int32_t state) {
-  return state == ZDB_HEUR_COMMITTED || state == ZDB_HEUR_ROLLED_BACK;
+  return state == DTM_STATE_HEUR_COMMITTED || state == DTM_STATE_HEUR_ROLLEDBACK;
 }
 
 }  // namespace
@@ -20,16 +20,16 @@ Situation BranchTable::situation(const std::string &name, int session) const {
     return Situation::unknown;
   }
   switch (found->second.state) {
-    case ZDB_ATTACHED:
+    case DTM_STATE_ATTACHED:
       return found->second.holder == session ? Situation::attached_here : Situation::attached_elsewhere;
-    case ZDB_ENDED:
-    case ZDB_SUSPENDED:
+    case DTM_STATE_ENDED:
+    case DTM_STATE_SUSPENDED:
       return Situation::ended;
-    case ZDB_MIGRATED:
+    case DTM_STATE_DETACHED:
       return Situation::migrated;
-    case ZDB_ABORT_ONLY:
+    case DTM_STATE_ABORTONLY:
       return Situation::abort_only;
-    case ZDB_PREPARED:
+    case DTM_STATE_PREPARED:
       return Situation::prepared;
     default:
       return Situation::heuristic;
@@ -38,15 +38,15 @@ Situation BranchTable::situation(const std::string &name, int session) const {
 
 Plan BranchTable::plan(const DtmRequest &request, int session) const {
   if (request.branch.empty()) {
-    return {refused_request, stays, Effect::none};
+    return {DTM_BAD_REQUEST, stays, Effect::none};
   }
   const Situation now = situation(request.branch, session);
   const Outcome outcome = find_outcome(request.procedure, request.flags, request.wanted, now);
   const int32_t answer = outcome.answer == answer_prior ? state(request.branch) : outcome.answer;
   Effect effect = Effect::none;
-  if (outcome.next == ZDB_PREPARED) {
+  if (outcome.next == DTM_STATE_PREPARED) {
     effect = Effect::prepare;
-  } else if (outcome.next == ZDB_ABORT_ONLY) {
+  } else if (outcome.next == DTM_STATE_ABORTONLY) {
     effect = Effect::roll_back;
   } else if (outcome.next == gone && now == Situation::heuristic) {
     effect = Effect::forget;
@@ -59,9 +59,9 @@ Plan BranchTable::plan(const DtmRequest &request, int session) const {
 Branch &BranchTable::change(const std::string &name, int32_t next, int session) {
   Branch &branch = branches_[name];
   branch.state = next;
-  branch.holder = next == ZDB_ATTACHED ? session : 0;
+  branch.holder = next == DTM_STATE_ATTACHED ? session : 0;
   branch.since = Clock::now();
-  if (next == ZDB_PREPARED) {
+  if (next == DTM_STATE_PREPARED) {
     branch.prepared_as = ++preparations_;
   }
   return branch;
@@ -93,7 +93,7 @@ std::vector<BranchRow> BranchTable::rows() const {
 std::vector<std::string> BranchTable::held_by(int session) const {
   std::vector<std::string> names;
   for (const auto &[name, branch] : branches_) {
-    if (branch.state == ZDB_ATTACHED && branch.holder == session) {
+    if (branch.state == DTM_STATE_ATTACHED && branch.holder == session) {
       names.push_back(name);
     }
   }
@@ -103,7 +103,8 @@ std::vector<std::string> BranchTable::held_by(int session) const {
 std::vector<std::string> BranchTable::orphans(Clock::time_point ended_before) const {
   std::vector<std::string> names;
   for (const auto &[name, branch] : branches_) {
-    const bool ended = branch.state == ZDB_ENDED || branch.state == ZDB_SUSPENDED || branch.state == ZDB_MIGRATED;
+    const bool ended =
+        branch.state == DTM_STATE_ENDED || branch.state == DTM_STATE_SUSPENDED || branch.state == DTM_STATE_DETACHED;
     if (ended && !branch.busy && branch.since < ended_before) {
       names.push_back(name);
     }
@@ -114,7 +115,7 @@ std::vector<std::string> BranchTable::orphans(Clock::time_point ended_before) co
 std::vector<std::string> BranchTable::abort_only(Clock::time_point since_before) const {
   std::vector<std::string> names;
   for (const auto &[name, branch] : branches_) {
-    if (branch.state == ZDB_ABORT_ONLY && !branch.busy && branch.since < since_before) {
+    if (branch.state == DTM_STATE_ABORTONLY && !branch.busy && branch.since < since_before) {
       names.push_back(name);
     }
   }
@@ -123,13 +124,13 @@ std::vector<std::string> BranchTable::abort_only(Clock::time_point since_before)
 
 int32_t BranchTable::state(const std::string &name) const {
   const auto found = branches_.find(name);
-  return found == branches_.end() ? ZDB_UNKNOWN : found->second.state;
+  return found == branches_.end() ? DTM_STATE_UNKNOWN : found->second.state;
 }
 
 std::vector<std::string> BranchTable::in_doubt() const {
   std::vector<std::pair<uint64_t, std::string>> ordered;
   for (const auto &[name, branch] : branches_) {
-    if (branch.state == ZDB_PREPARED || is_heuristic(branch.state)) {
+    if (branch.state == DTM_STATE_PREPARED || is_heuristic(branch.state)) {
       ordered.emplace_back(branch.prepared_as, name);
     }
   }

@@ -54,7 +54,7 @@ class BranchTable {
 
   /* Null when there is no such branch; the pointer is good until the next removal. */
   Branch *find(const std::string &name);
-  /* ZDB_UNKNOWN when there is no such branch. */
+  /* DTM_STATE_UNKNOWN when there is no such branch. */
   int32_t state(const std::string &name) const;
   std::size_t count() const { return branches_.size(); }
   std::vector<BranchRow> rows() const;

@@ -1,5 +1,6 @@
 /* operator.cpp - a table of commands, each with its number of arguments and what it does. */
 #include "sessions/operator.h"
+#include "dtm/dtm_protocol.h"
 
 #include <algorithm>
 #include <charconv>
@@ -31,21 +32,21 @@ struct Refused : std::runtime_error {
 
 std::string state_name(int32_t state) {
   switch (state) {
-    case ZDB_ATTACHED:
+    case DTM_STATE_ATTACHED:
       return "attached";
-    case ZDB_ENDED:
+    case DTM_STATE_ENDED:
       return "ended";
-    case ZDB_SUSPENDED:
+    case DTM_STATE_SUSPENDED:
       return "suspended";
-    case ZDB_MIGRATED:
+    case DTM_STATE_DETACHED:
       return "migrated";
-    case ZDB_ABORT_ONLY:
+    case DTM_STATE_ABORTONLY:
       return "abort only";
-    case ZDB_PREPARED:
+    case DTM_STATE_PREPARED:
       return "prepared";
-    case ZDB_HEUR_COMMITTED:
+    case DTM_STATE_HEUR_COMMITTED:
       return "heuristically committed";
-    case ZDB_HEUR_ROLLED_BACK:
+    case DTM_STATE_HEUR_ROLLEDBACK:
       return "heuristically rolled back";
     default:
       return std::to_string(state);
@@ -106,9 +107,9 @@ void commit_branch(Server &server, const Arguments &arguments, Reply &reply) {
   const int32_t state = server.branch_state(name);
   if (server.force(name, true)) {
     say(reply, "Branch '" + name + "' is heuristically committed" + stays_until_forgotten);
-  } else if (state == ZDB_UNKNOWN) {
+  } else if (state == DTM_STATE_UNKNOWN) {
     refuse_unknown(name);
-  } else if (state == ZDB_HEUR_COMMITTED || state == ZDB_HEUR_ROLLED_BACK) {
+  } else if (state == DTM_STATE_HEUR_COMMITTED || state == DTM_STATE_HEUR_ROLLEDBACK) {
     refuse_settled(name, state);
   } else {
     throw Refused("Branch '" + name + "' is " + state_name(state) +

@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
-#include "sessions/server.h"
 #include "interface/session.h"
+#include "sessions/server.h"
 
 namespace zdb {
 

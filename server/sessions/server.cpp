@@ -6,6 +6,7 @@
  * order in which the server sends them: rows, status, output parameters, end marks.
  */
 #include "sessions/server.h"
+#include "dtm/dtm_protocol.h"
 
 #include <algorithm>
 #include <charconv>
@@ -143,7 +144,7 @@ Server::Server(std::unique_ptr<Store> store) : store_(std::move(store)) {
   store_->list_branches_by([this] { return branches(); });
   for (KeptBranch &kept : store_->take_kept_branches()) {
     // Every kept branch was prepared once; that gives it its place in the order of scans.
-    branches_.change(kept.row.name, ZDB_PREPARED, 0);
+    branches_.change(kept.row.name, DTM_STATE_PREPARED, 0);
     Branch &branch = *branches_.find(kept.row.name);
     branch.state = kept.row.state;
     branch.since = kept.row.since;
@@ -191,7 +192,7 @@ std::vector<BranchRow> Server::branches() const {
 bool Server::force(const std::string &name, bool commit) {
   Lock lock(mutex_);
   const Branch *branch = wait_until_idle(lock, name, false);
-  if (branch == nullptr || branch->state != ZDB_PREPARED) {
+  if (branch == nullptr || branch->state != DTM_STATE_PREPARED) {
     return false;
   }
   settle(lock, name, commit);
@@ -205,7 +206,7 @@ bool Server::plant_prepared(const std::string &name) {
     return false;
   }
   work->prepare();
-  branches_.change(name, ZDB_PREPARED, 0).work = work;
+  branches_.change(name, DTM_STATE_PREPARED, 0).work = work;
   return true;
 }
 
@@ -213,7 +214,7 @@ void Server::undo_orphans(Clock::time_point ended_before) {
   Lock lock(mutex_);
   for (const std::string &name : branches_.orphans(ended_before)) {
     const Branch *branch = branches_.find(name);
-    if (branch != nullptr && !branch->busy && branch->state != ZDB_ATTACHED && branch->since < ended_before) {
+    if (branch != nullptr && !branch->busy && branch->state != DTM_STATE_ATTACHED && branch->since < ended_before) {
       undo(lock, name);
     }
   }
@@ -221,25 +222,25 @@ void Server::undo_orphans(Clock::time_point ended_before) {
 
 Server::Ending Server::roll_back_by_force(const std::string &name) {
   Lock lock(mutex_);
-  const bool may_run_sql = branches_.state(name) == ZDB_ATTACHED;
+  const bool may_run_sql = branches_.state(name) == DTM_STATE_ATTACHED;
   const Branch *branch = wait_until_idle(lock, name, may_run_sql);
-  switch (branch == nullptr ? ZDB_UNKNOWN : branch->state) {
-    case ZDB_UNKNOWN:
+  switch (branch == nullptr ? DTM_STATE_UNKNOWN : branch->state) {
+    case DTM_STATE_UNKNOWN:
       return Ending::unknown;
-    case ZDB_PREPARED:
+    case DTM_STATE_PREPARED:
       settle(lock, name, false);
       return Ending::heuristic;
-    case ZDB_HEUR_COMMITTED:
-    case ZDB_HEUR_ROLLED_BACK:
+    case DTM_STATE_HEUR_COMMITTED:
+    case DTM_STATE_HEUR_ROLLEDBACK:
       return Ending::settled_before;
-    case ZDB_ABORT_ONLY:
+    case DTM_STATE_ABORTONLY:
       branches_.remove(name);
       return Ending::forgotten;
     default:
       undo(lock, name);
   }
   const int32_t left = branches_.state(name);
-  if (left != ZDB_UNKNOWN && left != ZDB_ABORT_ONLY) {
+  if (left != DTM_STATE_UNKNOWN && left != DTM_STATE_ABORTONLY) {
     throw StoreError(message_storage, "The branch's work cannot be undone now. Look at the server's disk.");
   }
   return Ending::undone;
@@ -249,7 +250,7 @@ Server::Ending Server::roll_back_by_force(const std::string &name) {
 void Server::settle(Lock &lock, const std::string &branch, bool commit) {
   with_work(lock, branch, [&](Work &work) { work.settle(commit); });
   if (branches_.find(branch) != nullptr) {  // else the server shuts down
-    branches_.change(branch, commit ? ZDB_HEUR_COMMITTED : ZDB_HEUR_ROLLED_BACK, 0);
+    branches_.change(branch, commit ? DTM_STATE_HEUR_COMMITTED : DTM_STATE_HEUR_ROLLEDBACK, 0);
   }
 }
 
@@ -363,7 +364,7 @@ void Server::abandon(int session) noexcept {
   store_->wake();
   for (const std::string &name : found->second->attached) {
     const Branch *branch = branches_.find(name);
-    if (branch != nullptr && branch->busy && branch->state == ZDB_ATTACHED && branch->holder == session) {
+    if (branch != nullptr && branch->busy && branch->state == DTM_STATE_ATTACHED && branch->holder == session) {
       branch->work->interrupt();
     }
   }
@@ -378,7 +379,7 @@ void Server::break_off(Lock &lock, int session) {
   }
   for (const std::string &name : branches_.held_by(session)) {
     const Branch *branch = wait_until_idle(lock, name, true);
-    if (branch != nullptr && branch->state == ZDB_ATTACHED && branch->holder == session) {
+    if (branch != nullptr && branch->state == DTM_STATE_ATTACHED && branch->holder == session) {
       undo(lock, name);
     }
   }
@@ -407,7 +408,7 @@ void Server::undo(Lock &lock, const std::string &branch) {
     return;  // it stays as it is; whoever asks for it next meets the same trouble
   }
   if (branches_.find(branch) != nullptr) {
-    branches_.change(branch, ZDB_ABORT_ONLY, 0);
+    branches_.change(branch, DTM_STATE_ABORTONLY, 0);
   }
 }
 
@@ -431,14 +432,14 @@ int32_t Server::carry_out(Lock &lock, const DtmRequest &request, int session) {
   }
   wait_until_idle(lock, request.branch, plan.effect == Effect::roll_back);
   if (!clients_.contains(session)) {
-    return refused_state;  // it broke off meanwhile and must not hold anything; nobody reads the answer
+    return DTM_WRONG_STATE;  // it broke off meanwhile and must not hold anything; nobody reads the answer
   }
   plan = branches_.plan(request, session);
   if (plan.next == stays) {
     return plan.answer;
   }
   if (plan.effect != Effect::none && !apply_to_work(lock, request.branch, plan.effect, session)) {
-    return refused_state;
+    return DTM_WRONG_STATE;
   }
   if (plan.next == gone) {
     branches_.remove(request.branch);
@@ -517,14 +518,14 @@ Server::Answer Server::answer(Lock &lock, int session, Client &client, const Req
 SqlOutcome Server::run_sql(Lock &lock, int session, Client &client, const std::string &sql) {
   const std::string name = client.attached.empty() ? std::string() : client.attached.back();
   const Branch *branch = wait_until_idle(lock, name, false);
-  if (branch == nullptr || branch->state != ZDB_ATTACHED || branch->holder != session) {
+  if (branch == nullptr || branch->state != DTM_STATE_ATTACHED || branch->holder != session) {
     lock.unlock();
     const Relock back{lock};
     return store_->run(sql, !name.empty(), client.counts, client.gone);
   }
   SqlOutcome outcome = with_work(lock, name, [&](Work &work) { return work.run(sql, client.counts); });
   if (outcome.work_lost && branches_.find(name) != nullptr) {
-    branches_.change(name, ZDB_ABORT_ONLY, 0);
+    branches_.change(name, DTM_STATE_ABORTONLY, 0);
   }
   return outcome;
 }
@@ -582,7 +583,7 @@ Server::Answer Server::answer_dtm(Lock &lock, int session, Client &client, const
  */
 void Server::note_attachment(Client &client, DtmRequest &done, int session) {
   const Branch *branch = branches_.find(done.branch);
-  const bool attached = branch != nullptr && branch->state == ZDB_ATTACHED && branch->holder == session;
+  const bool attached = branch != nullptr && branch->state == DTM_STATE_ATTACHED && branch->holder == session;
   if (!attached && done.procedure == status_procedure) {
     return;
   }

@@ -22,11 +22,11 @@
 #include <utility>
 #include <vector>
 
+#include "interface/session.h"
+#include "interface/zdb_control.h"
 #include "rules/branch_table.h"
 #include "sessions/script_book.h"
-#include "interface/session.h"
 #include "store/store.h"
-#include "interface/zdb_control.h"
 
 namespace zdb {
 

@@ -4,8 +4,8 @@
 
 #include <memory>
 
-#include "sessions/server.h"
 #include "interface/session.h"
+#include "sessions/server.h"
 
 namespace zdb {
 

@@ -19,8 +19,8 @@
 #include <thread>
 #include <vector>
 
-#include "wire/channel.h"
 #include "interface/session.h"
+#include "wire/channel.h"
 #include "wire/socket.h"
 
 namespace zdb {

@@ -15,17 +15,17 @@
 #include <string>
 #include <vector>
 
-#include "sessions/durable_server.h"
 #include "disk/folder.h"
-#include "wire/listener.h"
+#include "disk/statement_memory.h"
+#include "disk/watched_files.h"
+#include "sessions/durable_server.h"
 #include "sessions/operator.h"
-#include "wire/remote_session.h"
-#include "zdbd/server_log.h"
 #include "sessions/server_session.h"
 #include "shown_text.h"
-#include "disk/statement_memory.h"
+#include "wire/listener.h"
+#include "wire/remote_session.h"
+#include "zdbd/server_log.h"
 #include "zdbd/stop_signal.h"
-#include "disk/watched_files.h"
 
 namespace {
 

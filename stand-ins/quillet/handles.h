@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "exports.h"
-#include "messages.h"
 #include "interface/session.h"
+#include "messages.h"
 #include "settings.h"
 
 /* The one context. Its mutex guards its fields; it may be taken while a connection is locked, not the other way. */

@@ -11,8 +11,8 @@
 #include <variant>
 
 #include "exports.h"
-#include "operation.h"
 #include "interface/session.h"
+#include "operation.h"
 
 namespace quillet {
 

@@ -11,9 +11,9 @@
 #include <thread>
 
 #include "accepted_flags.h"
+#include "interface/zdb_control.h"
 #include "manager.h"
 #include "quillet_control.h"
-#include "interface/zdb_control.h"
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include <set>
 #include <thread>
 
-#include "manager.h"
 #include "interface/zdb_control.h"
+#include "manager.h"
 
 namespace {
 

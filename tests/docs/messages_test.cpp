@@ -119,14 +119,14 @@ TEST(Messages, the_document_has_all_and_quotes_no_others) {
     EXPECT_TRUE(quoted.contains(text)) << "docs/trouble-shooting.md has no item for: " << text;
   }
   /* Traces and parts of what the stand-ins say may be quoted as well. */
-  const std::string sources = replaced(code_in({"generic", "platform"}), R"(\\")", "\"");
+  const std::string sources = replaced(code_in({"generic", "server", "stand-ins"}), R"(\\")", "\"");
   for (const std::string &text : quoted) {
     EXPECT_TRUE(messages().contains(text) || sources.find(text) != std::string::npos) << "in no source: " << text;
   }
 }
 
 TEST(Messages, advice_is_about_messages_that_there_are) {
-  const std::string code = code_in({"xadtm"});
+  const std::string code = code_in({"tools/xadtm"});
   const size_t begin = code.find("advices[] = {");
   ASSERT_NE(begin, std::string::npos);
   const Texts parts = texts_behind(code.substr(begin, code.find("};", begin) - begin), "\\{");

@@ -4,8 +4,8 @@
  */
 #include <string>
 
-#include "wire/frame.h"
 #include "fuzz.h"
+#include "wire/frame.h"
 
 static std::string recoded(unsigned choice, std::string_view payload) {
   switch (choice % 4) {

@@ -1,8 +1,8 @@
 /* interfaces_fuzz.cpp - any text given to the interfaces file's parser: what it accepts keeps the file's own rules. */
 #include <string>
 
-#include "fuzz.h"
 #include "embedded/interfaces_file.h"
+#include "fuzz.h"
 
 static const char *const folder = "/etc/zdb";
 

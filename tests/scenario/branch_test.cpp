@@ -1,5 +1,6 @@
 // branch_test.cpp - the life of branches: association, completion, heuristic outcomes, and what the flavours do
 // differently with them.
+#include "dtm/dtm_protocol.h"
 #include "quillet.h"
 #include "scenario.h"
 
@@ -16,38 +17,38 @@ constexpr const char *status_call = "$statusTrvDtmXact";
 const std::vector<Scenario> scenarios = {
   {"two_phase", {
     {open(1), XA_OK},
-    {start(1, "A"), XA_OK}, {state("A"), ZDB_ATTACHED}, {end(1, "A"), XA_OK}, {state("A"), ZDB_ENDED},
-    {prepare(1, "A"), XA_OK}, {state("A"), ZDB_PREPARED}, {commit(1, "A"), XA_OK}, {state("A"), ZDB_UNKNOWN},
+    {start(1, "A"), XA_OK}, {state("A"), DTM_STATE_ATTACHED}, {end(1, "A"), XA_OK}, {state("A"), DTM_STATE_ENDED},
+    {prepare(1, "A"), XA_OK}, {state("A"), DTM_STATE_PREPARED}, {commit(1, "A"), XA_OK}, {state("A"), DTM_STATE_UNKNOWN},
     {commit(1, "A"), XAER_NOTA}, {sessions(), 1}}},
   {"two_phase_with_the_longest_and_the_shortest_xid", {
     {open(1), XA_OK},
-    {start(1, "*"), XA_OK}, {end(1, "*"), XA_OK}, {prepare(1, "*"), XA_OK}, {state("*"), ZDB_PREPARED},
-    {start(1, "-A"), XA_OK}, {end(1, "-A"), XA_OK}, {prepare(1, "-A"), XA_OK}, {state("-A"), ZDB_PREPARED},
-    {commit(1, "*"), XA_OK}, {state("*"), ZDB_UNKNOWN}, {state("-A"), ZDB_PREPARED}, {commit(1, "-A"), XA_OK}}},
+    {start(1, "*"), XA_OK}, {end(1, "*"), XA_OK}, {prepare(1, "*"), XA_OK}, {state("*"), DTM_STATE_PREPARED},
+    {start(1, "-A"), XA_OK}, {end(1, "-A"), XA_OK}, {prepare(1, "-A"), XA_OK}, {state("-A"), DTM_STATE_PREPARED},
+    {commit(1, "*"), XA_OK}, {state("*"), DTM_STATE_UNKNOWN}, {state("-A"), DTM_STATE_PREPARED}, {commit(1, "-A"), XA_OK}}},
   {"one_phase", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK},
-    {commit(1, "A"), XAER_PROTO}, {state("A"), ZDB_ENDED},  // not prepared
-    {commit(1, "A", TMONEPHASE), XA_OK}, {state("A"), ZDB_UNKNOWN}}},
+    {commit(1, "A"), XAER_PROTO}, {state("A"), DTM_STATE_ENDED},  // not prepared
+    {commit(1, "A", TMONEPHASE), XA_OK}, {state("A"), DTM_STATE_UNKNOWN}}},
   {"rollback_before_and_after_prepare", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A", TMFAIL), XA_OK}, {rollback(1, "A"), XA_OK},
-    {state("A"), ZDB_UNKNOWN}, {rollback(1, "A"), XAER_NOTA},
+    {state("A"), DTM_STATE_UNKNOWN}, {rollback(1, "A"), XAER_NOTA},
     {start(1, "B"), XA_OK}, {end(1, "B"), XA_OK}, {prepare(1, "B"), XA_OK}, {rollback(1, "B"), XA_OK},
-    {state("B"), ZDB_UNKNOWN}}},
+    {state("B"), DTM_STATE_UNKNOWN}}},
   {"branch_that_was_never_ended", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK},
     {prepare(1, "A"), XAER_PROTO}, {commit(1, "A"), XAER_PROTO}, {commit(1, "A", TMONEPHASE), XAER_PROTO},
-    {forget(1, "A"), XAER_NOTA}, {state("A"), ZDB_ATTACHED},
-    {rollback(1, "A"), XA_OK}, {state("A"), ZDB_UNKNOWN}, {end(1, "A"), XAER_PROTO},  // completed here last
+    {forget(1, "A"), XAER_NOTA}, {state("A"), DTM_STATE_ATTACHED},
+    {rollback(1, "A"), XA_OK}, {state("A"), DTM_STATE_UNKNOWN}, {end(1, "A"), XAER_PROTO},  // completed here last
     {start(1, "B"), XA_OK}, {end(1, "B", TMSUSPEND), XA_OK}, {prepare(1, "B"), XAER_PROTO},
-    {rollback(1, "B"), XA_OK}, {state("B"), ZDB_UNKNOWN}, {sessions(), 1}}},
+    {rollback(1, "B"), XA_OK}, {state("B"), DTM_STATE_UNKNOWN}, {sessions(), 1}}},
   {"suspend_is_undone_by_resume_only", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {published(), 1},
-    {end(1, "A", TMSUSPEND), XA_OK}, {state("A"), ZDB_ATTACHED}, {published(), 0},
+    {end(1, "A", TMSUSPEND), XA_OK}, {state("A"), DTM_STATE_ATTACHED}, {published(), 0},
     {start(1, "A"), XAER_DUPID}, {start(1, "A", TMJOIN), XAER_PROTO},
     {logged("Attempt to join transaction suspended in same thread"), 1},
     {end(1, "A", TMSUSPEND), XAER_PROTO}, {end(1, "A", TMSUSPEND | TMMIGRATE), XAER_PROTO},
     {start(1, "A", TMRESUME), XA_OK}, {published(), 1},
-    {end(1, "A", TMSUSPEND), XA_OK}, {end(1, "A"), XA_OK}, {state("A"), ZDB_ENDED},
+    {end(1, "A", TMSUSPEND), XA_OK}, {end(1, "A"), XA_OK}, {state("A"), DTM_STATE_ENDED},
     {commit(1, "A", TMONEPHASE), XA_OK}}},
   {"resume_in_another_thread_of_a_branch_suspended_here", {
     {open(1), XA_OK}, {other(open(1)), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A", TMSUSPEND), XA_OK},
@@ -55,73 +56,73 @@ const std::vector<Scenario> scenarios = {
     {other(start(1, "A", TMRESUME | TMNOWAIT)), {XA_OK, XA_OK, XA_RETRY}},
     {only(TXS, other(start(1, "A", TMRESUME))), XAER_RMERR},
     {only(MTS | TUX, other(end(1, "A"))), XA_OK}, {only(TXS, end(1, "A")), XA_OK},
-    {rollback(1, "A"), XA_OK}, {state("A"), ZDB_UNKNOWN}}},
+    {rollback(1, "A"), XA_OK}, {state("A"), DTM_STATE_UNKNOWN}}},
   {"migrated_branch_resumes_elsewhere", {
     {open(1), XA_OK}, {open(3), XA_OK}, {other(open(3)), XA_OK},
-    {start(1, "A"), XA_OK}, {end(1, "A", TMSUSPEND | TMMIGRATE), XA_OK}, {state("A"), ZDB_MIGRATED},
-    {other(start(3, "A", TMRESUME)), XA_OK}, {state("A"), ZDB_ATTACHED},
+    {start(1, "A"), XA_OK}, {end(1, "A", TMSUSPEND | TMMIGRATE), XA_OK}, {state("A"), DTM_STATE_DETACHED},
+    {other(start(3, "A", TMRESUME)), XA_OK}, {state("A"), DTM_STATE_ATTACHED},
     {other(end(3, "A", TMSUSPEND | TMMIGRATE)), XA_OK}, {start(1, "A", TMRESUME | TMNOWAIT), XA_OK},
-    {end(1, "A"), XA_OK}, {prepare(1, "A"), XA_OK}, {other(commit(3, "A")), XA_OK}, {state("A"), ZDB_UNKNOWN}}},
+    {end(1, "A"), XA_OK}, {prepare(1, "A"), XA_OK}, {other(commit(3, "A")), XA_OK}, {state("A"), DTM_STATE_UNKNOWN}}},
   {"migrated_branch_completes_without_resume", {
     {open(1), XA_OK},
     {start(1, "A"), XA_OK}, {end(1, "A", TMSUSPEND | TMMIGRATE), XA_OK},
     {prepare(1, "A"), XA_OK}, {commit(1, "A"), XA_OK},
     {start(1, "B"), XA_OK}, {end(1, "B", TMSUSPEND | TMMIGRATE), XA_OK}, {rollback(1, "B"), XA_OK},
-    {state("B"), ZDB_UNKNOWN}}, TUX | TXS},
+    {state("B"), DTM_STATE_UNKNOWN}}, TUX | TXS},
   {"resume_of_a_branch_that_is_not_suspended", {
     {open(1), XA_OK}, {start(1, "A", TMRESUME), XAER_NOTA}, {start(1, "A", TMJOIN), XAER_NOTA},
     {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK},
-    {start(1, "A", TMRESUME), XAER_PROTO}, {state("A"), ZDB_ENDED}, {published(), 0},
+    {start(1, "A", TMRESUME), XAER_PROTO}, {state("A"), DTM_STATE_ENDED}, {published(), 0},
     {rollback(1, "A"), XA_OK}}},
   {"start_twice", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK},
     // TUX and TXS refuse it after ending it; under MTS it is ended and the server refuses the new beginning.
-    {start(1, "A"), XAER_DUPID}, {state("A"), ZDB_ENDED}, {published(), 0},
+    {start(1, "A"), XAER_DUPID}, {state("A"), DTM_STATE_ENDED}, {published(), 0},
     {start(1, "A", TMJOIN), XA_OK},
-    {start(1, "A", TMJOIN), {XA_OK, XAER_PROTO}}, {state("A"), {ZDB_ATTACHED, ZDB_ENDED}},
+    {start(1, "A", TMJOIN), {XA_OK, XAER_PROTO}}, {state("A"), {DTM_STATE_ATTACHED, DTM_STATE_ENDED}},
     {only(MTS, end(1, "A")), XA_OK}, {rollback(1, "A"), XA_OK}, {sessions(), 1}}},
   {"start_while_another_branch_is_associated", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK},
     // MTS waits 2 + 4 + ... + 128 seconds for the server to detach the branch, then closes the resource manager.
     {start(1, "B"), {XAER_RMFAIL, XAER_PROTO}}, {seconds_slept(), {254, 0}},
-    {state("A"), ZDB_ENDED}, {state("B"), ZDB_UNKNOWN}, {sessions(), {0, 1}},
+    {state("A"), DTM_STATE_ENDED}, {state("B"), DTM_STATE_UNKNOWN}, {sessions(), {0, 1}},
     {start(1, "B"), {XAER_INVAL, XA_OK}}, {only(MTS, open(1)), XA_OK}, {only(TUX | TXS, end(1, "B")), XA_OK},
     {only(TUX | TXS, rollback(1, "B")), XA_OK}, {rollback(1, "A"), XA_OK}}},
   {"branch_that_another_thread_ends_during_the_wait", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {when_asleep(2, other(end(1, "A"))), 1},
     {start(1, "B"), XA_OK}, {asleep_result(), XA_OK}, {seconds_slept(), 6},
-    {state("A"), ZDB_ENDED}, {state("B"), ZDB_ATTACHED}, {end(1, "B"), XA_OK},
+    {state("A"), DTM_STATE_ENDED}, {state("B"), DTM_STATE_ATTACHED}, {end(1, "B"), XA_OK},
     {rollback(1, "A"), XA_OK}, {rollback(1, "B"), XA_OK}}, MTS},
   {"session_that_breaks_during_the_wait", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {when_asleep(1, break_sessions()), 1},
-    {start(1, "B"), XA_OK}, {seconds_slept(), 2}, {state("A"), ZDB_UNKNOWN}, {rollback(1, "B"), XA_OK}}, MTS},
+    {start(1, "B"), XA_OK}, {seconds_slept(), 2}, {state("A"), DTM_STATE_UNKNOWN}, {rollback(1, "B"), XA_OK}}, MTS},
   {"associated_branch_that_the_server_forgot", {
     {open(1), XA_OK}, {open(3), XA_OK}, {start(1, "A"), XA_OK}, {rollback(3, "A"), XA_OK},
     {start(1, "B"), XA_OK}, {end(1, "B"), XA_OK}, {rollback(1, "B"), XA_OK}, {seconds_slept(), 0}}},
   {"join", {
     {open(1), XA_OK}, {open(3), XA_OK}, {start(1, "A"), XA_OK},
     {start(3, "A", TMJOIN | TMNOWAIT), XA_RETRY}, {start(3, "A", TMJOIN), XAER_RMERR},
-    {logged("Unexpected DTM BUSY indication"), 1}, {start(3, "A"), XAER_DUPID}, {state("A"), ZDB_ATTACHED},
-    {end(1, "A"), XA_OK}, {start(3, "A", TMJOIN), XA_OK}, {state("A"), ZDB_ATTACHED},
+    {logged("Unexpected DTM BUSY indication"), 1}, {start(3, "A"), XAER_DUPID}, {state("A"), DTM_STATE_ATTACHED},
+    {end(1, "A"), XA_OK}, {start(3, "A", TMJOIN), XA_OK}, {state("A"), DTM_STATE_ATTACHED},
     {prepare(1, "A"), XAER_PROTO}, {end(3, "A"), XA_OK}, {prepare(1, "A"), XA_OK}, {commit(3, "A"), XA_OK}}},
   {"join_of_a_migrated_branch_is_repeated", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A", TMSUSPEND | TMMIGRATE), XA_OK},
     {script(attach_call, ZDB_REPLY_STATUS, 2, 2), 1},
-    {start(1, "A", TMJOIN), XA_OK}, {seconds_slept(), 4}, {end(1, "A"), XA_OK}, {state("A"), ZDB_ENDED},
+    {start(1, "A", TMJOIN), XA_OK}, {seconds_slept(), 4}, {end(1, "A"), XA_OK}, {state("A"), DTM_STATE_ENDED},
     {rollback(1, "A"), XA_OK}}},
   {"join_beside_a_suspended_branch_does_not_wait", {
     {open(1), XA_OK}, {open(3), XA_OK},
     {start(3, "A"), XA_OK}, {start(1, "B"), XA_OK}, {end(1, "B", TMSUSPEND), XA_OK},
     {start(1, "A", TMJOIN), XAER_PROTO}, {start(1, "A", TMJOIN | TMNOWAIT), XA_RETRY},
     {end(3, "A"), XA_OK}, {start(1, "A", TMJOIN), XA_OK}, {end(1, "A"), XA_OK},
-    {state("B"), ZDB_ATTACHED},
+    {state("B"), DTM_STATE_ATTACHED},
     // Once the server has forgotten the suspended branch, the join ends it here as well.
     {rollback(3, "B"), XA_OK}, {start(1, "A", TMJOIN), XA_OK}, {end(1, "A"), XA_OK},
     {start(1, "B", TMRESUME), XAER_NOTA}, {rollback(1, "A"), XA_OK}}},
   {"end_of_a_branch_that_no_connection_holds", {
     {open(1), XA_OK}, {open(3), XA_OK}, {end(1, "A"), XAER_NOTA}, {end(1, "A", TMSUSPEND), XAER_NOTA},
     {start(3, "A"), XA_OK}, {end(1, "A"), XAER_PROTO}, {end(1, "A", TMFAIL), XAER_PROTO},
-    {end(1, "A", TMSUSPEND | TMMIGRATE), XAER_PROTO}, {state("A"), ZDB_ATTACHED},
+    {end(1, "A", TMSUSPEND | TMMIGRATE), XAER_PROTO}, {state("A"), DTM_STATE_ATTACHED},
     {end(3, "A"), XA_OK}, {end(3, "A"), XAER_PROTO}, {rollback(1, "A"), XA_OK}, {sessions(), 2}}},
   {"verbs_without_an_open_resource_manager", {
     {open(1), XA_OK}, {start(2, "A"), XAER_INVAL}, {end(2, "A"), XAER_INVAL}, {end(2, "A", TMSUSPEND), XAER_INVAL},
@@ -137,13 +138,13 @@ const std::vector<Scenario> scenarios = {
   {"commit_that_must_not_wait", {
     {open(1), XA_OK}, {open(3), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK},
     {start(3, "A", TMJOIN), XA_OK}, {prepare(1, "A"), XAER_PROTO},  // leaves the XID on the connection
-    {commit(1, "A", TMNOWAIT), XA_RETRY}, {state("A"), ZDB_ATTACHED}, {end(3, "A"), XA_OK},
-    {prepare(1, "A"), XA_OK}, {commit(1, "A", TMNOWAIT), XA_OK}, {state("A"), ZDB_UNKNOWN},
+    {commit(1, "A", TMNOWAIT), XA_RETRY}, {state("A"), DTM_STATE_ATTACHED}, {end(3, "A"), XA_OK},
+    {prepare(1, "A"), XA_OK}, {commit(1, "A", TMNOWAIT), XA_OK}, {state("A"), DTM_STATE_UNKNOWN},
     {start(1, "B"), XA_OK}, {end(1, "B"), XA_OK}, {commit(1, "B", TMNOWAIT | TMONEPHASE), XA_OK},
     {sessions(), 2}}},
   {"abort_of_a_branch_that_another_session_holds", {
     {open(1), XA_OK}, {open(3), XA_OK}, {start(1, "A"), XA_OK}, {rollback(3, "A"), XA_OK},
-    {state("A"), ZDB_UNKNOWN}, {logged("Performing asyncronous abort"), 1}, {end(1, "A"), XA_OK}}},
+    {state("A"), DTM_STATE_UNKNOWN}, {logged("Performing asyncronous abort"), 1}, {end(1, "A"), XA_OK}}},
   {"abort_after_the_other_flavours_refusal", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK},
     {only(MTS, script(rollback_call, ZDB_REPLY_STATUS, -128)), 1}, {only(MTS, rollback(1, "A")), XAER_PROTO},
@@ -153,7 +154,7 @@ const std::vector<Scenario> scenarios = {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK},
     {only(MTS, script(rollback_call, ZDB_REPLY_STATUS, -1)), 1},
     {only(TUX | TXS, script(rollback_call, ZDB_REPLY_STATUS, -128)), 1},
-    {rollback(1, "A"), XA_OK}, {state("A"), ZDB_UNKNOWN},
+    {rollback(1, "A"), XA_OK}, {state("A"), DTM_STATE_UNKNOWN},
     {start(1, "B"), XA_OK}, {end(1, "B"), XA_OK}, {script(rollback_call, ZDB_REPLY_STATUS, -128, 0, -1), 1},
     {rollback(1, "B"), {XAER_PROTO, XAER_RMFAIL}}, {unscript(), 1},
     {only(TUX | TXS, rollback(1, "B")), XAER_INVAL}, {open(1), XA_OK}, {rollback(1, "B"), XA_OK}}},
@@ -163,24 +164,24 @@ const std::vector<Scenario> scenarios = {
     {script(prepare_call, ZDB_REPLY_XACTSTATUS, -9), 1}, {script(status_call, ZDB_REPLY_STATUS, -9, 0, 2), 1},
     {when_asleep(4, force("A", 1)), 1},
     {prepare(1, "A"), XA_HEURCOM}, {asleep_result(), 1}, {seconds_slept(), 4},
-    {forget(1, "A"), XA_OK}, {state("A"), ZDB_UNKNOWN}}},
+    {forget(1, "A"), XA_OK}, {state("A"), DTM_STATE_UNKNOWN}}},
   {"busy_prepare_whose_server_contradicts_itself", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK},
     {script(prepare_call, ZDB_REPLY_XACTSTATUS, -9), 1}, {script(status_call, ZDB_REPLY_STATUS, -2, 1), 1},
     {prepare(1, "A"), XAER_PROTO},  // of the repetition, which finds the branch prepared
     {seconds_slept(), 2}, {logged("internal state conflict XAER_PROTO vs. XAER_NOTA"), 1},
-    {state("A"), ZDB_PREPARED}, {commit(1, "A"), XA_OK}}},
+    {state("A"), DTM_STATE_PREPARED}, {commit(1, "A"), XA_OK}}},
   {"busy_commit", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK}, {prepare(1, "A"), XA_OK},
     {script(commit_call, ZDB_REPLY_STATUS, -9), 1}, {when_asleep(2, force("A", 0)), 1},
     {commit(1, "A"), XAER_NOTA}, {asleep_result(), 1}, {seconds_slept(), 2},
     {commit(1, "A"), XA_HEURRB}, {forget(1, "A"), XA_OK},
     {start(1, "B"), XA_OK}, {end(1, "B"), XA_OK}, {script(commit_call, ZDB_REPLY_XACTSTATUS, -9), 1},
-    {commit(1, "B", TMONEPHASE), XAER_NOTA}, {seconds_slept(), 3}, {state("B"), ZDB_UNKNOWN}}},
+    {commit(1, "B", TMONEPHASE), XAER_NOTA}, {seconds_slept(), 3}, {state("B"), DTM_STATE_UNKNOWN}}},
   {"busy_rollback", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK}, {prepare(1, "A"), XA_OK},
     {script(rollback_call, ZDB_REPLY_XACTSTATUS, -9), 1}, {script(status_call, ZDB_REPLY_STATUS, -9, 0, 2), 1},
-    {rollback(1, "A"), XAER_NOTA}, {seconds_slept(), 3}, {state("A"), ZDB_UNKNOWN}}},
+    {rollback(1, "A"), XAER_NOTA}, {seconds_slept(), 3}, {state("A"), DTM_STATE_UNKNOWN}}},
   {"busy_server_at_other_requests", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK},
     // The attach before a prepare takes "busy" for success, the one before a one-phase commit does not.
@@ -192,11 +193,11 @@ const std::vector<Scenario> scenarios = {
   {"heuristic_outcomes", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK}, {force("A", 1), 0}, {forget(1, "A"), XAER_NOTA},
     {prepare(1, "A"), XA_OK}, {forget(1, "A"), XAER_NOTA}, {force("A", 1), 1},
-    {commit(1, "A"), XA_HEURCOM}, {rollback(1, "A"), XA_HEURCOM}, {state("A"), ZDB_HEUR_COMMITTED},
+    {commit(1, "A"), XA_HEURCOM}, {rollback(1, "A"), XA_HEURCOM}, {state("A"), DTM_STATE_HEUR_COMMITTED},
     // Without the forced attach, the attach before the request has the last word.
     {prepare(1, "A"), {XA_HEURCOM, XAER_NOTA}}, {commit(1, "A", TMONEPHASE), {XA_HEURCOM, XAER_NOTA}},
     {start(1, "A"), XAER_DUPID}, {end(1, "A"), XAER_NOTA},
-    {forget(1, "A"), XA_OK}, {forget(1, "A"), XAER_NOTA}, {state("A"), ZDB_UNKNOWN},
+    {forget(1, "A"), XA_OK}, {forget(1, "A"), XAER_NOTA}, {state("A"), DTM_STATE_UNKNOWN},
     {start(1, "B"), XA_OK}, {end(1, "B"), XA_OK}, {prepare(1, "B"), XA_OK}, {force("B", 0), 1},
     {commit(1, "B"), XA_HEURRB}, {forget(1, "B"), XA_OK}}},
   {"unusual_replies", {
@@ -206,7 +207,7 @@ const std::vector<Scenario> scenarios = {
     {script(commit_call, ZDB_REPLY_CMD_FAIL), 1}, {commit(1, "A"), XA_OK},
     {script("$beginTrvDtmXact", ZDB_REPLY_STATUS, 255), 1}, {start(1, "B"), XA_RETRY},
     {script("$beginTrvDtmXact", ZDB_REPLY_RPCERROR, 12), 1}, {start(1, "B"), XAER_DUPID},  // began with the first
-    {state("B"), ZDB_ABORT_ONLY}, {rollback(1, "B"), XA_OK},
+    {state("B"), DTM_STATE_ABORTONLY}, {rollback(1, "B"), XA_OK},
     {script(status_call, ZDB_REPLY_STATUS, -16777215), 1}, {end(1, "C"), XAER_RMFAIL}, {sessions(), 1}}},
   {"replies_that_hide_what_was_done", {
     {open(1), XA_OK},

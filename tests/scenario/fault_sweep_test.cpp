@@ -8,6 +8,7 @@
 #include <ostream>
 
 #include "common_control.h"
+#include "dtm/dtm_protocol.h"
 #include "quillet_control.h"
 #include "world.h"
 
@@ -65,18 +66,18 @@ class Life {
     if (prepared_ == XA_OK) {
       // A life whose configuration could not be read may be without a log.
       const bool sent = world_.logged(request + "$commit") || !world_.logged(request + "$begin");
-      EXPECT_TRUE(state == ZDB_PREPARED || (state == ZDB_UNKNOWN && sent)) << state;
+      EXPECT_TRUE(state == DTM_STATE_PREPARED || (state == DTM_STATE_UNKNOWN && sent)) << state;
       EXPECT_FALSE(world_.logged(request + "$rollback"));
-      EXPECT_TRUE(committed_ != XA_OK || state == ZDB_UNKNOWN);
-      EXPECT_TRUE(committed_ != XAER_PROTO || state == ZDB_PREPARED);
+      EXPECT_TRUE(committed_ != XA_OK || state == DTM_STATE_UNKNOWN);
+      EXPECT_TRUE(committed_ != XAER_PROTO || state == DTM_STATE_PREPARED);
     }
-    EXPECT_EQ(World::state("R"), ZDB_PREPARED) << "a branch of somebody else";
+    EXPECT_EQ(World::state("R"), DTM_STATE_PREPARED) << "a branch of somebody else";
   }
 
   // With the faults gone everything works again, on whatever connections the life has left.
   void recover_from_faults() const {
     EXPECT_EQ(world_.open(1), XA_OK);
-    const bool in_doubt = World::state("A") == ZDB_PREPARED;
+    const bool in_doubt = World::state("A") == DTM_STATE_PREPARED;
     for (const char *branch : {"A", "B"}) {
       world_.end(1, branch, TMFAIL);
     }
@@ -88,8 +89,8 @@ class Life {
     const int32_t ended = in_doubt ? world_.commit(1, "A") : world_.rollback(1, "A");
     EXPECT_TRUE(ended == XA_OK || (ended == XAER_NOTA && !in_doubt)) << ended;
     world_.rollback(1, "B");
-    EXPECT_EQ(World::state("A"), ZDB_UNKNOWN);
-    EXPECT_EQ(World::state("B"), ZDB_UNKNOWN);
+    EXPECT_EQ(World::state("A"), DTM_STATE_UNKNOWN);
+    EXPECT_EQ(World::state("B"), DTM_STATE_UNKNOWN);
     EXPECT_EQ(world_.close(1), XA_OK);
   }
 

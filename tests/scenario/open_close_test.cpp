@@ -1,5 +1,6 @@
 // open_close_test.cpp - opening and closing of resource managers: servers that refuse, repeated opens, the second
 // flavour, and closing while branches live.
+#include "dtm/dtm_protocol.h"
 #include "scenario.h"
 
 #include "common_control.h"
@@ -77,18 +78,18 @@ const std::vector<Scenario> scenarios = {
     {close(1), XA_OK}, {open_other_flavours(), 2}, {open(1), XA_OK}}},
   {"close_while_a_branch_is_associated", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {close(1), {XA_OK, XAER_PROTO}}, {sessions(), {0, 1}},
-    {state("A"), {ZDB_ENDED, ZDB_ATTACHED}}, {published(), {0, 1}},
+    {state("A"), {DTM_STATE_ENDED, DTM_STATE_ATTACHED}}, {published(), {0, 1}},
     {end(1, "A"), {XAER_INVAL, XA_OK}}, {only(MTS, open(1)), XA_OK}, {rollback(1, "A"), XA_OK}, {close(1), XA_OK}}},
   {"close_while_a_branch_is_suspended", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A", TMSUSPEND), XA_OK}, {start(1, "B"), XA_OK},
-    {sessions(), 2}, {end(1, "B"), XA_OK}, {close(1), {XA_OK, XAER_PROTO}}, {state("A"), {ZDB_ENDED, ZDB_ATTACHED}},
+    {sessions(), 2}, {end(1, "B"), XA_OK}, {close(1), {XA_OK, XAER_PROTO}}, {state("A"), {DTM_STATE_ENDED, DTM_STATE_ATTACHED}},
     {only(TUX | TXS, end(1, "A")), XA_OK}, {close(1), XA_OK}, {open(1), XA_OK}, {rollback(1, "A"), XA_OK},
     {rollback(1, "B"), XA_OK}}},
   {"close_while_the_server_has_forgotten_the_branch", {
     {open(1), XA_OK}, {open(3), XA_OK}, {start(1, "A"), XA_OK}, {rollback(3, "A"), XA_OK}, {close(1), XA_OK},
     // Nor is a branch in the way that the server knows but does not have attached.
     {start(3, "B"), XA_OK}, {script("$statusTrvDtmXact", ZDB_REPLY_STATUS, 4), 1}, {close(3), XA_OK},
-    {state("B"), ZDB_ABORT_ONLY}, {open(1), XA_OK}, {rollback(1, "B"), XA_OK}}},
+    {state("B"), DTM_STATE_ABORTONLY}, {open(1), XA_OK}, {rollback(1, "B"), XA_OK}}},
   {"close_in_another_thread", {
     {open(1), XA_OK}, {other(close(1)), {XA_OK, XA_OK, XAER_RMERR}}, {sessions(), {0, 0, 1}},
     {other(open(1)), XA_OK}, {sessions(), {1, 1, 2}}, {close(1), XA_OK}, {sessions(), {0, 0, 1}},

@@ -1,5 +1,6 @@
 // recovery_test.cpp - scans for the branches in doubt: their batches, the rows that are none of ours, and how a scan
 // ends. The recover action itself compares the XIDs with those planted, in order.
+#include "dtm/dtm_protocol.h"
 #include "quillet.h"
 #include "scenario.h"
 
@@ -53,7 +54,7 @@ const std::vector<Scenario> scenarios = {
     {end(1, "A"), XA_OK}, {commit(1, "A", TMONEPHASE), XA_OK}, {sessions(), 2}}},
   {"branches_in_doubt_are_completed_from_the_scan", {
     {open(1), XA_OK}, {plant(2), 2}, {force("R1", 1), 1}, {recover(1, 10, whole), 2},
-    {commit(1, "R0"), XA_OK}, {commit(1, "R1"), XA_HEURCOM}, {forget(1, "R1"), XA_OK}, {state("R1"), ZDB_UNKNOWN}}},
+    {commit(1, "R0"), XA_OK}, {commit(1, "R1"), XA_HEURCOM}, {forget(1, "R1"), XA_OK}, {state("R1"), DTM_STATE_UNKNOWN}}},
   {"rows_of_other_resource_managers", {
     {open(1), XA_OK}, {plant_name("1234_0g83_10k_:L2"), 1}, {plant(1), 1}, {plant_name("1234_0g83_10k_:l1"), 1},
     {plant_name("1234_0g83_10k_:L11"), 1}, {plant(1), 1}, {recover(1, 2, TMSTARTRSCAN), 2},

@@ -8,6 +8,7 @@
 #include <ostream>
 
 #include "common_control.h"
+#include "dtm/dtm_protocol.h"
 #include "personality/xal_personality.h"
 #include "quillet_control.h"
 #include "scenario.h"
@@ -132,13 +133,13 @@ void complete_while_it_may_close(const World &world, Turns &turns, const std::st
   if (world.prepare(1, branch) != XA_OK) {
     return;
   }
-  EXPECT_EQ(World::state(branch), ZDB_PREPARED);
+  EXPECT_EQ(World::state(branch), DTM_STATE_PREPARED);
   const int32_t committed = world.commit(1, branch);
   if (committed == XA_OK) {
-    EXPECT_EQ(World::state(branch), ZDB_UNKNOWN);
+    EXPECT_EQ(World::state(branch), DTM_STATE_UNKNOWN);
   } else {
     EXPECT_EQ(committed, XAER_INVAL);  // not open at this moment
-    EXPECT_EQ(World::state(branch), ZDB_PREPARED);
+    EXPECT_EQ(World::state(branch), DTM_STATE_PREPARED);
   }
 }
 

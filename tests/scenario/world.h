@@ -16,8 +16,8 @@
 #include <thread>
 #include <vector>
 
-#include "xadtm.h"
 #include "interface/zdb_control.h"
+#include "xadtm.h"
 
 inline constexpr unsigned MTS = 1;
 inline constexpr unsigned TUX = 2;

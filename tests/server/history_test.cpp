@@ -17,10 +17,10 @@
 #include <vector>
 
 #include "bank.h"
-#include "steps/crash_points.h"
 #include "disk/disk_store.h"
 #include "disk/folder.h"
 #include "history_sql.h"
+#include "steps/crash_points.h"
 
 namespace {
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "bank.h"
+#include "dtm/dtm_protocol.h"
 #include "sessions/durable_server.h"
 
 using namespace std::chrono_literals;
@@ -252,9 +253,9 @@ TEST_F(Losses, EndWaitingAndEndlessStatements) {
     if (sql == endless) {
       EXPECT_NE(operate(*server, "rollback", {"b"}).find("is undone"), std::string::npos);
     }
-    EXPECT_EQ(other.dtm("abort", "b"), sql == endless ? ZDB_ABORT_ONLY : ZDB_ATTACHED);
+    EXPECT_EQ(other.dtm("abort", "b"), sql == endless ? DTM_STATE_ABORTONLY : DTM_STATE_ATTACHED);
     running.join();
-    EXPECT_EQ(server->branch_state("b"), ZDB_UNKNOWN);
+    EXPECT_EQ(server->branch_state("b"), DTM_STATE_UNKNOWN);
 
     // The branch is gone, and its session may not know: its SQL must not go on by itself.
     EXPECT_EQ(victim.sql("update acct set v = 3"), "!3111");
@@ -280,7 +281,7 @@ TEST_F(Losses, ByTheStatementTimeLimit) {
   EXPECT_EQ(one.sql("select v from acct where id = 1"), "1#1") << "a query takes nothing along";
   EXPECT_EQ(other.sql("select max(i) from (" + endless + ")"), "!3107");
   EXPECT_EQ(one.sql("insert into acct " + endless), "!3111") << "the update went with it";
-  EXPECT_EQ(server->branch_state("b"), ZDB_ABORT_ONLY);
+  EXPECT_EQ(server->branch_state("b"), DTM_STATE_ABORTONLY);
   EXPECT_EQ(other.sql("insert into acct " + endless), "!3107") << "the lock is free";
   EXPECT_EQ(other.sql("select v from acct"), "100;100#2");
 }
@@ -294,8 +295,8 @@ TEST_F(Losses, OfASessionUndoTheBranchItHolds) {
   EXPECT_EQ(server->break_sessions("sa"), 3);
   waiting.join();
   EXPECT_FALSE(waiter.alive());
-  EXPECT_EQ(server->branch_state("c"), ZDB_ABORT_ONLY);
-  EXPECT_EQ(server->branch_state("holder"), ZDB_ENDED) << "nobody held it";
+  EXPECT_EQ(server->branch_state("c"), DTM_STATE_ABORTONLY);
+  EXPECT_EQ(server->branch_state("holder"), DTM_STATE_ENDED) << "nobody held it";
 }
 
 TEST_F(Losses, OfOrphansSparePreparedAndHeldOnes) {
@@ -306,20 +307,20 @@ TEST_F(Losses, OfOrphansSparePreparedAndHeldOnes) {
   const auto expect = [&](int32_t left, int32_t held) {
     EXPECT_EQ(server->branch_state("left"), left);
     EXPECT_EQ(server->branch_state("held"), held);
-    EXPECT_EQ(server->branch_state("prepared"), ZDB_PREPARED);
+    EXPECT_EQ(server->branch_state("prepared"), DTM_STATE_PREPARED);
   };
   server->undo_orphans(zdb::Clock::now() - 1h);
-  expect(ZDB_ENDED, ZDB_ATTACHED);
+  expect(DTM_STATE_ENDED, DTM_STATE_ATTACHED);
   server->undo_orphans(zdb::Clock::now());
-  expect(ZDB_ABORT_ONLY, ZDB_ATTACHED);
+  expect(DTM_STATE_ABORTONLY, DTM_STATE_ATTACHED);
   operate(*server, "rollback", {"held"});
   server->forget_abort_only(zdb::Clock::now() - 1h);
-  expect(ZDB_ABORT_ONLY, ZDB_ABORT_ONLY);
+  expect(DTM_STATE_ABORTONLY, DTM_STATE_ABORTONLY);
   server->forget_abort_only(zdb::Clock::now() + 1h);
-  expect(ZDB_UNKNOWN, ZDB_ABORT_ONLY);  // the latter's session has yet to learn of it
-  EXPECT_EQ(one.dtm("end", "held"), ZDB_ABORT_ONLY);
+  expect(DTM_STATE_UNKNOWN, DTM_STATE_ABORTONLY);  // the latter's session has yet to learn of it
+  EXPECT_EQ(one.dtm("end", "held"), DTM_STATE_ABORTONLY);
   server->forget_abort_only(zdb::Clock::now() + 1h);
-  expect(ZDB_UNKNOWN, ZDB_UNKNOWN);
+  expect(DTM_STATE_UNKNOWN, DTM_STATE_UNKNOWN);
 }
 
 TEST(Orphans, AreLookedAfterByTheServerItself) {
@@ -329,11 +330,11 @@ TEST(Orphans, AreLookedAfterByTheServerItself) {
   const Client client(durable.server());
   client.work("b", "select 1");
   const auto patience = std::chrono::steady_clock::now() + 20s;
-  while (durable.server()->branch_state("b") == ZDB_ENDED && std::chrono::steady_clock::now() < patience) {
+  while (durable.server()->branch_state("b") == DTM_STATE_ENDED && std::chrono::steady_clock::now() < patience) {
     std::this_thread::sleep_for(20ms);
   }
   EXPECT_EQ(client.dtm("commit1", "b"), -4);
-  EXPECT_EQ(client.dtm("rollback", "b"), ZDB_ABORT_ONLY);
+  EXPECT_EQ(client.dtm("rollback", "b"), DTM_STATE_ABORTONLY);
 }
 
 TEST_F(Losses, ByAFullDiskBreakNoPromise) {
@@ -351,7 +352,7 @@ TEST_F(Losses, ByAFullDiskBreakNoPromise) {
   EXPECT_EQ(one.dtm("commit", "b"), Client::no_status);
   EXPECT_EQ(one.dtm("rollback", "b"), Client::no_status);
   EXPECT_EQ(operate(*server, "commit", {"b"}).substr(0, 5), "!3203");
-  EXPECT_EQ(server->branch_state("b"), ZDB_PREPARED);
+  EXPECT_EQ(server->branch_state("b"), DTM_STATE_PREPARED);
   EXPECT_EQ(other.sql("update acct set v = 0"), "!3106") << "its lock is kept";
   fill_disk(false);
   EXPECT_EQ(one.dtm("commit", "b"), 7);
@@ -397,25 +398,25 @@ TEST_F(Operators, EndBranchesInAnyStateAndSeeWhoHasTheLock) {
     std::string rollback; /* and the rollback */
     int32_t left;
   } cases[] = {
-      {{}, "", "no branch 'b'", "There is no branch 'b'. The command list", ZDB_UNKNOWN},
-      {{"begin"}, "b|attached|0|yes|yes", "is attached, not", undone, ZDB_ABORT_ONLY},
-      {{"begin", "end"}, "b|ended|0|no|yes", "is ended, not", undone, ZDB_ABORT_ONLY},
-      {{"begin", "suspend"}, "b|suspended|0|no|yes", "is suspended, not", undone, ZDB_ABORT_ONLY},
+      {{}, "", "no branch 'b'", "There is no branch 'b'. The command list", DTM_STATE_UNKNOWN},
+      {{"begin"}, "b|attached|0|yes|yes", "is attached, not", undone, DTM_STATE_ABORTONLY},
+      {{"begin", "end"}, "b|ended|0|no|yes", "is ended, not", undone, DTM_STATE_ABORTONLY},
+      {{"begin", "suspend"}, "b|suspended|0|no|yes", "is suspended, not", undone, DTM_STATE_ABORTONLY},
       {{"begin", "undo"},
        "b|abort only|0|no|no",
        "is abort only, not",
        "Branch 'b' was rolled back before",
-       ZDB_UNKNOWN},
+       DTM_STATE_UNKNOWN},
       {{"begin", "prepare"},
        "b|prepared|0|no|yes",
        nullptr,
        "Branch 'b' is heuristically rolled",
-       ZDB_HEUR_ROLLED_BACK},
+       DTM_STATE_HEUR_ROLLEDBACK},
       {{"begin", "prepare", "commit"},
        "b|heuristically committed|0|no|no",
        "committed already. It goes when",
        "Branch 'b' is heuristically committed already",
-       ZDB_HEUR_COMMITTED},
+       DTM_STATE_HEUR_COMMITTED},
   };
   for (const auto &row : cases) {
     for (const std::string &step : row.steps) {
@@ -431,10 +432,10 @@ TEST_F(Operators, EndBranchesInAnyStateAndSeeWhoHasTheLock) {
     }
     EXPECT_NE(operate(*server, "rollback", {"b"}).find(row.rollback), std::string::npos) << listed;
     EXPECT_EQ(server->branch_state("b"), row.left) << listed;
-    EXPECT_EQ(value(), row.left == ZDB_HEUR_COMMITTED ? "0#1" : "100#1") << listed;
+    EXPECT_EQ(value(), row.left == DTM_STATE_HEUR_COMMITTED ? "0#1" : "100#1") << listed;
     EXPECT_EQ(other.sql("update acct set v = 100"), "#2") << "the lock is free";
     one.dtm("rollback", "b");
-    EXPECT_EQ(server->branch_state("b"), row.left == ZDB_ABORT_ONLY ? ZDB_UNKNOWN : row.left)
+    EXPECT_EQ(server->branch_state("b"), row.left == DTM_STATE_ABORTONLY ? DTM_STATE_UNKNOWN : row.left)
         << "the manager learns of it";
     one.dtm("forget", "b");
   }

@@ -12,8 +12,8 @@
 #include <fstream>
 #include <limits>
 
-#include "quillet.h"
 #include "interface/session.h"
+#include "quillet.h"
 
 namespace {
 

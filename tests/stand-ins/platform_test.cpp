@@ -14,9 +14,10 @@
 #include <thread>
 #include <vector>
 
+#include "dtm/dtm_protocol.h"
+#include "interface/zdb_control.h"
 #include "quillet.h"
 #include "quillet_control.h"
-#include "interface/zdb_control.h"
 
 namespace {
 
@@ -172,25 +173,29 @@ TEST_F(Platform, branches_follow_the_rules) {
     const char *steps;
     int32_t state;
   } cases[] = {
-      {"two phases", "a begin 0 a end 1 b try_attach 2 b detach 1 b prepare 2 a commit 7 a status -2", ZDB_UNKNOWN},
-      {"one phase", "a begin 0 a commit1 1", ZDB_UNKNOWN},
-      {"begun twice", "a begin 0 a begin -3 b begin -3 a attach 1", ZDB_ATTACHED},
-      {"held elsewhere", "a begin 0 b attach -4 b end -4 b prepare -4 b commit1 -4 b status 1", ZDB_ATTACHED},
-      {"rolled back elsewhere", "a begin 0 b rollback -128 b forced_rollback -1 b abort 1 a end -2", ZDB_UNKNOWN},
-      {"joined in turn", "a begin 0 a end 1 b attach 2 a attach -4 b end 1 a end 2", ZDB_ENDED},
-      {"suspended is like ended", "a begin 0 a suspend 1 b status 3 b prepare 3", ZDB_PREPARED},
-      {"migrated needs an attach", "a begin 0 a migrate 1 b prepare -4 b commit1 -4 b attach 4 b end 1", ZDB_ENDED},
-      {"migrated is not forced", "a begin 0 a migrate 1 b forced_prepare -4 b forced_commit1 -4", ZDB_MIGRATED},
-      {"aborted then prepared", "a begin 0 x break 0 b status 6 b end 6 b prepare -2 b status -2", ZDB_UNKNOWN},
-      {"aborted then attached", "a begin 0 x break 0 b attach 6 b commit1 -4 b try_attach 6", ZDB_UNKNOWN},
-      {"attached to be rolled back", "a begin 0 a end 1 b attach_abort 2 b rollback 6", ZDB_UNKNOWN},
-      {"prepared stays prepared", "a begin 0 a prepare 1 x break 0 b attach 7 b prepare -4 b commit1 -4", ZDB_PREPARED},
-      {"prepared rolled back", "a begin 0 a prepare 1 b attach_abort 7 b rollback 6", ZDB_UNKNOWN},
+      {"two phases", "a begin 0 a end 1 b try_attach 2 b detach 1 b prepare 2 a commit 7 a status -2",
+       DTM_STATE_UNKNOWN},
+      {"one phase", "a begin 0 a commit1 1", DTM_STATE_UNKNOWN},
+      {"begun twice", "a begin 0 a begin -3 b begin -3 a attach 1", DTM_STATE_ATTACHED},
+      {"held elsewhere", "a begin 0 b attach -4 b end -4 b prepare -4 b commit1 -4 b status 1", DTM_STATE_ATTACHED},
+      {"rolled back elsewhere", "a begin 0 b rollback -128 b forced_rollback -1 b abort 1 a end -2", DTM_STATE_UNKNOWN},
+      {"joined in turn", "a begin 0 a end 1 b attach 2 a attach -4 b end 1 a end 2", DTM_STATE_ENDED},
+      {"suspended is like ended", "a begin 0 a suspend 1 b status 3 b prepare 3", DTM_STATE_PREPARED},
+      {"migrated needs an attach", "a begin 0 a migrate 1 b prepare -4 b commit1 -4 b attach 4 b end 1",
+       DTM_STATE_ENDED},
+      {"migrated is not forced", "a begin 0 a migrate 1 b forced_prepare -4 b forced_commit1 -4", DTM_STATE_DETACHED},
+      {"aborted then prepared", "a begin 0 x break 0 b status 6 b end 6 b prepare -2 b status -2", DTM_STATE_UNKNOWN},
+      {"aborted then attached", "a begin 0 x break 0 b attach 6 b commit1 -4 b try_attach 6", DTM_STATE_UNKNOWN},
+      {"attached to be rolled back", "a begin 0 a end 1 b attach_abort 2 b rollback 6", DTM_STATE_UNKNOWN},
+      {"prepared stays prepared", "a begin 0 a prepare 1 x break 0 b attach 7 b prepare -4 b commit1 -4",
+       DTM_STATE_PREPARED},
+      {"prepared rolled back", "a begin 0 a prepare 1 b attach_abort 7 b rollback 6", DTM_STATE_UNKNOWN},
       {"forced by the operator", "a begin 0 a prepare 1 x commit 0 a commit -2 a rollback -2 a begin -3 a status -2",
-       ZDB_HEUR_COMMITTED},
-      {"forgotten", "a begin 0 a prepare 1 a forget -4 x rollback 0 a forget 0", ZDB_UNKNOWN},
-      {"not prepared", "a begin 0 a commit -4 a end 1 a commit -4 a forget -4", ZDB_ENDED},
-      {"unknown", "a attach -2 a end -2 a prepare -2 a commit -2 a abort -2 a forget -2 a bad_flags -5", ZDB_UNKNOWN},
+       DTM_STATE_HEUR_COMMITTED},
+      {"forgotten", "a begin 0 a prepare 1 a forget -4 x rollback 0 a forget 0", DTM_STATE_UNKNOWN},
+      {"not prepared", "a begin 0 a commit -4 a end 1 a commit -4 a forget -4", DTM_STATE_ENDED},
+      {"unknown", "a attach -2 a end -2 a prepare -2 a commit -2 a abort -2 a forget -2 a bad_flags -5",
+       DTM_STATE_UNKNOWN},
   };
   for (const auto &test : cases) {
     SCOPED_TRACE(test.name);

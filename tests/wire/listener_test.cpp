@@ -23,8 +23,8 @@
 #include <latch>
 #include <new>
 
-#include "steps/crash_points.h"
 #include "programs.h"
+#include "steps/crash_points.h"
 #include "wire/remote_session.h"
 
 namespace {

@@ -12,9 +12,10 @@
 #include <vector>
 
 #include "bank.h"
+#include "dtm/dtm_protocol.h"
+#include "sessions/server_session.h"
 #include "wire/listener.h"
 #include "wire/remote_session.h"
-#include "sessions/server_session.h"
 
 namespace {
 
@@ -73,7 +74,7 @@ class Memory : public testing::Test {
   /* Whoever comes later completes the branch. */
   void clean_up() const {
     for (const char *operation : {"commit", "rollback", "rollback"}) {
-      if (server->branch_state("b") != ZDB_UNKNOWN) {
+      if (server->branch_state("b") != DTM_STATE_UNKNOWN) {
         other.dtm(operation, "b");
       }
     }
@@ -108,14 +109,14 @@ TEST_F(Memory, ThatRunsOutMakesNoWrongAnswer) {
     int32_t state; /* of the branch when the step is done */
     bool row;      /* to be seen outside the branch then */
   } cases[] = {
-      {{}, insert, ZDB_UNKNOWN, true},
-      {{"begin"}, insert, ZDB_ATTACHED, false},
-      {{}, "begin", ZDB_ATTACHED, false},
-      {{"begin", insert}, "end", ZDB_ENDED, false},
-      {{"begin", insert, "end"}, "prepare", ZDB_PREPARED, false},
-      {{"begin", insert, "end"}, "commit1", ZDB_UNKNOWN, true},
-      {{"begin", insert, "end"}, "rollback", ZDB_UNKNOWN, false},
-      {{"begin", insert, "end", "prepare"}, "commit", ZDB_UNKNOWN, true},
+      {{}, insert, DTM_STATE_UNKNOWN, true},
+      {{"begin"}, insert, DTM_STATE_ATTACHED, false},
+      {{}, "begin", DTM_STATE_ATTACHED, false},
+      {{"begin", insert}, "end", DTM_STATE_ENDED, false},
+      {{"begin", insert, "end"}, "prepare", DTM_STATE_PREPARED, false},
+      {{"begin", insert, "end"}, "commit1", DTM_STATE_UNKNOWN, true},
+      {{"begin", insert, "end"}, "rollback", DTM_STATE_UNKNOWN, false},
+      {{"begin", insert, "end", "prepare"}, "commit", DTM_STATE_UNKNOWN, true},
   };
   for (const auto &one : cases) {
     bool enough = false;
@@ -133,9 +134,9 @@ TEST_F(Memory, ThatRunsOutMakesNoWrongAnswer) {
         EXPECT_EQ(server->branch_state("b"), done ? one.state : state_before);
         EXPECT_EQ(has_row(), done && one.row);
       }
-      if (answer != "none" && one.step == insert && state_before == ZDB_ATTACHED) {
+      if (answer != "none" && one.step == insert && state_before == DTM_STATE_ATTACHED) {
         client->dtm("end", "b");
-        EXPECT_EQ(client->dtm("commit1", "b"), ZDB_ENDED);
+        EXPECT_EQ(client->dtm("commit1", "b"), DTM_STATE_ENDED);
         EXPECT_EQ(has_row(), done) << "what failed must not be in the branch";
       }
       client.reset();

@@ -14,8 +14,8 @@
 #include <functional>
 #include <thread>
 
-#include "wire/channel.h"
 #include "programs.h"
+#include "wire/channel.h"
 #include "wire/remote_session.h"
 
 namespace {

@@ -8,9 +8,9 @@
 #include <string>
 
 #include "common_routines.h"
+#include "interface/zdb_control.h"
 #include "quillet.h"
 #include "xadtm.h"
-#include "interface/zdb_control.h"
 
 /* What application code calls in the client library. */
 struct ClientCalls {

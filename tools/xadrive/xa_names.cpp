@@ -5,9 +5,9 @@
 
 #include <span>
 
+#include "dtm/dtm_protocol.h"
 #include "hex_text.h"
 #include "xa.h"
-#include "interface/zdb_control.h"
 
 namespace {
 
@@ -47,15 +47,15 @@ static constexpr NamedNumber xa_codes[] = {
 };
 
 static constexpr NamedNumber branch_states[] = {
-  {"unknown",               ZDB_UNKNOWN},
-  {"attached",              ZDB_ATTACHED},
-  {"ended",                 ZDB_ENDED},
-  {"suspended",             ZDB_SUSPENDED},
-  {"migrated",              ZDB_MIGRATED},
-  {"abort-only",            ZDB_ABORT_ONLY},
-  {"prepared",              ZDB_PREPARED},
-  {"heuristic-commit",      ZDB_HEUR_COMMITTED},
-  {"heuristic-rollback",    ZDB_HEUR_ROLLED_BACK},
+  {"unknown",               DTM_STATE_UNKNOWN},
+  {"attached",              DTM_STATE_ATTACHED},
+  {"ended",                 DTM_STATE_ENDED},
+  {"suspended",             DTM_STATE_SUSPENDED},
+  {"migrated",              DTM_STATE_DETACHED},
+  {"abort-only",            DTM_STATE_ABORTONLY},
+  {"prepared",              DTM_STATE_PREPARED},
+  {"heuristic-commit",      DTM_STATE_HEUR_COMMITTED},
+  {"heuristic-rollback",    DTM_STATE_HEUR_ROLLEDBACK},
 };
 
 static constexpr NamedNumber sql_results[] = {

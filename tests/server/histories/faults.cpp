@@ -25,11 +25,12 @@
 #include <vector>
 
 #include "bank.h"
-#include "sessions/durable_server.h"
-#include "failing_files.h"
 #include "disk/folder.h"
 #include "disk/sqlite.h"
 #include "disk/storage_failure.h"
+#include "dtm/dtm_protocol.h"
+#include "failing_files.h"
+#include "sessions/durable_server.h"
 
 namespace {
 
@@ -218,14 +219,14 @@ unsigned seen_outcome(const zdb::Server &server, const Client &client, char bran
     return 0;
   }
   switch (state) {
-    case ZDB_UNKNOWN:
+    case DTM_STATE_UNKNOWN:
       return there ? committed : absent;
-    case ZDB_PREPARED:
+    case DTM_STATE_PREPARED:
       return there ? 0U : prepared;
-    case ZDB_HEUR_COMMITTED:
+    case DTM_STATE_HEUR_COMMITTED:
       return there ? heuristic_commit : 0U;
     default:
-      return there || state != ZDB_HEUR_ROLLED_BACK ? 0U : heuristic_rollback;
+      return there || state != DTM_STATE_HEUR_ROLLEDBACK ? 0U : heuristic_rollback;
   }
 }
 

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <set>
 
-#include "sessions/durable_server.h"
 #include "serving.h"
+#include "sessions/durable_server.h"
 #include "tool.h"
 
 namespace {

@@ -9,8 +9,8 @@
 #include <chrono>
 #include <thread>
 
-#include "store/memory_store.h"
 #include "sessions/server_session.h"
+#include "store/memory_store.h"
 
 void use_socket(const Site &site) {
   site.write("interfaces", "bank1 = unix:bank1.sock\n");

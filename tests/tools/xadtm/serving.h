@@ -8,9 +8,9 @@
 #include <memory>
 #include <string>
 
-#include "wire/listener.h"
 #include "sessions/server.h"
 #include "tool.h"
+#include "wire/listener.h"
 
 /* zdbd, serving the site's folder on the site's socket; stopped as an operator stops it. */
 class ZdbdProcess {
