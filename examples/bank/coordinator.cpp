@@ -1,4 +1,4 @@
-/* coordinator.cpp - two-phase commit with presumed abort: only decisions to commit are recorded. */
+// Two-phase commit with presumed abort: only decisions to commit are recorded.
 #include "coordinator.h"
 
 #include <unistd.h>
@@ -103,7 +103,7 @@ Coordinator::Coordinator(const struct xa_switch_t &xa, std::vector<ResourceManag
   }
 }
 
-/* Makes one XA call and tells of it. The library closes a resource manager whose server has gone away. */
+// Makes one XA call and tells of it. The library closes a resource manager whose server has gone away.
 int32_t Coordinator::call_once(const std::string &text, Manager &manager, const std::function<int32_t()> &verb) {
   coordinator_step();
   const int32_t code = verb();
@@ -123,7 +123,7 @@ int32_t Coordinator::open_one(Manager &manager) {
   return code;
 }
 
-/* Makes an XA call on a resource manager, which is opened anew when need be: XAER_RMFAIL when that fails. */
+// Makes an XA call on a resource manager, which is opened anew when need be: XAER_RMFAIL when that fails.
 int32_t Coordinator::call(const std::string &text, Manager &manager, const std::function<int32_t()> &verb) {
   if (!manager.open && open_one(manager) != XA_OK) {
     return XAER_RMFAIL;
@@ -192,7 +192,7 @@ bool Coordinator::prepare_all(const std::string &global) {
   return true;
 }
 
-/* It is decided: what cannot be told now is told by recover(). */
+// It is decided: what cannot be told now is told by recover().
 Outcome Coordinator::commit_all(const std::string &global) {
   Outcome outcome = Outcome::committed;
   for (Manager &manager : managers_) {
@@ -204,7 +204,7 @@ Outcome Coordinator::commit_all(const std::string &global) {
   return outcome;
 }
 
-/* What cannot be told now was never prepared, or is rolled back by recover(). */
+// What cannot be told now was never prepared, or is rolled back by recover().
 Outcome Coordinator::roll_back_all(const std::string &global, size_t started) {
   Outcome outcome = Outcome::rolled_back;
   for (size_t i = 0; i < started; ++i) {
@@ -217,7 +217,7 @@ Outcome Coordinator::roll_back_all(const std::string &global, size_t started) {
   return outcome;
 }
 
-/* Starts the branches, does the work and ends them; false when the transaction must be rolled back. */
+// Starts the branches, does the work and ends them; false when the transaction must be rolled back.
 bool Coordinator::work_all(const std::string &global, const std::function<void()> &work, size_t &started) {
   if (!start_all(global, started)) {
     end_all(global, started, TMFAIL);
@@ -233,14 +233,14 @@ bool Coordinator::work_all(const std::string &global, const std::function<void()
   return end_all(global, started, TMSUCCESS);
 }
 
-/* The resource manager decides, and so there is nothing to recover. */
+// The resource manager decides, and so there is nothing to recover.
 Outcome Coordinator::commit_one_phase(const std::string &global) {
   Manager &manager = managers_.front();
   const XID xid = branch_of(global, manager.about.rmid);
   const int32_t code =
       call("commit " + global, manager, [&] { return xa_.xa_commit_entry(&xid, manager.about.rmid, TMONEPHASE); });
   if (code == XA_HEURCOM || code == XA_HEURRB) {
-    forget(manager, xid, global); /* nobody else had a part in it */
+    forget(manager, xid, global);  // nobody else had a part in it
   }
   if (code == XA_OK || code == XA_HEURCOM) {
     return Outcome::committed;
@@ -274,7 +274,7 @@ Outcome Coordinator::run(const std::string &global, const std::function<void()> 
 
 // ---- Recovery -------------------------------------------------------------------------------------------------------
 
-/* The resource manager keeps a branch that others have ended until it may forget that. */
+// The resource manager keeps a branch that others have ended until it may forget that.
 void Coordinator::forget(Manager &manager, const XID &xid, const std::string &global) {
   call("forget " + global, manager, [&] { return xa_.xa_forget_entry(&xid, manager.about.rmid, TMNOFLAGS); });
 }

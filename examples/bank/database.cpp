@@ -1,33 +1,41 @@
-/*
- * database.cpp - commands, results and messages of the client library, reading every value as text.
- *
- * Messages come through callbacks that every connection inherits from the context; each thread keeps its last one.
- */
+// Commands, results and messages of the client library, reading every value as text.
+//
+// Messages come through callbacks that every connection inherits from the context; each thread keeps its last one.
 #include "database.h"
 
 #include <algorithm>
 #include <cstring>
 
-static thread_local std::string last_message;
+namespace {
+
+thread_local std::string last_message;
+
+}  // namespace
 
 extern "C" {
 
-static int32_t hear_server(CS_CONTEXT *, QLT_CONNECTION *, QLT_SERVER_MESSAGE *message) {
+namespace {
+
+int32_t hear_server(CS_CONTEXT *, QLT_CONNECTION *, QLT_SERVER_MESSAGE *message) {
   last_message = message->msg_text;
   return CS_SUCCEED;
 }
 
-static int32_t hear_client(CS_CONTEXT *, QLT_CONNECTION *, QLT_CLIENT_MESSAGE *message) {
+int32_t hear_client(CS_CONTEXT *, QLT_CONNECTION *, QLT_CLIENT_MESSAGE *message) {
   if (last_message.empty()) {
     last_message = message->msg_text;
   }
   return CS_SUCCEED;
 }
 
+}  // namespace
+
 }  // extern "C"
 
-/* The context, with our callbacks on it. */
-static CS_CONTEXT *context() {
+namespace {
+
+// The context, with our callbacks on it.
+CS_CONTEXT *context() {
   static CS_CONTEXT *const made = [] {
     CS_CONTEXT *context = nullptr;
     if (cs_ctx_global(QLT_VERSION, &context) != CS_SUCCEED || ct_init(context, QLT_VERSION) != CS_SUCCEED) {
@@ -39,6 +47,8 @@ static CS_CONTEXT *context() {
   }();
   return made;
 }
+
+}  // namespace
 
 [[noreturn]] static void fail(const char *what) {
   throw SqlError(last_message.empty() ? what : last_message);

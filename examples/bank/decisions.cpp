@@ -1,4 +1,4 @@
-/* decisions.cpp - one line a decision, appended and synced. */
+// One line a decision, appended and synced.
 #include "decisions.h"
 
 #include <fcntl.h>
@@ -14,18 +14,18 @@
 #include <iterator>
 #include <stdexcept>
 
-static void cut_to_whole_lines(int file, const std::string &text) {
+namespace {
+
+void cut_to_whole_lines(int file, const std::string &text) {
   const size_t end = text.rfind('\n');
   if (ftruncate(file, static_cast<off_t>(end == std::string::npos ? 0 : end + 1)) != 0) {
     throw std::runtime_error(std::string("cannot cut the decisions' last line off: ") + std::strerror(errno));
   }
 }
 
-/*
- * What is read need not be on the disk: a process that ended in the middle of a sync has left it in memory, where a
- * sync that failed lets it look as if it were. So it is written again before anybody goes by it.
- */
-static void put_on_disk(const std::string &file, const std::string &text) {
+// What is read need not be on the disk: a process that ended in the middle of a sync has left it in memory, where a
+// sync that failed lets it look as if it were. So it is written again before anybody goes by it.
+void put_on_disk(const std::string &file, const std::string &text) {
   const int opened = open(file.c_str(), O_WRONLY | O_CLOEXEC);
   const bool written = opened >= 0 &&
                        pwrite(opened, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()) &&
@@ -37,8 +37,8 @@ static void put_on_disk(const std::string &file, const std::string &text) {
   }
 }
 
-/* A new file is on the disk only when its folder is. */
-static void sync_folder_of(const std::string &file) {
+// A new file is on the disk only when its folder is.
+void sync_folder_of(const std::string &file) {
   std::filesystem::path folder = std::filesystem::path(file).parent_path();
   if (folder.empty()) {
     folder = ".";
@@ -51,6 +51,8 @@ static void sync_folder_of(const std::string &file) {
     throw std::runtime_error("cannot sync the folder of " + file + ": " + std::strerror(failure));
   }
 }
+
+}  // namespace
 
 Decisions::Decisions(const std::string &file)
     : file_(open(file.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, S_IRUSR | S_IWUSR)) {
@@ -77,10 +79,8 @@ Decisions::~Decisions() {
   close(file_);
 }
 
-/*
- * After a failure here nobody knows whether the decision is on the disk. Taking the branches back would be wrong if it
- * is, so the process ends, and the next one goes by what it finds.
- */
+// After a failure here nobody knows whether the decision is on the disk. Taking the branches back would be wrong if it
+// is, so the process ends, and the next one goes by what it finds.
 void Decisions::commit(const std::string &global) {
   const std::string line = global + '\n';
   if (write(file_, line.data(), line.size()) != static_cast<ssize_t>(line.size()) || fdatasync(file_) != 0) {

@@ -1,22 +1,19 @@
-/*
- * decisions.h - a transaction manager's memory: the global transactions that it has decided to commit. What is not in
- * it was never decided, and is rolled back.
- */
-#ifndef BANK_DECISIONS_H
-#define BANK_DECISIONS_H
+// A transaction manager's memory: the global transactions that it has decided to commit. What is not in
+// it was never decided, and is rolled back.
+#pragma once
 
 #include <set>
 #include <string>
 
 class Decisions {
  public:
-  /* Reads the file, or makes it; a last line without an end was never decided. Throws std::runtime_error. */
+  // Reads the file, or makes it; a last line without an end was never decided. Throws std::runtime_error.
   explicit Decisions(const std::string &file);
   ~Decisions();
   Decisions(const Decisions &) = delete;
   Decisions &operator=(const Decisions &) = delete;
 
-  /* The decision is on the disk when this returns. */
+  // The decision is on the disk when this returns.
   void commit(const std::string &global);
   bool is_committed(const std::string &global) const { return committed_.contains(global); }
 
@@ -24,5 +21,3 @@ class Decisions {
   int file_ = -1;
   std::set<std::string> committed_;
 };
-
-#endif /* BANK_DECISIONS_H */

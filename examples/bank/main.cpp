@@ -1,7 +1,5 @@
-/*
- * main.cpp - the example application: money moved between two banks by global transactions, and the recovery of one
- * that was left in doubt.
- */
+// The example application: money moved between two banks by global transactions, and the recovery of one
+// that was left in doubt.
 #include <unistd.h>
 #include <iomanip>
 #include <iostream>
@@ -15,7 +13,9 @@
 #include "transfers.h"
 #include "xadtm.h"
 
-static constexpr const char *usage =
+namespace {
+
+constexpr const char *usage =
     R"(usage: bank load ACCOUNTS       makes the tables of both banks and loads the accounts
        bank balances            prints all accounts and their sum
        bank transfer TRANSFERS [--die-in-doubt NAME]
@@ -27,7 +27,7 @@ The servers bank1 and bank2 are found by $TARVEX/interfaces, the configuration o
 resource managers by $XACONFIGFILE. Decisions are kept in $TARVEX/decisions.
 )";
 
-static std::string decisions_file() {
+std::string decisions_file() {
   const char *folder = std::getenv("TARVEX");
   if (folder == nullptr) {
     throw std::runtime_error("set $TARVEX to the folder of the file interfaces");
@@ -35,7 +35,7 @@ static std::string decisions_file() {
   return std::string(folder) + "/decisions";
 }
 
-static std::vector<ResourceManager> resource_managers() {
+std::vector<ResourceManager> resource_managers() {
   std::vector<ResourceManager> managers;
   for (int32_t bank = 1; bank <= bank_count; ++bank) {
     managers.push_back(
@@ -44,12 +44,12 @@ static std::vector<ResourceManager> resource_managers() {
   return managers;
 }
 
-static void print_call(const std::string &call, int32_t code) {
+void print_call(const std::string &call, int32_t code) {
   const bool counts = call.starts_with("recover") && code >= 0;
   std::cout << "  xa_" << call << " => " << (counts ? std::to_string(code) : xa_code_name(code)) << std::endl;
 }
 
-static int print_balances() {
+int print_balances() {
   int64_t sum = 0;
   for (const Account &account : balances()) {
     std::cout << "  " << server_of(account.id.bank) << ' ' << std::setw(3) << account.id.number << "  " << std::left
@@ -60,7 +60,7 @@ static int print_balances() {
   return 0;
 }
 
-static std::string outcome_text(Outcome outcome, const std::string &reason) {
+std::string outcome_text(Outcome outcome, const std::string &reason) {
   switch (outcome) {
     case Outcome::committed:
       return "committed";
@@ -74,7 +74,7 @@ static std::string outcome_text(Outcome outcome, const std::string &reason) {
   return "not known, committed or rolled back: " + reason;
 }
 
-static int run_transfers(const std::string &file, const std::string &fatal) {
+int run_transfers(const std::string &file, const std::string &fatal) {
   const std::vector<Transfer> transfers = read_transfers(file);
   Decisions decisions(decisions_file());
   Coordinator coordinator(tarvex_TUX_xa_switch, resource_managers(), decisions,
@@ -98,7 +98,7 @@ static int run_transfers(const std::string &file, const std::string &fatal) {
   return 0;
 }
 
-static int recover() {
+int recover() {
   Decisions decisions(decisions_file());
   Coordinator coordinator(tarvex_TUX_xa_switch, resource_managers(), decisions, print_call);
   coordinator.open();
@@ -108,7 +108,7 @@ static int recover() {
   return 0;
 }
 
-static int run(const std::vector<std::string> &words) {
+int run(const std::vector<std::string> &words) {
   if (words.size() == 2 && words[0] == "load") {
     load_accounts(read_accounts(words[1]));
     return 0;
@@ -128,6 +128,8 @@ static int run(const std::vector<std::string> &words) {
   std::cerr << usage;
   return 2;
 }
+
+}  // namespace
 
 int main(int argc, char **argv) {
   try {

@@ -1,4 +1,4 @@
-/* transfers.cpp - text files, tables and the two updates of a transfer. */
+// Text files, tables and the two updates of a transfer.
 #include "transfers.h"
 
 #include <fstream>
@@ -7,11 +7,15 @@
 
 #include "database.h"
 
-static constexpr const char *tables =
+namespace {
+
+constexpr const char *tables =
     "DROP TABLE IF EXISTS account; DROP TABLE IF EXISTS transfer;"
     "CREATE TABLE account (number INTEGER PRIMARY KEY, owner TEXT NOT NULL,"
     "                      balance INTEGER NOT NULL CHECK (balance >= 0));"
     "CREATE TABLE transfer (name TEXT NOT NULL PRIMARY KEY, amount INTEGER NOT NULL) WITHOUT ROWID";
+
+}  // namespace
 
 std::string server_of(int32_t bank) {
   return std::string("bank").append(std::to_string(bank));
@@ -21,8 +25,10 @@ std::string lrm_of(int32_t bank) {
   return std::string("L").append(std::to_string(bank));
 }
 
-/* The text as SQL writes it. */
-static std::string quoted(const std::string &text) {
+namespace {
+
+// The text as SQL writes it.
+std::string quoted(const std::string &text) {
   std::string result = "'";
   for (const char c : text) {
     result.append(c == '\'' ? 2 : 1, c);
@@ -31,9 +37,9 @@ static std::string quoted(const std::string &text) {
   return result;
 }
 
-/* Calls the reader with each line's words; a line that it cannot read is an error with the line's number. */
+// Calls the reader with each line's words; a line that it cannot read is an error with the line's number.
 template <typename Reader>
-static void read_lines(const std::string &file, const char *form, Reader reader) {
+void read_lines(const std::string &file, const char *form, Reader reader) {
   std::ifstream stream(file);
   if (!stream) {
     throw std::runtime_error("cannot read " + file);
@@ -51,9 +57,11 @@ static void read_lines(const std::string &file, const char *form, Reader reader)
   }
 }
 
-static bool is_bank(const AccountId &id) {
+bool is_bank(const AccountId &id) {
   return id.bank >= 1 && id.bank <= bank_count;
 }
+
+}  // namespace
 
 std::vector<Account> read_accounts(const std::string &file) {
   std::vector<Account> accounts;
@@ -104,7 +112,9 @@ std::vector<Account> balances() {
   return accounts;
 }
 
-static void change_balance(const AccountId &account, int64_t difference, const std::string &global) {
+namespace {
+
+void change_balance(const AccountId &account, int64_t difference, const std::string &global) {
   QLT_CONNECTION *connection = published_connection(lrm_of(account.bank));
   if (connection == nullptr) {
     throw std::runtime_error("no connection is published for " + lrm_of(account.bank));
@@ -119,7 +129,9 @@ static void change_balance(const AccountId &account, int64_t difference, const s
                           ") ON CONFLICT (name) DO UPDATE SET amount = amount + excluded.amount");
 }
 
-/* The first bank comes first in every transfer, so that no two of them wait for each other. */
+}  // namespace
+
+// The first bank comes first in every transfer, so that no two of them wait for each other.
 void move_money(const Transfer &transfer, const std::string &global) {
   if (transfer.from.bank <= transfer.to.bank) {
     change_balance(transfer.from, -transfer.amount, global);

@@ -1,4 +1,4 @@
-/* catalog.cpp - every change is one transaction, synced to the disk before it returns. */
+// Every change is one transaction, synced to the disk before it returns.
 #include "disk/catalog.h"
 
 #include <algorithm>
@@ -24,10 +24,10 @@ constexpr const char *schema = R"(
 
 constexpr int64_t version = 1;
 
-/* More than there ever are between two writes: one that is noted after a commit must not fail for want of memory. */
+// More than there ever are between two writes: one that is noted after a commit must not fail for want of memory.
 constexpr std::size_t leftovers_max = 16;
 
-/* The journal of the first version kept changes of rows. */
+// The journal of the first version kept changes of rows.
 constexpr const char *from_first_version = R"(
   ALTER TABLE branch_journal RENAME COLUMN changes TO pages;
   ALTER TABLE branch_journal ADD COLUMN writing INTEGER NOT NULL DEFAULT 0;
@@ -69,7 +69,7 @@ Catalog::Catalog(const std::string &file) : database_(file) {
   }
 }
 
-/* Runs the action as one transaction under the mutex, which takes the journal's leftovers along. */
+// Runs the action as one transaction under the mutex, which takes the journal's leftovers along.
 template <typename Action>
 auto Catalog::write(Action action) {
   const std::lock_guard<std::mutex> lock(mutex_);
@@ -191,7 +191,7 @@ int64_t Catalog::new_id() {
   return ++last_id_;
 }
 
-/* Inside a transaction, under the mutex. */
+// Inside a transaction, under the mutex.
 void Catalog::clear_leftovers() {
   for (const Leftover &leftover : leftovers_) {
     Statement(database_, leftover.row_goes ? "DELETE FROM branch_journal WHERE id = ?"

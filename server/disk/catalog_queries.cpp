@@ -1,4 +1,4 @@
-/* catalog_queries.cpp - as many connections as there are queries at once; a few are kept for the next ones. */
+// As many connections as there are queries at once; a few are kept for the next ones.
 #include "disk/catalog_queries.h"
 
 #include <chrono>

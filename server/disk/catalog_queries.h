@@ -1,9 +1,6 @@
-/*
- * catalog_queries.h - clients' queries of the catalog, each on a connection of its own and under limits that hold: one
- * that takes its time keeps nobody else waiting, and no function in it runs for long without being looked at.
- */
-#ifndef ZDB_DISK_CATALOG_QUERIES_H
-#define ZDB_DISK_CATALOG_QUERIES_H
+// Clients' queries of the catalog, each on a connection of its own and under limits that hold: one
+// that takes its time keeps nobody else waiting, and no function in it runs for long without being looked at.
+#pragma once
 
 #include <atomic>
 #include <memory>
@@ -18,7 +15,7 @@ namespace zdb {
 
 class CatalogQueries {
  public:
-  /* The lister outlives the object. */
+  // The lister outlives the object.
   CatalogQueries(std::string file, const Store::BranchLister &lister);
 
   SqlOutcome run(const std::string &sql, const std::atomic<bool> &stopping);
@@ -29,10 +26,8 @@ class CatalogQueries {
 
   const std::string file_;
   const Store::BranchLister &lister_;
-  std::mutex mutex_; /* guards the idle ones */
+  std::mutex mutex_;  // guards the idle ones
   std::vector<std::unique_ptr<SqlConnection>> idle_;
 };
 
 }  // namespace zdb
-
-#endif /* ZDB_DISK_CATALOG_QUERIES_H */

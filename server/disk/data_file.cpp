@@ -1,4 +1,4 @@
-/* data_file.cpp - connections are kept for the next user, since opening one reads the whole schema. */
+// Connections are kept for the next user, since opening one reads the whole schema.
 #include "disk/data_file.h"
 
 #include <fcntl.h>
@@ -91,10 +91,8 @@ void DataFile::rest(DataSlot &slot) {
   changed_.notify_all();
 }
 
-/*
- * A connection that does not get out of its transaction is closed: the next user must not find it open. This needs no
- * memory: what has been committed by now must not look as if it had failed.
- */
+// A connection that does not get out of its transaction is closed: the next user must not find it open. This needs no
+// memory: what has been committed by now must not look as if it had failed.
 void DataFile::give_back(DataSlot &slot) {
   Lock lock(mutex_);
   slot.in_use = true;
@@ -131,7 +129,7 @@ bool DataFile::wait_until_nobody(Lock &lock, std::chrono::milliseconds limit) {
   });
 }
 
-/* Closes all connections; the file must be closed_ to others. */
+// Closes all connections; the file must be closed_ to others.
 void DataFile::clear_file(Lock &lock, std::chrono::milliseconds limit) {
   bool nobody = wait_until_nobody(lock, limit);
   if (!nobody) {
@@ -150,11 +148,9 @@ void DataFile::clear_file(Lock &lock, std::chrono::milliseconds limit) {
   idle_.clear();
 }
 
-/*
- * What the log holds must be in the file before pages are put in: it would win over them. SQLite syncs neither a log
- * that it has emptied nor the folder that it has removed one from, since it could as well do its work once more; here a
- * log that comes back after a cut of power would undo a commit.
- */
+// What the log holds must be in the file before pages are put in: it would win over them. SQLite syncs neither a log
+// that it has emptied nor the folder that it has removed one from, since it could as well do its work once more; here a
+// log that comes back after a cut of power would undo a commit.
 void DataFile::empty_log() {
   try {
     const Database database(file_);

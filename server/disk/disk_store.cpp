@@ -1,4 +1,4 @@
-/* disk_store.cpp - logins, the catalog's queries, SQL outside branches, and the taking up of branches at the start. */
+// Logins, the catalog's queries, SQL outside branches, and the taking up of branches at the start.
 #include "disk/disk_store.h"
 
 #include "disk/passwords.h"
@@ -40,17 +40,15 @@ DiskStore::~DiskStore() {
   }
 }
 
-/*
- * What the logs hold need not be on the disk: a process that ended at a failed sync has left it in memory, where later
- * syncs pass it over. Nobody may go by it before it is written into the files, and those are synced.
- */
+// What the logs hold need not be on the disk: a process that ended at a failed sync has left it in memory, where later
+// syncs pass it over. Nobody may go by it before it is written into the files, and those are synced.
 void DiskStore::put_on_disk() {
   catalog_.settle();
   finish_writing();
   data_.settle();
 }
 
-/* Before anybody reads the data: what the server was putting into them when it went away is put in again. */
+// Before anybody reads the data: what the server was putting into them when it went away is put in again.
 void DiskStore::finish_writing() {
   for (const JournalRow &row : catalog_.journal()) {
     if (!row.writing) {
@@ -70,7 +68,7 @@ void DiskStore::finish_writing() {
   }
 }
 
-/* The first version kept what cannot be made again with certainty. */
+// The first version kept what cannot be made again with certainty.
 void DiskStore::require_settled(int64_t mark) {
   for (const JournalRow &row : catalog_.journal()) {
     if (row.has_pages && row.id != mark && row.state != DTM_STATE_HEUR_ROLLEDBACK) {
@@ -81,7 +79,7 @@ void DiskStore::require_settled(int64_t mark) {
   }
 }
 
-/* Goes on where the branch stood when the server went away. */
+// Goes on where the branch stood when the server went away.
 void DiskStore::take_up(const JournalRow &row, int64_t mark) {
   const bool committed = row.id == mark;
   if (row.state == DTM_STATE_PREPARED && committed) {
@@ -110,7 +108,7 @@ void DiskStore::add_user(const std::string &user, const std::string &password, b
   catalog_.set_login(user, {hash_password(password), dtm_role});
 }
 
-/* Takes as long for a user that does not exist. */
+// Takes as long for a user that does not exist.
 bool DiskStore::admits(const std::string &user, const std::string &password) {
   const std::optional<Catalog::Login> login = catalog_.login(user);
   const std::string &nobody = nobodys_hash();  // made at the first login, known or not
@@ -144,7 +142,7 @@ void DiskStore::stop() {
   data_.write_lock().wake();
 }
 
-/* Each statement commits by itself, as SQLite does it; one that changes something waits its turn. */
+// Each statement commits by itself, as SQLite does it; one that changes something waits its turn.
 SqlOutcome DiskStore::run_alone(const std::string &sql, SqlCounts &counts, const std::atomic<bool> &gone) {
   DataTurn turn(data_);
   WriteHold hold(data_.write_lock());

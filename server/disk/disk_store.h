@@ -1,9 +1,6 @@
-/*
- * disk_store.h - a store in a folder: the catalog and the data are SQLite databases, and what was promised survives any
- * crash. One process at a time has the folder.
- */
-#ifndef ZDB_DISK_DISK_STORE_H
-#define ZDB_DISK_DISK_STORE_H
+// A store in a folder: the catalog and the data are SQLite databases, and what was promised survives any
+// crash. One process at a time has the folder.
+#pragma once
 
 #include <atomic>
 #include <memory>
@@ -21,12 +18,10 @@ namespace zdb {
 
 class DiskStore final : public Store {
  public:
-  /*
-   * Opens a folder that create_folder made, and takes up its prepared branches with their changes and locks. Throws
-   * std::runtime_error with a text that says what to do.
-   */
+  // Opens a folder that create_folder made, and takes up its prepared branches with their changes and locks. Throws
+  // std::runtime_error with a text that says what to do.
   explicit DiskStore(const std::string &folder);
-  /* Checkpoints both databases. */
+  // Checkpoints both databases.
   ~DiskStore() override;
 
   void list_branches_by(BranchLister lister) override { lister_ = std::move(lister); }
@@ -58,7 +53,7 @@ class DiskStore final : public Store {
   DiskParts parts();
   SqlOutcome run_alone(const std::string &sql, SqlCounts &counts, const std::atomic<bool> &gone);
 
-  FolderLock lock_; /* first: nothing of the folder is touched without it */
+  FolderLock lock_;  // first: nothing of the folder is touched without it
   Catalog catalog_;
   DataFile data_;
   std::atomic<bool> stopping_{false};
@@ -69,5 +64,3 @@ class DiskStore final : public Store {
 };
 
 }  // namespace zdb
-
-#endif /* ZDB_DISK_DISK_STORE_H */

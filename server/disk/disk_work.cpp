@@ -1,4 +1,4 @@
-/* disk_work.cpp - what each step of a branch's life does to its transaction and to the journal; see the header. */
+// What each step of a branch's life does to its transaction and to the journal; see the header.
 #include "disk/disk_work.h"
 
 #include "disk/sql_text.h"
@@ -32,7 +32,7 @@ int64_t schema_version(const Database &database) {
 DiskWork::DiskWork(DiskParts parts, std::string branch)
     : parts_(std::move(parts)), branch_(std::move(branch)), hold_(parts_.data.write_lock()) {}
 
-/* What is prepared stays in the journal for the next start. */
+// What is prepared stays in the journal for the next start.
 DiskWork::~DiskWork() {
   end_transaction();
 }
@@ -56,7 +56,7 @@ SqlOutcome DiskWork::run(const std::string &sql, SqlCounts &counts) {
   return text.names_catalog ? parts_.query_catalog(text.sql) : run_in_transaction(text.sql, counts);
 }
 
-/* Each takes descriptors, which nobody else has then: new clients need some, too. */
+// Each takes descriptors, which nobody else has then: new clients need some, too.
 void DiskWork::take_place() {
   constexpr int most = 400;
   if (has_place_) {
@@ -70,7 +70,7 @@ void DiskWork::take_place() {
   has_place_ = true;
 }
 
-/* A branch keeps its connection between two commands, unless it was taken away from it. */
+// A branch keeps its connection between two commands, unless it was taken away from it.
 SqlOutcome DiskWork::run_in_transaction(const std::string &sql, SqlCounts &counts) {
   require_work();
   take_place();
@@ -108,11 +108,9 @@ const char *DiskWork::stop_reason() const {
   return parts_.data.must_stop() ? "The statement was interrupted, since a commit waits for it." : time_.reason();
 }
 
-/*
- * A failed statement is undone by itself, but some failures, and the interruption of one that changes something, undo
- * the whole transaction: true when work went with it.
- * What was only read counts: the next statement would not see the same data.
- */
+// A failed statement is undone by itself, but some failures, and the interruption of one that changes something, undo
+// the whole transaction: true when work went with it.
+// What was only read counts: the next statement would not see the same data.
 bool DiskWork::lost_after_failure(const Database &database) {
   if (worked_ && !database.in_transaction()) {
     lost_ = lost_by_failure;
@@ -124,7 +122,7 @@ bool DiskWork::lost_after_failure(const Database &database) {
   return false;
 }
 
-/* Opens the transaction with the first statement, and takes the lock with the first that changes something. */
+// Opens the transaction with the first statement, and takes the lock with the first that changes something.
 void DiskWork::before_statement(SqlConnection &connection, bool writes) {
   if (writes) {
     take_lock();
@@ -139,7 +137,7 @@ void DiskWork::before_statement(SqlConnection &connection, bool writes) {
   }
 }
 
-/* Gives up, without the lock, when the branch is to be rolled back. */
+// Gives up, without the lock, when the branch is to be rolled back.
 void DiskWork::take_lock() {
   if (hold_.held()) {
     return;
@@ -160,8 +158,8 @@ void DiskWork::require_work() {
   }
 }
 
-/* Statements that change something may find nothing to change. A new view or trigger may change the schema's page only,
- * which is written with the commit. */
+// Statements that change something may find nothing to change. A new view or trigger may change the schema's page only,
+// which is written with the commit.
 bool DiskWork::has_changes() {
   if (!hold_.held()) {
     return false;
@@ -206,7 +204,7 @@ PageImages DiskWork::pages_with_mark(int64_t id) {
   }
 }
 
-/* If that fails the transaction must not keep the mark: nothing is prepared by its id. */
+// If that fails the transaction must not keep the mark: nothing is prepared by its id.
 void DiskWork::enter_with_mark(int64_t id, const PageImages &pages) {
   try {
     parts_.catalog.enter(id, branch_, encoded(pages));
@@ -236,7 +234,7 @@ void DiskWork::commit() {
   end_transaction();
 }
 
-/* Prepared work whose commit failed is in the journal still; its lock was never given up. */
+// Prepared work whose commit failed is in the journal still; its lock was never given up.
 void DiskWork::commit_transaction() {
   SqlConnection &connection = parts_.data.use(slot_);
   try {
@@ -253,7 +251,7 @@ void DiskWork::commit_transaction() {
   }
 }
 
-/* Done takes the journal's word that the data may be half written back. Until it has, nobody else may change them. */
+// Done takes the journal's word that the data may be half written back. Until it has, nobody else may change them.
 void DiskWork::put_pages_in(const std::function<void()> &done) {
   PageImages images;
   try {
@@ -279,7 +277,7 @@ void DiskWork::roll_back() {
   end_transaction();
 }
 
-/* The outcome goes into the journal first: after a crash it is carried out from there. */
+// The outcome goes into the journal first: after a crash it is carried out from there.
 void DiskWork::settle(bool commit) {
   if (commit) {
     require_work();
@@ -324,7 +322,7 @@ void DiskWork::interrupt() {
   parts_.data.write_lock().wake();
 }
 
-/* Gives back what the branch has of the data; an open transaction is undone. */
+// Gives back what the branch has of the data; an open transaction is undone.
 void DiskWork::end_transaction() {
   parts_.data.give_back(slot_);
   hold_.release();

@@ -1,14 +1,11 @@
-/*
- * disk_work.h - the work of one branch on the data: a SQLite transaction of its own. Whoever changes something has the
- * write lock until the end of the branch, so what the transaction will write is known at its prepare, page by page
- * (page_capture.h), and the journal keeps it.
- *
- * A branch that is prepared keeps its transaction open, and commits by it; the transaction holds a mark, the journal's
- * id. After a restart the mark tells whether it was committed. If not, there is no transaction any more: the branch is
- * taken up with its lock, and committed by putting its pages into the file.
- */
-#ifndef ZDB_DISK_DISK_WORK_H
-#define ZDB_DISK_DISK_WORK_H
+// The work of one branch on the data: a SQLite transaction of its own. Whoever changes something has the
+// write lock until the end of the branch, so what the transaction will write is known at its prepare, page by page
+// (page_capture.h), and the journal keeps it.
+//
+// A branch that is prepared keeps its transaction open, and commits by it; the transaction holds a mark, the journal's
+// id. After a restart the mark tells whether it was committed. If not, there is no transaction any more: the branch is
+// taken up with its lock, and committed by putting its pages into the file.
+#pragma once
 
 #include <atomic>
 #include <functional>
@@ -21,13 +18,13 @@
 
 namespace zdb {
 
-/* What the works of one store share. */
+// What the works of one store share.
 struct DiskParts {
   Catalog &catalog;
   DataFile &data;
-  /* The branches that have a connection with an open transaction. */
+  // The branches that have a connection with an open transaction.
   std::atomic<int> &at_work;
-  /* Runs a query on the catalog. */
+  // Runs a query on the catalog.
   std::function<SqlOutcome(const std::string &sql)> query_catalog;
 };
 
@@ -36,8 +33,8 @@ class DiskWork final : public Work {
   DiskWork(DiskParts parts, std::string branch);
   ~DiskWork() override;
 
-  /* Takes a branch of the journal up at the start, with the lock if it has changes. When that cannot be done, the
-   * branch can be rolled back only. */
+  // Takes a branch of the journal up at the start, with the lock if it has changes. When that cannot be done, the
+  // branch can be rolled back only.
   void take_up(int64_t id, bool has_pages);
 
   SqlOutcome run(const std::string &sql, SqlCounts &counts) override;
@@ -71,15 +68,13 @@ class DiskWork final : public Work {
   const std::string branch_;
   DataSlot slot_;
   WriteHold hold_;
-  int64_t journal_id_ = 0;       /* of a prepared branch */
-  bool worked_ = false;          /* a statement has succeeded in the open transaction */
-  bool only_in_journal_ = false; /* the work is there, but there is no transaction to commit it by */
-  std::string lost_;             /* why the work is lost, empty if it is not: the branch can be rolled back only */
-  bool has_place_ = false;       /* among those at work */
+  int64_t journal_id_ = 0;        // of a prepared branch
+  bool worked_ = false;           // a statement has succeeded in the open transaction
+  bool only_in_journal_ = false;  // the work is there, but there is no transaction to commit it by
+  std::string lost_;              // why the work is lost, empty if it is not: the branch can be rolled back only
+  bool has_place_ = false;        // among those at work
   TimeLimit time_;
-  std::atomic<bool> stop_{false}; /* set from another thread: no statement is to go on */
+  std::atomic<bool> stop_{false};  // set from another thread: no statement is to go on
 };
 
 }  // namespace zdb
-
-#endif /* ZDB_DISK_DISK_WORK_H */

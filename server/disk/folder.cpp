@@ -1,7 +1,5 @@
-/*
- * folder.cpp - the lock is one on an open file, so that it ends with its process however that ends. The file's name
- * comes last in the making of a folder.
- */
+// The lock is one on an open file, so that it ends with its process however that ends. The file's name
+// comes last in the making of a folder.
 #include "disk/folder.h"
 
 #include <fcntl.h>
@@ -43,7 +41,7 @@ void require_synced(const std::string &folder) {
 
 constexpr std::array<const char *, 4> database_endings = {"", "-wal", "-shm", "-journal"};
 
-/* Marks a folder that is being made, or whose making was broken off. It becomes the lock file, which a made one has. */
+// Marks a folder that is being made, or whose making was broken off. It becomes the lock file, which a made one has.
 std::string making_path(const std::string &folder) {
   return folder + "/making";
 }
@@ -68,7 +66,7 @@ void require_unmade(const std::string &folder) {
   }
 }
 
-/* Nothing is touched in a folder that holds anything else than what a making that was broken off has left. */
+// Nothing is touched in a folder that holds anything else than what a making that was broken off has left.
 void require_own_files(const std::string &folder) {
   if (!std::filesystem::exists(folder)) {
     return;
@@ -87,10 +85,10 @@ void require_own_files(const std::string &folder) {
   }
 }
 
-/* The right to make the folder, and its mark. */
+// The right to make the folder, and its mark.
 class Making {
  public:
-  /* Removes what an earlier making has left. */
+  // Removes what an earlier making has left.
   explicit Making(const std::string &folder)
       : folder_(folder), file_(open(making_path(folder).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR)) {
     if (file_ < 0) {
@@ -146,7 +144,7 @@ void make_database(const std::string &folder, const std::string &file, void (*cr
   }
 }
 
-/* Why a folder has no lock file. */
+// Why a folder has no lock file.
 std::string unmade_reason(const std::string &folder, int error) {
   if (std::filesystem::exists(making_path(folder))) {
     return folder + " is not ready, since its --init was broken off. Repeat zdbd --init " + folder;

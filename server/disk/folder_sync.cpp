@@ -1,4 +1,4 @@
-/* folder_sync.cpp - file systems that know no sync of a folder answer EINVAL, and need none. */
+// File systems that know no sync of a folder answer EINVAL, and need none.
 #include "disk/folder_sync.h"
 
 #include <fcntl.h>

@@ -1,12 +1,11 @@
-/* folder_sync.h - a new file is on the disk only when its folder is synced. */
-#ifndef ZDB_DISK_FOLDER_SYNC_H
-#define ZDB_DISK_FOLDER_SYNC_H
+// A new file is on the disk only when its folder is synced.
+#pragma once
 
 #include <string>
 
 namespace zdb {
 
-/* Opened before the file is made, so that what can fail without harm has not failed afterwards. */
+// Opened before the file is made, so that what can fail without harm has not failed afterwards.
 class FolderSync {
  public:
   explicit FolderSync(const std::string &folder);
@@ -15,7 +14,7 @@ class FolderSync {
   FolderSync &operator=(const FolderSync &) = delete;
 
   bool is_open() const { return folder_ >= 0; }
-  /* False with errno when it failed. */
+  // False with errno when it failed.
   bool sync() const;
 
  private:
@@ -23,5 +22,3 @@ class FolderSync {
 };
 
 }  // namespace zdb
-
-#endif /* ZDB_DISK_FOLDER_SYNC_H */

@@ -1,7 +1,5 @@
-/*
- * log_notes.cpp - a note is a line of fixed size, one for each log, which ends in a check of itself: one that a cut of
- * power has torn says nothing. The log's layout is the one that SQLite documents.
- */
+// A note is a line of fixed size, one for each log, which ends in a check of itself: one that a cut of
+// power has torn says nothing. The log's layout is the one that SQLite documents.
 #include "disk/log_notes.h"
 
 #include <fcntl.h>
@@ -28,7 +26,7 @@ namespace {
 
 constexpr std::size_t log_count = 2;
 constexpr std::array<const char *, log_count> names = {"catalog.db-wal", "data.db-wal"};
-/* A line: name, salt, length, check. */
+// A line: name, salt, length, check.
 constexpr std::size_t salt_place = 14 + 1;
 constexpr std::size_t length_place = salt_place + 16 + 1;
 constexpr std::size_t line_size = length_place + 16 + 1 + 16 + 1;
@@ -47,7 +45,7 @@ Line line_of(std::size_t place, const LogNote &note) {
   return line;
 }
 
-/* A line that does not come out the same is torn, or none. */
+// A line that does not come out the same is torn, or none.
 LogNote read_note(int file, std::size_t place) {
   Line line{};
   LogNote note;
@@ -95,7 +93,7 @@ class LogNotes {
     return notes_[place];
   }
 
-  /* One that cannot be written leaves less noted, or nothing. */
+  // One that cannot be written leaves less noted, or nothing.
   void put(std::size_t place, const LogNote &note) {
     const std::lock_guard<std::mutex> lock(mutex_);
     const bool is_first = notes_[place].length == 0;
@@ -118,10 +116,10 @@ class LogNotes {
 
   const int file_;
   std::mutex mutex_;
-  std::array<LogNote, log_count> notes_; /* what the file may say */
+  std::array<LogNote, log_count> notes_;  // what the file may say
 };
 
-/* All of a folder share one: who takes a note back must know of everybody's. Null without a lock file. */
+// All of a folder share one: who takes a note back must know of everybody's. Null without a lock file.
 std::shared_ptr<LogNotes> LogNotes::of(const std::string &folder) {
   static std::mutex mutex;
   static auto &all = *new std::map<std::string, std::weak_ptr<LogNotes>>;  // used until the process ends
@@ -156,8 +154,7 @@ uint64_t salt_at(const char *bytes) {
   return static_cast<uint64_t>(big_endian_word(bytes)) << 32U | big_endian_word(bytes + 4);
 }
 
-/* A frame: page number, page count of the whole file in a commit's last frame, else 0, salt, checksum; then the page.
- */
+// A frame: page number, page count of the whole file in a commit's last frame, else 0, salt, checksum; then the page.
 constexpr std::size_t count_place = 4;
 constexpr std::size_t frame_salt_place = 8;
 constexpr std::size_t frame_sum_place = 16;
@@ -179,7 +176,7 @@ bool LogWatch::before_loss(sqlite3_int64 at) noexcept {
   return notes_->take_back(place_, static_cast<uint64_t>(at));
 }
 
-/* SQLite writes a frame as its header and its page, one after the other. The log's own header is at 0. */
+// SQLite writes a frame as its header and its page, one after the other. The log's own header is at 0.
 void LogWatch::wrote(const void *bytes, int count, sqlite3_int64 at) noexcept {
   if (at != 0 && at == commit_page_at_) {
     commit_.length = static_cast<uint64_t>(at + count);
@@ -203,12 +200,12 @@ void LogWatch::synced() noexcept {
 
 namespace {
 
-constexpr uint32_t magic = 0x377F0682; /* the last bit says which order of bytes the checksums are of */
+constexpr uint32_t magic = 0x377F0682;  // the last bit says which order of bytes the checksums are of
 constexpr std::size_t page_size_place = 8;
 constexpr std::size_t header_salt_place = 16;
 constexpr std::size_t header_sum_place = 24;
 
-/* SQLite's running checksum. */
+// SQLite's running checksum.
 class LogSum {
  public:
   explicit LogSum(bool big_endian) : big_endian_(big_endian) {}
@@ -258,7 +255,7 @@ bool holds(std::ifstream &log, const LogNote &note) {
   return true;
 }
 
-/* What is wrong with the log, null if nothing is. */
+// What is wrong with the log, null if nothing is.
 const char *fault_of(const std::string &path, const LogNote &note) {
   std::ifstream log(path, std::ios::binary);
   if (!log) {

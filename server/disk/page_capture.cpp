@@ -1,4 +1,4 @@
-/* page_capture.cpp - the log's layout is the one that SQLite documents for its write-ahead log files. */
+// The log's layout is the one that SQLite documents for its write-ahead log files.
 #include "disk/page_capture.h"
 
 #include "disk/sqlite.h"
@@ -7,7 +7,7 @@ namespace zdb {
 namespace {
 
 constexpr sqlite3_int64 log_header_size = 32;
-constexpr int frame_header_size = 24; /* page number, page count of a commit or 0, salt, checksum */
+constexpr int frame_header_size = 24;  // page number, page count of a commit or 0, salt, checksum
 constexpr int page_count_place = 4;
 
 uint32_t big_endian_word(const char *bytes) {
@@ -30,7 +30,7 @@ void PageCapture::begin() {
   frames_.clear();
 }
 
-/* A frame is written as its header and its page, one after the other; headers may be written once more alone. */
+// A frame is written as its header and its page, one after the other; headers may be written once more alone.
 int PageCapture::write(const char *bytes, int count, sqlite3_int64 at) {
   if (at < log_header_size) {
     return SQLITE_OK;
@@ -55,10 +55,8 @@ int PageCapture::write(const char *bytes, int count, sqlite3_int64 at) {
   return frame->first == commit_frame_ ? SQLITE_BUSY : SQLITE_OK;
 }
 
-/*
- * Pages that left the cache before and were not changed again. Frames behind the commit are leftovers of what was
- * undone within the transaction. A page's last frame counts, and one that was captured is newer than all of them.
- */
+// Pages that left the cache before and were not changed again. Frames behind the commit are leftovers of what was
+// undone within the transaction. A page's last frame counts, and one that was captured is newer than all of them.
 void PageCapture::read_early_frames() {
   std::map<uint32_t, sqlite3_int64> last;
   for (const auto &[at, page] : frames_) {

@@ -1,4 +1,4 @@
-/* page_images.cpp - the journal's form of page images, and their way into the file after a restart. */
+// The journal's form of page images, and their way into the file after a restart.
 #include "disk/page_images.h"
 
 #include <fcntl.h>
@@ -28,7 +28,7 @@ void append_word(std::string &bytes, uint32_t word) {
 
 constexpr std::size_t sum_size = 2 * word_size;
 
-/* SQLite has none for its pages: a bit that the disk has changed would go into the data. */
+// SQLite has none for its pages: a bit that the disk has changed would go into the data.
 std::string sum_of(std::string_view bytes) {
   uint64_t sum = 0xCBF29CE484222325U;
   for (const char byte : bytes) {
@@ -40,7 +40,7 @@ std::string sum_of(std::string_view bytes) {
   return text;
 }
 
-/* Takes the words and pages off the front. */
+// Takes the words and pages off the front.
 class Reader {
  public:
   explicit Reader(std::string_view bytes) : bytes_(bytes) {}
@@ -73,7 +73,7 @@ bool is_page_size(uint32_t size) {
   return size >= page_size_min && size <= page_size_max && (size & (size - 1)) == 0;
 }
 
-/* What the steps of writing share; each ends the process when it fails. */
+// What the steps of writing share; each ends the process when it fails.
 class PageFile {
  public:
   explicit PageFile(const std::string &path) : path_(path), file_(open(path.c_str(), O_RDWR | O_CLOEXEC)) {

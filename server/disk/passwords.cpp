@@ -1,4 +1,4 @@
-/* passwords.cpp - hashing by the system's crypt functions. */
+// Hashing by the system's crypt functions.
 #include "disk/passwords.h"
 
 #include <crypt.h>
@@ -11,10 +11,10 @@ namespace {
 
 constexpr const char *method = "$6$";
 
-/* Hashing takes longer for longer ones, and anybody may send one. */
+// Hashing takes longer for longer ones, and anybody may send one.
 constexpr std::size_t password_max = 64;
 
-/* Empty when there is none: the hash of a password with a zero byte would be that of what stands before it. */
+// Empty when there is none: the hash of a password with a zero byte would be that of what stands before it.
 std::string hashed(const std::string &password, const std::string &setting) {
   if (password.find('\0') != std::string::npos) {
     return {};
@@ -58,7 +58,7 @@ bool is_password(const std::string &password, const std::string &hash) {
   return usable && !computed.empty() && same_in_constant_time(computed, hash);
 }
 
-/* Its last letter stands for two bits, so no hash ends in this one; what is no letter at all would not be hashed. */
+// Its last letter stands for two bits, so no hash ends in this one; what is no letter at all would not be hashed.
 const std::string &nobodys_hash() {
   static const std::string hash = [] {
     std::string made = hash_password("");

@@ -1,4 +1,4 @@
-/* sql_text.cpp - passes over SQL piece by piece: quoted pieces and comments as they are, words with a look at them. */
+// Passes over SQL piece by piece: quoted pieces and comments as they are, words with a look at them.
 #include "disk/sql_text.h"
 
 #include <strings.h>
@@ -13,7 +13,7 @@ bool is_word_character(char c) {
   return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '$' || (c & 0x80) != 0;
 }
 
-/* The end of the piece that begins with a quote or a comment mark; 0 when none begins here. */
+// The end of the piece that begins with a quote or a comment mark; 0 when none begins here.
 std::size_t quoted_length(std::string_view text) {
   const auto through = [&](std::string_view mark, std::size_t from) {
     const std::size_t found = text.find(mark, from);
@@ -46,7 +46,7 @@ bool same_word(std::string_view left, std::string_view right) {
   return left.size() == right.size() && strncasecmp(left.data(), right.data(), left.size()) == 0;
 }
 
-/* The dots and the owner between "master" and the table's name: their length, 0 when there are none. */
+// The dots and the owner between "master" and the table's name: their length, 0 when there are none.
 std::size_t qualifier_length(std::string_view text) {
   if (text.starts_with("..")) {
     return 2;

@@ -1,6 +1,5 @@
-/* sql_text.h - the catalog's names in SQL, as clients write them and as SQLite reads them. */
-#ifndef ZDB_DISK_SQL_TEXT_H
-#define ZDB_DISK_SQL_TEXT_H
+// The catalog's names in SQL, as clients write them and as SQLite reads them.
+#pragma once
 
 #include <string>
 #include <string_view>
@@ -8,13 +7,11 @@
 namespace zdb {
 
 struct CatalogText {
-  std::string sql;            /* with "master..t" and "master.dbo.t" as "master.t" */
-  bool names_catalog = false; /* it names something in "master" */
+  std::string sql;             // with "master..t" and "master.dbo.t" as "master.t"
+  bool names_catalog = false;  // it names something in "master"
 };
 
-/* Names inside texts, quoted names and comments are left alone. */
+// Names inside texts, quoted names and comments are left alone.
 CatalogText catalog_text(std::string_view sql);
 
 }  // namespace zdb
-
-#endif /* ZDB_DISK_SQL_TEXT_H */

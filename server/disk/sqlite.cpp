@@ -1,4 +1,4 @@
-/* sqlite.cpp - thin, but for the opening of a file: every connection writes ahead and may wait for no other one. */
+// Thin, but for the opening of a file: every connection writes ahead and may wait for no other one.
 #include "disk/sqlite.h"
 
 #include "disk/watched_files.h"

@@ -1,4 +1,4 @@
-/* statement_memory.cpp - counts what each thread takes from the allocator below SQLite. */
+// Counts what each thread takes from the allocator below SQLite.
 #include "disk/statement_memory.h"
 
 #include <sqlite3.h>
@@ -12,7 +12,7 @@ namespace {
 constexpr int64_t statement_max = int64_t{128} << 20;
 constexpr int64_t all_max = int64_t{1} << 30;
 
-/* What the thread's statements have taken, less what they gave back. */
+// What the thread's statements have taken, less what they gave back.
 struct Account {
   bool open = false;
   int64_t taken = 0;

@@ -1,19 +1,14 @@
-/*
- * statement_memory.h - bounds the memory that SQLite takes for clients' statements, for each one and for all together.
- * A statement that wants more fails; what the server does by itself (preparing, committing) is never refused any.
- */
-#ifndef ZDB_DISK_STATEMENT_MEMORY_H
-#define ZDB_DISK_STATEMENT_MEMORY_H
+// Bounds the memory that SQLite takes for clients' statements, for each one and for all together.
+// A statement that wants more fails; what the server does by itself (preparing, committing) is never refused any.
+#pragma once
 
 namespace zdb {
 
-/*
- * To be called once, before anything else of the process uses SQLite, whose memory it sees from then on. A program that
- * has a server embedded is not bounded: its SQLite may be somebody else's, too.
- */
+// To be called once, before anything else of the process uses SQLite, whose memory it sees from then on. A program that
+// has a server embedded is not bounded: its SQLite may be somebody else's, too.
 void bound_statement_memory();
 
-/* While it lives, its thread runs a client's statements. */
+// While it lives, its thread runs a client's statements.
 class StatementMemory {
  public:
   StatementMemory();
@@ -23,5 +18,3 @@ class StatementMemory {
 };
 
 }  // namespace zdb
-
-#endif /* ZDB_DISK_STATEMENT_MEMORY_H */

@@ -1,4 +1,4 @@
-/* statements.cpp - the authoriser that says no, and the results of what it lets through. */
+// The authoriser that says no, and the results of what it lets through.
 #include "disk/statements.h"
 
 #include <algorithm>
@@ -13,7 +13,7 @@
 namespace zdb {
 namespace {
 
-constexpr std::size_t result_bytes_max = 32 << 20; /* of a command's results */
+constexpr std::size_t result_bytes_max = 32 << 20;  // of a command's results
 constexpr int value_bytes_max = 16 << 20;
 constexpr int steps_between_looks = 10'000;
 constexpr int32_t integer_size = 4;
@@ -58,7 +58,7 @@ bool is_number(ColumnType type) {
   return type == ColumnType::integer || type == ColumnType::bigint || type == ColumnType::real;
 }
 
-/* The type that takes values of both: the wider one of numbers, else text. */
+// The type that takes values of both: the wider one of numbers, else text.
 ColumnType common_type(ColumnType left, ColumnType right) {
   if (left == right) {
     return left;
@@ -66,7 +66,7 @@ ColumnType common_type(ColumnType left, ColumnType right) {
   return is_number(left) && is_number(right) ? std::max(left, right) : ColumnType::text;
 }
 
-/* A column is typed by its values, as the data are: each row of a table may have a type of its own. */
+// A column is typed by its values, as the data are: each row of a table may have a type of its own.
 void describe_column(Result &result, std::size_t column) {
   bool typed = false;
   ColumnType type = ColumnType::text;
@@ -93,7 +93,7 @@ void describe_column(Result &result, std::size_t column) {
   }
 }
 
-/* Names come as they were declared, or as the client wrote them. */
+// Names come as they were declared, or as the client wrote them.
 bool same_name(const char *name, const char *other) {
   return name != nullptr && sqlite3_stricmp(name, other) == 0;
 }
@@ -106,7 +106,7 @@ bool is_own_table(const char *name) {
   return same_name(name, mark_table) || same_name(name, count_table);
 }
 
-/* None that takes long, or makes a long value of short ones. */
+// None that takes long, or makes a long value of short ones.
 bool is_catalog_function(const char *name) {
   constexpr std::array allowed = {"abs", "avg",    "coalesce", "count",  "ifnull", "length", "like",   "lower", "max",
                                   "min", "nullif", "round",    "substr", "sum",    "total",  "typeof", "upper"};
@@ -132,10 +132,8 @@ bool changes_tables(int action) {
   }
 }
 
-/*
- * For a statement's results, and those that end a reply. Before it runs, so that one that was carried out is not
- * answered as failed for want of memory.
- */
+// For a statement's results, and those that end a reply. Before it runs, so that one that was carried out is not
+// answered as failed for want of memory.
 void make_room(std::vector<Result> &results) {
   constexpr std::size_t most = 3 + 2;
   if (results.capacity() < results.size() + most) {
@@ -171,7 +169,7 @@ SqlConnection::SqlConnection(const std::string &file) : database_(file, &capture
   sqlite3_progress_handler(database_.handle(), steps_between_looks, look_for_stop, this);
 }
 
-/* Between two looks no more than this many steps pass over values of this size. */
+// Between two looks no more than this many steps pass over values of this size.
 void SqlConnection::limit_to_catalog() {
   constexpr int text_max = 1 << 16;
   constexpr int steps = 100;
@@ -183,7 +181,7 @@ void SqlConnection::limit_to_catalog() {
   sqlite3_progress_handler(handle, steps, look_for_stop, this);
 }
 
-/* Our own statements always come to their end: a commit must not be torn apart. */
+// Our own statements always come to their end: a commit must not be torn apart.
 int SqlConnection::look_for_stop(void *self) {
   auto &connection = *static_cast<SqlConnection *>(self);
   const char *reason = connection.running_ ? connection.around_->stop() : nullptr;
@@ -214,7 +212,7 @@ int SqlConnection::authorise(void *self, int action, const char *table, const ch
   return SQLITE_DENY;
 }
 
-/* Null for what may be said. Some actions name the table in the second place. */
+// Null for what may be said. Some actions name the table in the second place.
 const char *SqlConnection::refusal_of(int action, const char *table, const char *part, const char *schema) const {
   const char *own = is_own_table(table) || is_own_table(part) ? "This table is the server's own." : nullptr;
   if (changes_tables(action)) {
@@ -314,7 +312,7 @@ void SqlConnection::run_statement(Statement &statement, const Around &around, Sq
   outcome.results.push_back({ResultKind::done, {}, {}, count});
 }
 
-/* A change that returns more than a reply takes must not stay: its rows are there before the first is returned. */
+// A change that returns more than a reply takes must not stay: its rows are there before the first is returned.
 Result SqlConnection::rows_or_nothing(Statement &statement) {
   if (place_ == Place::branch) {
     return rows_in_savepoint(statement);
@@ -329,7 +327,7 @@ Result SqlConnection::rows_or_nothing(Statement &statement) {
   }
 }
 
-/* A statement that commits by itself and is interrupted is undone as a whole. The step would begin one that has not. */
+// A statement that commits by itself and is interrupted is undone as a whole. The step would begin one that has not.
 void SqlConnection::undo_alone(Statement &statement) {
   if (sqlite3_stmt_busy(statement.handle()) == 0) {
     return;
@@ -365,7 +363,7 @@ void SqlConnection::require_room() const {
   }
 }
 
-/* Runs the statement to its end. */
+// Runs the statement to its end.
 Result SqlConnection::rows_of(Statement &statement) {
   // The statement may have to be prepared again, which asks the authoriser.
   clients_turn_ = running_ = true;
@@ -413,10 +411,8 @@ void SqlConnection::give_counts(const SqlCounts &counts) {
   total_before_ = counts.total_changes - sqlite3_total_changes64(handle);
 }
 
-/*
- * SQLite takes no number for changes(), it only counts. A function of our own would not know whether a trigger calls
- * it, where the trigger's changes count. Takes time for a large number, so it can be stopped as the statement itself.
- */
+// SQLite takes no number for changes(), it only counts. A function of our own would not know whether a trigger calls
+// it, where the trigger's changes count. Takes time for a large number, so it can be stopped as the statement itself.
 void SqlConnection::give_changes(int64_t count) {
   running_ = true;
   database_.execute("CREATE TEMP TABLE IF NOT EXISTS zdb_count (row)");
@@ -430,7 +426,7 @@ void SqlConnection::give_changes(int64_t count) {
   database_.execute("DELETE FROM temp.zdb_count");
 }
 
-/* Counted: the statement has set changes(). */
+// Counted: the statement has set changes().
 void SqlConnection::take_counts(SqlCounts &counts, bool counted) const {
   sqlite3 *const handle = database_.handle();
   counts.last_rowid = sqlite3_last_insert_rowid(handle);

@@ -1,4 +1,4 @@
-/* storage_failure.cpp - no destructor and no buffer gets in between: each of them could write once more. */
+// No destructor and no buffer gets in between: each of them could write once more.
 #include "disk/storage_failure.h"
 
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-/* store_opening.cpp - files are looked at before SQLite is, which would make those that are missing. */
+// Files are looked at before SQLite is, which would make those that are missing.
 #include "disk/store_opening.h"
 
 #include <array>
@@ -17,7 +17,7 @@ namespace {
 constexpr std::string_view put_back =
     ". Put back the folder's backup: all files of it, -wal files too, from the same moment";
 
-/* What a file cannot do without, as queries. */
+// What a file cannot do without, as queries.
 struct Needs {
   std::string file;
   std::array<const char *, 2> queries;
@@ -53,7 +53,7 @@ bool is_damage(int code) {
   return kind == SQLITE_CORRUPT || kind == SQLITE_NOTADB || kind == SQLITE_ERROR;
 }
 
-/* Throws, with the file's name, if it cannot be read. */
+// Throws, with the file's name, if it cannot be read.
 void require_readable(const Needs &needs) {
   try {
     const Database database(needs.file);
@@ -67,7 +67,7 @@ void require_readable(const Needs &needs) {
   }
 }
 
-/* With the folder's lock: closing a file that SQLite uses in this process would end SQLite's locks on it. */
+// With the folder's lock: closing a file that SQLite uses in this process would end SQLite's locks on it.
 void require_databases(const std::string &folder) {
   const FolderLock alone(folder);
   for (const Needs &needs : databases(folder)) {

@@ -1,6 +1,5 @@
-/* store_opening.h - opening a folder so that a failure tells which file it is about, and what to do. */
-#ifndef ZDB_DISK_STORE_OPENING_H
-#define ZDB_DISK_STORE_OPENING_H
+// Opening a folder so that a failure tells which file it is about, and what to do.
+#pragma once
 
 #include <memory>
 #include <string>
@@ -9,9 +8,7 @@
 
 namespace zdb {
 
-/* The store in a folder. Throws std::runtime_error, and leaves the folder as it is, when that cannot be. */
+// The store in a folder. Throws std::runtime_error, and leaves the folder as it is, when that cannot be.
 std::unique_ptr<Store> open_store(const std::string &folder);
 
 }  // namespace zdb
-
-#endif /* ZDB_DISK_STORE_OPENING_H */

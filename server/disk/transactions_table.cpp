@@ -1,7 +1,5 @@
-/*
- * transactions_table.cpp - an eponymous virtual table: it exists on each connection that has the module, and lives in
- * no file. SQLite calls these functions; no exception leaves them.
- */
+// An eponymous virtual table: it exists on each connection that has the module, and lives in
+// no file. SQLite calls these functions; no exception leaves them.
 #include "disk/transactions_table.h"
 
 #include <exception>
@@ -100,7 +98,7 @@ int row_id(sqlite3_vtab_cursor *cursor, sqlite3_int64 *id) {
   return SQLITE_OK;
 }
 
-/* Without a create function the table is there by itself. */
+// Without a create function the table is there by itself.
 sqlite3_module module_functions() {
   sqlite3_module module{};
   module.xConnect = connect;

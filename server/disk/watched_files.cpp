@@ -1,8 +1,6 @@
-/*
- * watched_files.cpp - a layer over SQLite's default file system that passes everything through but for what a capture
- * keeps back. A file of the layer is a header followed by the file of the layer below; the other operations of the
- * layer below (randomness, time) do not look at files and are taken as they are.
- */
+// A layer over SQLite's default file system that passes everything through but for what a capture
+// keeps back. A file of the layer is a header followed by the file of the layer below; the other operations of the
+// layer below (randomness, time) do not look at files and are taken as they are.
 #include "disk/watched_files.h"
 
 #include <sqlite3.h>
@@ -26,14 +24,14 @@ namespace {
 
 std::atomic<uint64_t> syncs{0};
 
-/* The file below follows, at an offset that suits any of its members: SQLite's memory is aligned to 8 bytes. */
+// The file below follows, at an offset that suits any of its members: SQLite's memory is aligned to 8 bytes.
 struct alignas(8) WatchedFile {
   sqlite3_file base;
-  PageCapture *capture; /* of a log whose transactions are captured, else null */
-  LogWatch *watch;      /* of a log that is noted, else null; owned */
+  PageCapture *capture;  // of a log whose transactions are captured, else null
+  LogWatch *watch;       // of a log that is noted, else null; owned
 };
 
-/* Whose connection this thread opens. SQLite does not tell a log's opening which connection it is for. */
+// Whose connection this thread opens. SQLite does not tell a log's opening which connection it is for.
 thread_local PageCapture *opening = nullptr;
 
 sqlite3_file *below(sqlite3_file *file) {
@@ -65,7 +63,7 @@ int read_file(sqlite3_file *file, void *bytes, int count, sqlite3_int64 at) {
   return below(file)->pMethods->xRead(below(file), bytes, count, at);
 }
 
-/* Nothing may be thrown through SQLite. */
+// Nothing may be thrown through SQLite.
 int note_write(PageCapture &capture, const void *bytes, int count, sqlite3_int64 at) {
   try {
     return capture.write(static_cast<const char *>(bytes), count, at);
@@ -164,7 +162,7 @@ int unmap_shared(sqlite3_file *file, int remove) {
   return below(file)->pMethods->xShmUnmap(below(file), remove);
 }
 
-/* The second version of the table: files are read, not mapped. */
+// The second version of the table: files are read, not mapped.
 constexpr sqlite3_io_methods methods = {2,
                                         close_file,
                                         read_file,
@@ -189,10 +187,8 @@ int open_below(const char *name, sqlite3_file *file, int flags, int *opened) {
   return system_files()->xOpen(system_files(), name, below(file), flags, opened);
 }
 
-/*
- * SQLite takes no notice when the sync of a new log's folder fails, and makes none for a log that a killed process has
- * left behind. Commits in a log without a name would be lost.
- */
+// SQLite takes no notice when the sync of a new log's folder fails, and makes none for a log that a killed process has
+// left behind. Commits in a log without a name would be lost.
 int open_log_in(const FolderSync &names, const char *name, sqlite3_file *file, int flags, int *opened) noexcept {
   if (!names.is_open()) {
     return SQLITE_CANTOPEN;
@@ -219,7 +215,7 @@ int open_log(const char *name, sqlite3_file *file, int flags, int *opened) {
   }
 }
 
-/* SQLite deletes a log that it has put into the database. */
+// SQLite deletes a log that it has put into the database.
 int delete_file(sqlite3_vfs *, const char *name, int sync_folder) {
   try {
     const auto watch = LogWatch::of(name);
@@ -251,7 +247,7 @@ int open_file(sqlite3_vfs *, const char *name, sqlite3_file *file, int flags, in
   return code;
 }
 
-/* Without memory there is nothing to lay it over yet; the next who asks tries again. */
+// Without memory there is nothing to lay it over yet; the next who asks tries again.
 sqlite3_vfs *make_layer() {
   if (sqlite3_initialize() != SQLITE_OK) {
     throw std::bad_alloc();

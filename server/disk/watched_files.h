@@ -1,10 +1,7 @@
-/*
- * watched_files.h - how SQLite's files reach the disk: the operating system's own way, with every sync counted, a
- * crash tried out before and after each write and sync (crash_points.h), transactions captured before they are
- * committed (page_capture.h), and the end of the process after a sync that failed (storage_failure.h).
- */
-#ifndef ZDB_DISK_WATCHED_FILES_H
-#define ZDB_DISK_WATCHED_FILES_H
+// How SQLite's files reach the disk: the operating system's own way, with every sync counted, a
+// crash tried out before and after each write and sync (crash_points.h), transactions captured before they are
+// committed (page_capture.h), and the end of the process after a sync that failed (storage_failure.h).
+#pragma once
 
 #include <cstdint>
 
@@ -12,7 +9,7 @@ namespace zdb {
 
 class PageCapture;
 
-/* While it lives, the log of the connection that this thread opens tells the capture (null: none) of its writes. */
+// While it lives, the log of the connection that this thread opens tells the capture (null: none) of its writes.
 class CaptureScope {
  public:
   explicit CaptureScope(PageCapture *capture);
@@ -21,11 +18,9 @@ class CaptureScope {
   CaptureScope &operator=(const CaptureScope &) = delete;
 };
 
-/* The name of the file system layer to open databases with; made at the first call. */
+// The name of the file system layer to open databases with; made at the first call.
 const char *watched_files();
-/* Syncs of this process through it. */
+// Syncs of this process through it.
 uint64_t syncs_made();
 
 }  // namespace zdb
-
-#endif /* ZDB_DISK_WATCHED_FILES_H */

@@ -1,4 +1,4 @@
-/* write_lock.cpp - a queue, so that a stream of short writers cannot keep a patient one waiting. */
+// A queue, so that a stream of short writers cannot keep a patient one waiting.
 #include "disk/write_lock.h"
 
 #include <algorithm>

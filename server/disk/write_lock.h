@@ -1,9 +1,6 @@
-/*
- * write_lock.h - who may change the data: one branch or statement at a time, the others in the order in which they
- * came.
- */
-#ifndef ZDB_DISK_WRITE_LOCK_H
-#define ZDB_DISK_WRITE_LOCK_H
+// Who may change the data: one branch or statement at a time, the others in the order in which they
+// came.
+#pragma once
 
 #include <atomic>
 #include <chrono>
@@ -18,7 +15,7 @@ class WriteLock {
  public:
   enum class Answer { taken, timed_out, given_up };
 
-  /* Waits for the lock; gives up when the flag is set, which wake() makes it look at. Not for one that holds it. */
+  // Waits for the lock; gives up when the flag is set, which wake() makes it look at. Not for one that holds it.
   Answer take(std::chrono::milliseconds limit, const std::atomic<bool> &give_up);
   void release();
   void wake();
@@ -28,11 +25,11 @@ class WriteLock {
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   bool held_ = false;
-  std::deque<uint64_t> waiting_; /* the waiters' numbers, first come first */
+  std::deque<uint64_t> waiting_;  // the waiters' numbers, first come first
   uint64_t last_number_ = 0;
 };
 
-/* The lock held, or not; released at the end of life. Any thread may ask whether it is. */
+// The lock held, or not; released at the end of life. Any thread may ask whether it is.
 class WriteHold {
  public:
   explicit WriteHold(WriteLock &lock) : lock_(lock) {}
@@ -50,5 +47,3 @@ class WriteHold {
 };
 
 }  // namespace zdb
-
-#endif /* ZDB_DISK_WRITE_LOCK_H */

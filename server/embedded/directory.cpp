@@ -1,8 +1,6 @@
-/*
- * directory.cpp - the servers of this process by name, and sessions on them and on those that an interfaces file names.
- *
- * The directory is never destroyed: threads may still use it while the process exits.
- */
+// The servers of this process by name, and sessions on them and on those that an interfaces file names.
+//
+// The directory is never destroyed: threads may still use it while the process exits.
 #include "embedded/directory.h"
 
 #include <filesystem>
@@ -20,13 +18,13 @@ namespace {
 
 struct Entry {
   std::shared_ptr<Server> server;
-  std::unique_ptr<DurableServer> durable; /* null for a server in memory */
+  std::unique_ptr<DurableServer> durable;  // null for a server in memory
 };
 
 struct Directory {
   std::mutex mutex;
   std::map<std::string, Entry> servers;
-  std::map<std::string, std::unique_ptr<DurableServer>> embedded; /* by their folders */
+  std::map<std::string, std::unique_ptr<DurableServer>> embedded;  // by their folders
 };
 
 Directory &directory() {
@@ -36,7 +34,7 @@ Directory &directory() {
 
 constexpr int32_t no_server_severity = 18;
 
-/* The server embedded from the folder, opened when need be. Throws std::runtime_error with what to do. */
+// The server embedded from the folder, opened when need be. Throws std::runtime_error with what to do.
 std::shared_ptr<Server> embedded_server(const std::string &folder) {
   const std::string path = std::filesystem::weakly_canonical(folder);
   Directory &all = directory();

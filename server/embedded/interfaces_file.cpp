@@ -1,4 +1,4 @@
-/* interfaces_file.cpp - reads the file that says where servers are found; the header shows its form. */
+// Reads the file that says where servers are found; the header shows its form.
 #include "embedded/interfaces_file.h"
 
 #include <sys/un.h>
@@ -14,7 +14,7 @@ namespace zdb {
 namespace {
 
 constexpr std::size_t longest_name = 31;
-/* Each with its terminating zero byte. */
+// Each with its terminating zero byte.
 constexpr std::size_t socket_path_size = sizeof(sockaddr_un::sun_path);
 constexpr std::size_t folder_path_size = PATH_MAX;
 
@@ -34,7 +34,7 @@ std::string_view trimmed(std::string_view text) {
   return text;
 }
 
-/* The line up to a "#" at its start or behind a blank; other ones belong to a path. */
+// The line up to a "#" at its start or behind a blank; other ones belong to a path.
 std::string_view without_comment(std::string_view line) {
   for (std::size_t at = 0; at < line.size(); ++at) {
     if (line[at] == '#' && (at == 0 || is_blank(line[at - 1]))) {
@@ -44,7 +44,7 @@ std::string_view without_comment(std::string_view line) {
   return line;
 }
 
-/* What is wrong with a name; empty when nothing is. */
+// What is wrong with a name; empty when nothing is.
 std::string problem_of_name(std::string_view name) {
   bool blank = false;
   for (const char c : name) {
@@ -56,7 +56,7 @@ std::string problem_of_name(std::string_view name) {
   return {};
 }
 
-/* Splits KIND:PATH; the address's path is as it is written. False when it is not of that form. */
+// Splits KIND:PATH; the address's path is as it is written. False when it is not of that form.
 bool split_address(std::string_view text, ServerAddress &address) {
   const std::size_t colon = text.find(':');
   const std::string_view kind = text.substr(0, colon);
@@ -68,7 +68,7 @@ bool split_address(std::string_view text, ServerAddress &address) {
   return !address.path.empty();
 }
 
-/* What is wrong with a path that is too long; empty when it is not. */
+// What is wrong with a path that is too long; empty when it is not.
 std::string problem_of_path(const ServerAddress &address) {
   const bool is_socket = address.kind == ServerAddress::Kind::unix_socket;
   const std::size_t size = is_socket ? socket_path_size : folder_path_size;
@@ -80,7 +80,7 @@ std::string problem_of_path(const ServerAddress &address) {
   return problem.append("'s may have ").append(std::to_string(size - 1)).append("; choose a shorter one");
 }
 
-/* Takes one line that is neither blank nor a comment; returns what is wrong with it, empty when nothing is. */
+// Takes one line that is neither blank nor a comment; returns what is wrong with it, empty when nothing is.
 std::string take_line(std::string_view line, const std::string &folder, Interfaces &interfaces) {
   const std::size_t equals = line.find('=');
   if (equals == std::string_view::npos) {
@@ -107,7 +107,7 @@ std::string take_line(std::string_view line, const std::string &folder, Interfac
   return {};
 }
 
-/* None when the file cannot be read; errno tells why. */
+// None when the file cannot be read; errno tells why.
 std::optional<std::string> text_of(const std::string &file) {
   std::ifstream stream(file, std::ios::binary);
   if (!stream) {

@@ -1,15 +1,12 @@
-/*
- * interfaces_file.h - the file that says where servers are found.
- *
- *   # a comment, as is what follows a "#" after a blank
- *   bank1 = embedded:/var/lib/zdb/bank1    a server in this process, with its data in that folder
- *   bank2 = unix:run/bank2.sock            a server in a process of its own, listening on that socket
- *
- * A server's name has 1 to 31 characters and no blanks. Paths that do not begin with "/" start at the file's folder.
- * A single bad line makes the whole file unusable, so that no server is ever looked for in a wrong place.
- */
-#ifndef ZDB_INTERFACES_FILE_H
-#define ZDB_INTERFACES_FILE_H
+// The file that says where servers are found.
+//
+//   # a comment, as is what follows a "#" after a blank
+//   bank1 = embedded:/var/lib/zdb/bank1    a server in this process, with its data in that folder
+//   bank2 = unix:run/bank2.sock            a server in a process of its own, listening on that socket
+//
+// A server's name has 1 to 31 characters and no blanks. Paths that do not begin with "/" start at the file's folder.
+// A single bad line makes the whole file unusable, so that no server is ever looked for in a wrong place.
+#pragma once
 
 #include <cstdint>
 #include <map>
@@ -29,17 +26,13 @@ struct ServerAddress {
 
 struct Interfaces {
   std::map<std::string, ServerAddress> servers;
-  std::string problem; /* of the first bad line: its number, what is wrong and what to write; empty without any */
+  std::string problem;  // of the first bad line: its number, what is wrong and what to write; empty without any
 };
 
 Interfaces parse_interfaces(std::string_view text, const std::string &folder);
 
-/*
- * The address of a server. None with an empty problem when the file does not name it; none with a problem when the file
- * cannot be read or has a bad line.
- */
+// The address of a server. None with an empty problem when the file does not name it; none with a problem when the file
+// cannot be read or has a bad line.
 std::optional<ServerAddress> find_address(const std::string &file, const std::string &server, std::string &problem);
 
 }  // namespace zdb
-
-#endif /* ZDB_INTERFACES_FILE_H */

@@ -1,7 +1,5 @@
-/*
- * zdb_control.cpp - the C functions by which tests and tools set servers up and steer them. Each finds the server and
- * hands over to it; no exception leaves any of them.
- */
+// The C functions by which tests and tools set servers up and steer them. Each finds the server and
+// hands over to it; no exception leaves any of them.
 #pragma GCC visibility push(default)
 #include "interface/zdb_control.h"
 #pragma GCC visibility pop
@@ -18,7 +16,7 @@ namespace {
 constexpr std::size_t server_name_max = 31;
 constexpr int32_t unknown_server = -1;
 
-/* Runs the action on the server, or returns missing when there is no such server or memory is short. */
+// Runs the action on the server, or returns missing when there is no such server or memory is short.
 template <typename Action>
 int32_t on_server(const char *server, int32_t missing, Action action) noexcept {
   if (server == nullptr) {

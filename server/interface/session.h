@@ -1,10 +1,7 @@
-/*
- * session.h - what a client sees of a database server: it opens a session by the server's name, sends requests and gets
- * each one's whole reply back. The client library uses nothing else of a server, so a server of another kind (in its
- * own process, with a store on disk) only has to offer this.
- */
-#ifndef ZDB_SESSION_H
-#define ZDB_SESSION_H
+// What a client sees of a database server: it opens a session by the server's name, sends requests and gets
+// each one's whole reply back. The client library uses nothing else of a server, so a server of another kind (in its
+// own process, with a store on disk) only has to offer this.
+#pragma once
 
 #include <cstdint>
 #include <memory>
@@ -19,18 +16,18 @@ struct Binary {
   bool operator==(const Binary &) const = default;
 };
 
-/* A value of a parameter or column; monostate is null. */
+// A value of a parameter or column; monostate is null.
 using Value = std::variant<std::monostate, int64_t, double, std::string, Binary>;
 
 enum class RequestKind : uint8_t {
-  language,          /* text: SQL, one or more statements */
-  procedure,         /* text: the procedure's name */
-  cursor_open,       /* text: the cursor's name, as in the other cursor requests */
-  cursor_close,      /* the cursor stays allocated */
-  cursor_drop,       /* closes it if need be and deallocates it */
-  statement_prepare, /* text: the statement's name */
+  language,           // text: SQL, one or more statements
+  procedure,          // text: the procedure's name
+  cursor_open,        // text: the cursor's name, as in the other cursor requests
+  cursor_close,       // the cursor stays allocated
+  cursor_drop,        // closes it if need be and deallocates it
+  statement_prepare,  // text: the statement's name
   statement_drop,
-  administer /* text: an operator's command; answered on operators' sessions only */
+  administer  // text: an operator's command; answered on operators' sessions only
 };
 
 struct Parameter {
@@ -46,7 +43,7 @@ struct Request {
 
 enum class ColumnType : uint8_t {
   text,
-  integer, /* within 32 bits */
+  integer,  // within 32 bits
   bigint,
   real,
   binary
@@ -55,17 +52,17 @@ enum class ColumnType : uint8_t {
 struct Column {
   std::string name;
   ColumnType type = ColumnType::integer;
-  int32_t max_length = 4; /* bytes of the longest value */
+  int32_t max_length = 4;  // bytes of the longest value
 };
 
 enum class ResultKind : uint8_t { rows, status, parameter, done, succeeded, failed };
 
-/* The first three kinds have columns and rows; a status and an output parameter are one row of one column. */
+// The first three kinds have columns and rows; a status and an output parameter are one row of one column.
 struct Result {
   ResultKind kind = ResultKind::done;
   std::vector<Column> columns;
   std::vector<std::vector<Value>> rows;
-  int64_t row_count = -1; /* of done: the rows that the command returned or changed, -1 when that means nothing */
+  int64_t row_count = -1;  // of done: the rows that the command returned or changed, -1 when that means nothing
 };
 
 struct Message {
@@ -75,10 +72,10 @@ struct Message {
 };
 
 struct Reply {
-  bool broken_off = false; /* the session ended before the reply came; the rest is empty */
+  bool broken_off = false;  // the session ended before the reply came; the rest is empty
   std::vector<Message> messages;
   std::vector<Result> results;
-  std::vector<int32_t> fetch_codes; /* what the client's first fetches on this reply are to answer, for tests */
+  std::vector<int32_t> fetch_codes;  // what the client's first fetches on this reply are to answer, for tests
 };
 
 struct Login {
@@ -88,7 +85,7 @@ struct Login {
   bool failover = false;
 };
 
-/* A logged-in session; destroying it logs out. */
+// A logged-in session; destroying it logs out.
 class Session {
  public:
   Session() = default;
@@ -97,22 +94,18 @@ class Session {
   virtual ~Session() = default;
   virtual Reply execute(const Request &request) = 0;
   virtual bool alive() const = 0;
-  /* The client has gone: what execute() is at on another thread need not come to its end. Does not wait for it. */
+  // The client has gone: what execute() is at on another thread need not come to its end. Does not wait for it.
   virtual void abandon() noexcept {}
 };
 
-/* The number and text of a server's message that there is no memory for a request, which has had no effect. */
+// The number and text of a server's message that there is no memory for a request, which has had no effect.
 inline constexpr int32_t message_no_memory = 3113;
 inline constexpr const char *no_memory =
     "The server has no memory left for this. Let it work on less at a time, or repeat it later.";
 
-/*
- * Opens a session on a server of this process, or on one that the interfaces file names (empty: there is no such file).
- * Null when the server cannot be reached or refuses the login; refusal then says what to do about it.
- */
+// Opens a session on a server of this process, or on one that the interfaces file names (empty: there is no such file).
+// Null when the server cannot be reached or refuses the login; refusal then says what to do about it.
 std::unique_ptr<Session> open_session(const std::string &server, const std::string &interfaces_file, const Login &login,
                                       Message &refusal);
 
 }  // namespace zdb
-
-#endif /* ZDB_SESSION_H */

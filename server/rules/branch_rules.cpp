@@ -1,10 +1,8 @@
-/*
- * branch_rules.cpp - the table of the DTM procedures and its search.
- *
- * An operation is a procedure with its "@flags" and the state wanted in "@status". The non-negative answers are the
- * state that the branch had before. The force bits spare the attach of a branch that was ended; one that was suspended
- * with migration still has to be resumed and ended.
- */
+// The table of the DTM procedures and its search.
+//
+// An operation is a procedure with its "@flags" and the state wanted in "@status". The non-negative answers are the
+// state that the branch had before. The force bits spare the attach of a branch that was ended; one that was suspended
+// with migration still has to be resumed and ended.
 #include "rules/branch_rules.h"
 
 #include <algorithm>

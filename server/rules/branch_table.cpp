@@ -1,4 +1,4 @@
-/* branch_table.cpp - keeps the branches of one server and applies the rules to them; see the header. */
+// Keeps the branches of one server and applies the rules to them; see the header.
 #include "rules/branch_table.h"
 
 #include <algorithm>

@@ -1,7 +1,5 @@
-/*
- * durable_server.cpp - undoes orphaned branches once they are older than the configuration allows, and forgets those
- * that were undone long ago.
- */
+// Undoes orphaned branches once they are older than the configuration allows, and forgets those
+// that were undone long ago.
 #include "sessions/durable_server.h"
 
 #include <algorithm>
@@ -14,7 +12,7 @@ namespace {
 
 constexpr std::chrono::seconds round{1};
 
-/* An abort-only branch holds nothing; its entry only lets a manager that comes late learn that it was rolled back. */
+// An abort-only branch holds nothing; its entry only lets a manager that comes late learn that it was rolled back.
 constexpr std::chrono::seconds abort_only_kept{600};
 
 }  // namespace

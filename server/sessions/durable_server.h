@@ -1,6 +1,5 @@
-/* durable_server.h - a server over a folder, with the thread that looks after what clients leave behind. */
-#ifndef ZDB_DURABLE_SERVER_H
-#define ZDB_DURABLE_SERVER_H
+// A server over a folder, with the thread that looks after what clients leave behind.
+#pragma once
 
 #include <condition_variable>
 #include <memory>
@@ -14,9 +13,9 @@ namespace zdb {
 
 class DurableServer {
  public:
-  /* Throws std::runtime_error with a text that says what to do when the folder cannot be opened. */
+  // Throws std::runtime_error with a text that says what to do when the folder cannot be opened.
   explicit DurableServer(const std::string &folder);
-  /* Sessions break off; the folder is free once the last of them is gone. */
+  // Sessions break off; the folder is free once the last of them is gone.
   ~DurableServer();
   DurableServer(const DurableServer &) = delete;
   DurableServer &operator=(const DurableServer &) = delete;
@@ -31,9 +30,7 @@ class DurableServer {
   std::mutex mutex_;
   std::condition_variable changed_;
   bool stopping_ = false;
-  std::thread thread_; /* last: it uses all of the above */
+  std::thread thread_;  // last: it uses all of the above
 };
 
 }  // namespace zdb
-
-#endif /* ZDB_DURABLE_SERVER_H */

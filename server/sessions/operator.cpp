@@ -1,4 +1,4 @@
-/* operator.cpp - a table of commands, each with its number of arguments and what it does. */
+// A table of commands, each with its number of arguments and what it does.
 #include "sessions/operator.h"
 #include "dtm/dtm_protocol.h"
 
@@ -25,7 +25,7 @@ Column number_column(const char *name) {
   return {name, ColumnType::bigint, 8};
 }
 
-/* Thrown by a command; the text is the message. */
+// Thrown by a command; the text is the message.
 struct Refused : std::runtime_error {
   using std::runtime_error::runtime_error;
 };

@@ -1,4 +1,4 @@
-/* script_book.cpp - matches requests against the scripted replies; see the header and zdb_control.h. */
+// Matches requests against the scripted replies; see the header and zdb_control.h.
 #include "sessions/script_book.h"
 
 #include <set>
@@ -6,7 +6,7 @@
 namespace zdb {
 namespace {
 
-/* Scripts of these kinds add up in one reply; of the others one at a time is due and the next one waits. */
+// Scripts of these kinds add up in one reply; of the others one at a time is due and the next one waits.
 bool adds_up(ZDB_REPLY_KIND kind) {
   return kind == ZDB_REPLY_SCAN_EXTRA_ROW || kind == ZDB_REPLY_FETCH_CODE;
 }

@@ -1,9 +1,6 @@
-/*
- * script_book.h - the scripted replies of one server: which of them change the request at hand, and how. The owning
- * server locks.
- */
-#ifndef ZDB_SCRIPT_BOOK_H
-#define ZDB_SCRIPT_BOOK_H
+// The scripted replies of one server: which of them change the request at hand, and how. The owning
+// server locks.
+#pragma once
 
 #include <cstdint>
 #include <optional>
@@ -14,15 +11,15 @@
 
 namespace zdb {
 
-/* What the scripts change in one reply. */
+// What the scripts change in one reply.
 struct Changes {
   bool drop_before = false;
   bool drop_after = false;
   bool fail = false;
   bool no_status = false;
-  std::optional<int32_t> status;        /* instead of the work */
-  std::optional<int32_t> scan_status;   /* instead of the status, after the work */
-  std::optional<int32_t> second_status; /* besides the status */
+  std::optional<int32_t> status;         // instead of the work
+  std::optional<int32_t> scan_status;    // instead of the status, after the work
+  std::optional<int32_t> second_status;  // besides the status
   std::optional<int32_t> rpcerror;
   std::optional<int32_t> xactstatus;
   std::optional<int32_t> row;
@@ -32,10 +29,10 @@ struct Changes {
 
 class ScriptBook {
  public:
-  /* False when the script makes no sense. */
+  // False when the script makes no sense.
   bool add(const ZDB_SCRIPT &script);
   void clear() { scripts_.clear(); }
-  /* Counts the request for every script that it matches and collects what the scripts that are due change. */
+  // Counts the request for every script that it matches and collects what the scripts that are due change.
   Changes take(const std::string &request_name);
 
  private:
@@ -52,5 +49,3 @@ class ScriptBook {
 };
 
 }  // namespace zdb
-
-#endif /* ZDB_SCRIPT_BOOK_H */

@@ -1,10 +1,8 @@
-/*
- * server.cpp - logins and sessions of a server, and the answers to requests: DTM procedures, the recovery scan, SQL,
- * cursors and statements.
- *
- * An answer is worked out first and altered by the scripts that are due; only then is it laid out as results in the
- * order in which the server sends them: rows, status, output parameters, end marks.
- */
+// Logins and sessions of a server, and the answers to requests: DTM procedures, the recovery scan, SQL,
+// cursors and statements.
+//
+// An answer is worked out first and altered by the scripts that are due; only then is it laid out as results in the
+// order in which the server sends them: rows, status, output parameters, end marks.
 #include "sessions/server.h"
 #include "dtm/dtm_protocol.h"
 
@@ -20,8 +18,8 @@ constexpr std::string_view status_procedure = "$statusTrvDtmXact";
 constexpr int32_t name_max = 255;
 constexpr const char *too_long_name = "A name may have 255 bytes.";
 
-/* With the names' length this bounds what a session, and all of them together, can make the server remember. */
-constexpr std::size_t objects_max = 1000; /* cursors of a session, and as many statements */
+// With the names' length this bounds what a session, and all of them together, can make the server remember.
+constexpr std::size_t objects_max = 1000;  // cursors of a session, and as many statements
 constexpr std::size_t branches_max = 10'000;
 
 Result integer_result(ResultKind kind, std::string column, int32_t value) {
@@ -49,7 +47,7 @@ std::string text_parameter(const Request &request, std::string_view name) {
   return text == nullptr ? std::string() : *text;
 }
 
-/* The name by which scripts match a request. */
+// The name by which scripts match a request.
 std::string script_name(const Request &request) {
   switch (request.kind) {
     case RequestKind::language:
@@ -69,7 +67,7 @@ std::string script_name(const Request &request) {
   return {};
 }
 
-/* A scripted row fitted into the result's only column. */
+// A scripted row fitted into the result's only column.
 Value scripted_value(const Column &column, const std::string &text) {
   if (column.type == ColumnType::text) {
     return text.substr(0, static_cast<std::size_t>(column.max_length));
@@ -79,7 +77,7 @@ Value scripted_value(const Column &column, const std::string &text) {
   return number;
 }
 
-/* What a request asks of the work of its branch. */
+// What a request asks of the work of its branch.
 void apply(Effect effect, Work &work) {
   switch (effect) {
     case Effect::prepare:
@@ -112,13 +110,13 @@ Reply broken_reply() {
 
 }  // namespace
 
-/* Takes the lock again at its end. */
+// Takes the lock again at its end.
 struct Server::Relock {
   Lock &lock;
   ~Relock() { lock.lock(); }
 };
 
-/* Calls the action on the branch's work without the lock, the branch being busy meanwhile. */
+// Calls the action on the branch's work without the lock, the branch being busy meanwhile.
 template <typename Action>
 auto Server::with_work(Lock &lock, const std::string &branch, Action action) {
   Branch &record = *branches_.find(branch);
@@ -246,7 +244,7 @@ Server::Ending Server::roll_back_by_force(const std::string &name) {
   return Ending::undone;
 }
 
-/* Gives an idle prepared branch a heuristic outcome. */
+// Gives an idle prepared branch a heuristic outcome.
 void Server::settle(Lock &lock, const std::string &branch, bool commit) {
   with_work(lock, branch, [&](Work &work) { work.settle(commit); });
   if (branches_.find(branch) != nullptr) {  // else the server shuts down
@@ -332,7 +330,7 @@ std::optional<int> Server::log_in(const Login &login, Message &refusal) {
   return last_session_;
 }
 
-/* Doubles with each failure, for users that exist and others alike: few names share a place. */
+// Doubles with each failure, for users that exist and others alike: few names share a place.
 std::chrono::milliseconds Server::penalty_for(const std::string &user) {
   constexpr std::chrono::milliseconds first{50};
   constexpr std::chrono::seconds forgotten_after{60};
@@ -370,7 +368,7 @@ void Server::abandon(int session) noexcept {
   }
 }
 
-/* The work of branches that it holds cannot be told apart from lost work. */
+// The work of branches that it holds cannot be told apart from lost work.
 void Server::break_off(Lock &lock, int session) {
   if (const auto found = clients_.find(session); found != clients_.end()) {
     found->second->gone = true;
@@ -400,7 +398,7 @@ Branch *Server::wait_until_idle(Lock &lock, const std::string &branch, bool inte
   }
 }
 
-/* Undoes the work of an idle branch, which is then abort-only. */
+// Undoes the work of an idle branch, which is then abort-only.
 void Server::undo(Lock &lock, const std::string &branch) {
   try {
     with_work(lock, branch, [](Work &work) { work.roll_back(); });
@@ -412,8 +410,7 @@ void Server::undo(Lock &lock, const std::string &branch) {
   }
 }
 
-/* False when memory ran out: what became of the request is not known, so the session ends as if the answer were lost.
- */
+// False when memory ran out: what became of the request is not known, so the session ends as if the answer were lost.
 bool Server::apply_to_work(Lock &lock, const std::string &branch, Effect effect, int session) {
   try {
     with_work(lock, branch, [&](Work &work) { apply(effect, work); });
@@ -424,7 +421,7 @@ bool Server::apply_to_work(Lock &lock, const std::string &branch, Effect effect,
   }
 }
 
-/* Carries a DTM request out and returns the status to answer. */
+// Carries a DTM request out and returns the status to answer.
 int32_t Server::carry_out(Lock &lock, const DtmRequest &request, int session) {
   Plan plan = branches_.plan(request, session);
   if (plan.next == stays) {
@@ -577,10 +574,8 @@ Server::Answer Server::answer_dtm(Lock &lock, int session, Client &client, const
   return answer;
 }
 
-/*
- * A branch that was taken from the session stays its own until it asks something of it, and so learns what happened:
- * its SQL must not go on by itself, outside the branch. Takes no memory: there is room for one more.
- */
+// A branch that was taken from the session stays its own until it asks something of it, and so learns what happened:
+// its SQL must not go on by itself, outside the branch. Takes no memory: there is room for one more.
 void Server::note_attachment(Client &client, DtmRequest &done, int session) {
   const Branch *branch = branches_.find(done.branch);
   const bool attached = branch != nullptr && branch->state == DTM_STATE_ATTACHED && branch->holder == session;

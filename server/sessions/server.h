@@ -1,12 +1,9 @@
-/*
- * server.h - one server: its sessions and branches, and how it answers requests, over a store that keeps its data.
- *
- * One mutex guards sessions, branches and scripts; every public function takes it. It is given up while a thread is at
- * a branch's work or runs SQL: the branch is then marked busy, and whoever wants to change it waits. Servers are shared
- * between the directory (directory.h) and their sessions, so a session outlives the removal of its server, broken off.
- */
-#ifndef ZDB_SERVER_H
-#define ZDB_SERVER_H
+// One server: its sessions and branches, and how it answers requests, over a store that keeps its data.
+//
+// One mutex guards sessions, branches and scripts; every public function takes it. It is given up while a thread is at
+// a branch's work or runs SQL: the branch is then marked busy, and whoever wants to change it waits. Servers are shared
+// between the directory (directory.h) and their sessions, so a session outlives the removal of its server, broken off.
+#pragma once
 
 #include <array>
 #include <atomic>
@@ -32,10 +29,10 @@ namespace zdb {
 
 class Server {
  public:
-  /* Takes the branches over that the store has kept. */
+  // Takes the branches over that the store has kept.
   explicit Server(std::unique_ptr<Store> store);
 
-  /* Logins and configuration; each may be called at any time. */
+  // Logins and configuration; each may be called at any time.
   Store &store() { return *store_; }
   void refuse_failover(bool on);
   bool add_script(const ZDB_SCRIPT &script);
@@ -43,35 +40,33 @@ class Server {
 
   int32_t branch_state(const std::string &name) const;
   int32_t branch_count() const;
-  /* Branches that requests have committed since the start; an operator's commits are not among them. */
+  // Branches that requests have committed since the start; an operator's commits are not among them.
   int32_t commit_count() const;
   std::vector<BranchRow> branches() const;
-  /* Gives a prepared branch a heuristic outcome; false unless it is prepared. Throws StoreError. */
+  // Gives a prepared branch a heuristic outcome; false unless it is prepared. Throws StoreError.
   bool force(const std::string &name, bool commit);
-  /* What an operator's rollback came to. */
+  // What an operator's rollback came to.
   enum class Ending : uint8_t { unknown, settled_before, heuristic, undone, forgotten };
-  /*
-   * Ends a branch in whatever state: one that is prepared gets a heuristic outcome; the work of one that is not is
-   * undone, and it becomes abort-only; one that is abort-only is forgotten. Throws StoreError.
-   */
+  // Ends a branch in whatever state: one that is prepared gets a heuristic outcome; the work of one that is not is
+  // undone, and it becomes abort-only; one that is abort-only is forgotten. Throws StoreError.
   Ending roll_back_by_force(const std::string &name);
   bool plant_prepared(const std::string &name);
-  /* Undoes the work of branches that were ended before the time and left alone since; they become abort-only. */
+  // Undoes the work of branches that were ended before the time and left alone since; they become abort-only.
   void undo_orphans(Clock::time_point ended_before);
-  /* Forgets branches that became abort-only before the time, but for those that a living session still has at hand. */
+  // Forgets branches that became abort-only before the time, but for those that a living session still has at hand.
   void forget_abort_only(Clock::time_point since_before);
 
-  /* Null: the sessions of every user. Returns how many broke off. */
+  // Null: the sessions of every user. Returns how many broke off.
   int32_t break_sessions(const char *user);
   int32_t session_count() const;
-  /* The server goes away: nobody is served any more. */
+  // The server goes away: nobody is served any more.
   void shut_down();
 
-  /* The new session's number, none when the login is refused. */
+  // The new session's number, none when the login is refused.
   std::optional<int> log_in(const Login &login, Message &refusal);
   void log_out(int session);
   bool alive(int session) const;
-  /* Lets the session's request fail soon, since nobody waits for its answer any more. */
+  // Lets the session's request fail soon, since nobody waits for its answer any more.
   void abandon(int session) noexcept;
   Reply execute(int session, const Request &request);
 
@@ -80,16 +75,16 @@ class Server {
   struct Relock;
   struct Client {
     std::string user;
-    std::vector<std::string> attached; /* branches by their names, the last one last; they may be lost meanwhile */
-    std::set<std::string> cursors;     /* open or closed but allocated */
+    std::vector<std::string> attached;  // branches by their names, the last one last; they may be lost meanwhile
+    std::set<std::string> cursors;      // open or closed but allocated
     std::set<std::string> statements;
     SqlCounts counts{};
-    std::atomic<bool> gone{false}; /* its SQL is not to go on */
+    std::atomic<bool> gone{false};  // its SQL is not to go on
   };
-  /* A reply before the scripts and the order of results have been applied. */
+  // A reply before the scripts and the order of results have been applied.
   struct Answer {
     std::vector<Message> messages;
-    std::vector<Result> results; /* rows; of a language command also the marks that end its statements */
+    std::vector<Result> results;  // rows; of a language command also the marks that end its statements
     std::vector<int32_t> statuses;
     std::vector<std::pair<std::string, int32_t>> outputs;
     bool failed = false;
@@ -97,7 +92,7 @@ class Server {
 
   template <typename Action>
   auto with_work(Lock &lock, const std::string &branch, Action action);
-  /* Null when the branch is not there, or not any more once nobody is at it. */
+  // Null when the branch is not there, or not any more once nobody is at it.
   Branch *wait_until_idle(Lock &lock, const std::string &branch, bool interrupt);
   bool apply_to_work(Lock &lock, const std::string &branch, Effect effect, int session);
   int32_t carry_out(Lock &lock, const DtmRequest &request, int session);
@@ -119,9 +114,9 @@ class Server {
   static void alter(Answer &answer, const Changes &changes);
   static Reply compose(RequestKind kind, Answer answer, const Changes &changes);
 
-  const std::unique_ptr<Store> store_; /* first: everything below may use it to its end */
+  const std::unique_ptr<Store> store_;  // first: everything below may use it to its end
   mutable std::mutex mutex_;
-  std::condition_variable idle_; /* a branch is not busy any more */
+  std::condition_variable idle_;  // a branch is not busy any more
   bool running_ = true;
   bool refuse_failover_ = false;
   int last_session_ = 0;
@@ -131,11 +126,9 @@ class Server {
     int count = 0;
     std::chrono::steady_clock::time_point last{};
   };
-  std::array<Failures, 1024> failures_; /* logins refused, by the hash of the user's name */
+  std::array<Failures, 1024> failures_;  // logins refused, by the hash of the user's name
   BranchTable branches_;
   ScriptBook scripts_;
 };
 
 }  // namespace zdb
-
-#endif /* ZDB_SERVER_H */

@@ -1,4 +1,4 @@
-/* server_session.cpp - hands requests over; the session ends with the object. */
+// Hands requests over; the session ends with the object.
 #include "sessions/server_session.h"
 
 #include <chrono>
@@ -9,7 +9,7 @@
 namespace zdb {
 namespace {
 
-/* Without memory nothing else can be done: a branch must not stay with a session that is gone. */
+// Without memory nothing else can be done: a branch must not stay with a session that is gone.
 constexpr std::chrono::milliseconds breather{50};
 
 class ServerSession final : public Session {

@@ -1,6 +1,5 @@
-/* server_session.h - a session on a server of this process. */
-#ifndef ZDB_SERVER_SESSION_H
-#define ZDB_SERVER_SESSION_H
+// A session on a server of this process.
+#pragma once
 
 #include <memory>
 
@@ -9,9 +8,7 @@
 
 namespace zdb {
 
-/* Null, with the reason in refusal, when the server refuses the login. */
+// Null, with the reason in refusal, when the server refuses the login.
 std::unique_ptr<Session> log_in_to(const std::shared_ptr<Server> &server, const Login &login, Message &refusal);
 
 }  // namespace zdb
-
-#endif /* ZDB_SERVER_SESSION_H */

@@ -1,4 +1,4 @@
-/* crash_points.cpp - counts the steps and dies at the one that the environment names. */
+// Counts the steps and dies at the one that the environment names.
 #include "steps/crash_points.h"
 
 #include <sys/types.h>

@@ -1,4 +1,4 @@
-/* memory_store.cpp - logins and settings in maps, and the two queries of resource managers. */
+// Logins and settings in maps, and the two queries of resource managers.
 #include "store/memory_store.h"
 
 #include <algorithm>
@@ -11,7 +11,7 @@ namespace {
 constexpr std::string_view readiness_query = "select value from master.dbo.sysconfigures where name = \"enable DTM\"";
 constexpr std::string_view state_query = "select state from master..systransactions where xactname = \"";
 
-/* The query with every run of white space as one blank and none at the ends. */
+// The query with every run of white space as one blank and none at the ends.
 std::string normalised(const std::string &query) {
   std::istringstream words(query);
   std::string text;
@@ -22,7 +22,7 @@ std::string normalised(const std::string &query) {
   return text;
 }
 
-/* The answer to a query for one integer: a row with it, or none. */
+// The answer to a query for one integer: a row with it, or none.
 SqlOutcome integer_answer(const std::string &column, std::optional<int64_t> value) {
   Result rows{ResultKind::rows, {{column, ColumnType::integer, 4}}, {}};
   if (value) {

@@ -1,9 +1,6 @@
-/*
- * memory_store.h - a store that forgets everything with its process and does no work on data: enough for a server whose
- * DTM procedures are all that is wanted of it.
- */
-#ifndef ZDB_MEMORY_STORE_H
-#define ZDB_MEMORY_STORE_H
+// A store that forgets everything with its process and does no work on data: enough for a server whose
+// DTM procedures are all that is wanted of it.
+#pragma once
 
 #include <map>
 #include <mutex>
@@ -27,7 +24,7 @@ class MemoryStore final : public Store {
   void set_setting(const std::string &name, std::optional<int64_t> value) override;
 
   std::shared_ptr<Work> make_work(const std::string &branch) override;
-  /* Knows the two queries that a resource manager asks, and no other SQL. */
+  // Knows the two queries that a resource manager asks, and no other SQL.
   SqlOutcome run(const std::string &sql, bool branch_lost, SqlCounts &counts, const std::atomic<bool> &gone) override;
   void wake() override {}
   void stop() override {}
@@ -41,11 +38,9 @@ class MemoryStore final : public Store {
   std::optional<int32_t> branch_state(const std::string &name) const;
 
   BranchLister lister_;
-  std::mutex mutex_; /* guards what follows */
+  std::mutex mutex_;  // guards what follows
   std::map<std::string, Login> logins_;
   std::map<std::string, int64_t> settings_{{dtm_setting, 1}};
 };
 
 }  // namespace zdb
-
-#endif /* ZDB_MEMORY_STORE_H */

@@ -1,4 +1,4 @@
-/* channel.cpp - sends and receives whole frames; see the header. */
+// Sends and receives whole frames; see the header.
 #include "wire/channel.h"
 
 #include <poll.h>
@@ -15,10 +15,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-/* A payload is received in steps of this size: one that is only announced takes no memory. */
+// A payload is received in steps of this size: one that is only announced takes no memory.
 constexpr std::size_t step_size = std::size_t{256} * 1024;
 
-/* Until when input is waited for; without end when no time is given. */
+// Until when input is waited for; without end when no time is given.
 struct Patience {
   milliseconds limit{};
   std::optional<Clock::time_point> end;
@@ -28,7 +28,7 @@ Patience patience_for(milliseconds limit) {
   return {limit, Clock::now() + limit};
 }
 
-/* What is left, as poll wants it: rounded up, so that it does not spin before the end. */
+// What is left, as poll wants it: rounded up, so that it does not spin before the end.
 int poll_timeout(const Patience &patience) {
   if (!patience.end) {
     return -1;
@@ -59,7 +59,7 @@ void await_room(int socket, milliseconds limit) {
   }
 }
 
-/* Receives at least one byte and tells how many; 0 at the end of the stream. */
+// Receives at least one byte and tells how many; 0 at the end of the stream.
 std::size_t receive_some(int socket, char *bytes, std::size_t size, const Patience &patience) {
   while (true) {
     const ssize_t got = recv(socket, bytes, size, patience.end ? MSG_DONTWAIT : 0);
@@ -69,7 +69,7 @@ std::size_t receive_some(int socket, char *bytes, std::size_t size, const Patien
     if (errno == EAGAIN) {
       await_input(socket, patience);
     } else if (errno == ECONNRESET) {
-      /* The other side closed without having read everything: an end like any other. */
+      // The other side closed without having read everything: an end like any other.
       return 0;
     } else if (errno != EINTR) {
       throw FrameError("cannot receive: " + error_text(errno));

@@ -1,10 +1,8 @@
-/*
- * frame.cpp - encodes and decodes the contents of frames.
- *
- * A decoder never trusts a length or count: it is held against the bytes that are left before anything is allocated for
- * it. Every element of a list takes a few bytes at least, a null as many as an empty text, so the object in memory
- * stays within twenty times the payload.
- */
+// Encodes and decodes the contents of frames.
+//
+// A decoder never trusts a length or count: it is held against the bytes that are left before anything is allocated for
+// it. Every element of a list takes a few bytes at least, a null as many as an empty text, so the object in memory
+// stays within twenty times the payload.
 #include "wire/frame.h"
 
 #include <array>
@@ -17,7 +15,7 @@ namespace {
 
 constexpr int32_t error_severity = 16;
 
-/* The fewest bytes that an element of a list takes. */
+// The fewest bytes that an element of a list takes.
 constexpr std::size_t code_size = 4;
 constexpr std::size_t text_size = 4;
 constexpr std::size_t value_size = 1 + text_size;
@@ -63,7 +61,7 @@ std::array<char, sizeof(Number)> little_endian(Number number) {
   return bytes;
 }
 
-/* Puts a frame together. The limit is watched as it grows, so that an endless object never takes endless memory. */
+// Puts a frame together. The limit is watched as it grows, so that an endless object never takes endless memory.
 class Writer {
  public:
   explicit Writer(FrameKind kind) : kind_(kind), frame_(frame_header_size, '\0') {
@@ -77,7 +75,7 @@ class Writer {
   }
   void int32(int32_t value) { number(static_cast<uint32_t>(value)); }
   void int64(int64_t value) { number(static_cast<uint64_t>(value)); }
-  /* What does not fit into 32 bits is over the limit anyway. */
+  // What does not fit into 32 bits is over the limit anyway.
   void count(std::size_t value) { number(static_cast<uint32_t>(value)); }
   void flag(bool value) { number(static_cast<uint8_t>(value ? 1 : 0)); }
   template <typename Enum>
@@ -124,7 +122,7 @@ class Reader {
   int32_t int32() { return static_cast<int32_t>(number<uint32_t>()); }
   int64_t int64() { return static_cast<int64_t>(number<uint64_t>()); }
   bool flag() { return code<uint8_t>(1, "flag") == 1; }
-  /* An enumerator, all of which from 0 to last are known. */
+  // An enumerator, all of which from 0 to last are known.
   template <typename Enum>
   Enum code(Enum last, const char *what) {
     const auto value = number<uint8_t>();
@@ -238,7 +236,7 @@ void write_parameter(Writer &out, const Parameter &parameter) {
   write_value(out, parameter.value);
 }
 
-/* Braces evaluate from left to right, so the members of an object may be read within them. */
+// Braces evaluate from left to right, so the members of an object may be read within them.
 Parameter read_parameter(Reader &in) {
   return {in.text(), read_value(in)};
 }
@@ -312,7 +310,7 @@ Reply read_reply(Reader &in) {
           read_list(in, code_size, read_code)};
 }
 
-/* The only object of a payload; the error says what the payload was to be. */
+// The only object of a payload; the error says what the payload was to be.
 template <typename Object>
 Object decode(std::string_view payload, FrameKind kind, Object (*read)(Reader &)) {
   try {

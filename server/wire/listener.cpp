@@ -1,4 +1,4 @@
-/* listener.cpp - accepting clients, serving their sessions and stopping; see the header. */
+// Accepting clients, serving their sessions and stopping; see the header.
 #include "wire/listener.h"
 
 #include <sys/socket.h>
@@ -20,17 +20,17 @@ namespace {
 constexpr int32_t full_severity = 17;
 constexpr int32_t error_severity = 16;
 
-/* When the process has run out of descriptors or memory, some time must pass before another client is accepted. */
+// When the process has run out of descriptors or memory, some time must pass before another client is accepted.
 constexpr std::chrono::milliseconds breather{100};
 
-/* Clients that have not logged in yet; and all, those that were sent away and have not gone yet among them. */
+// Clients that have not logged in yet; and all, those that were sent away and have not gone yet among them.
 constexpr std::size_t login_max = 64;
 constexpr std::size_t connection_max = 2 * session_max;
 
-/* So long a request may go on before somebody sees that its client has gone. */
+// So long a request may go on before somebody sees that its client has gone.
 constexpr std::chrono::milliseconds watch_interval{200};
 
-/* The reply to a request for which there is no memory. */
+// The reply to a request for which there is no memory.
 Reply no_memory_reply() {
   Reply reply;
   reply.messages.push_back({message_no_memory, error_severity, no_memory});
@@ -39,7 +39,7 @@ Reply no_memory_reply() {
   return reply;
 }
 
-/* None when there is no memory for it. */
+// None when there is no memory for it.
 std::optional<Request> request_in(const Frame &frame) {
   try {
     return decode_request(frame.payload);
@@ -48,7 +48,7 @@ std::optional<Request> request_in(const Frame &frame) {
   }
 }
 
-/* Answers the next request; false when there is none, or when the session has broken off. */
+// Answers the next request; false when there is none, or when the session has broken off.
 bool answer_request(const Channel &channel, Session &session, std::chrono::milliseconds limit) {
   const std::optional<Frame> frame = channel.receive({FrameKind::request});
   if (!frame) {
@@ -107,7 +107,7 @@ void Listener::stop() {
     const std::lock_guard<std::mutex> lock(mutex_);
     leaving.swap(connections_);
   }
-  /* Waits for the threads, which need the mutex to come to their end. */
+  // Waits for the threads, which need the mutex to come to their end.
   leaving.clear();
 }
 
@@ -116,7 +116,7 @@ bool Listener::stopping() const {
   return stopping_;
 }
 
-/* A log that fails must not take the session, or the process, with it; neither must a lack of memory for the line. */
+// A log that fails must not take the session, or the process, with it; neither must a lack of memory for the line.
 void Listener::note(std::string_view what, std::string_view why) noexcept {
   try {
     const std::string line = std::string(what).append(": ").append(why);
@@ -171,15 +171,13 @@ void Listener::begin_session(Descriptor socket) {
   auto connection = std::make_unique<Connection>(Connection{++last_number_, Channel(std::move(socket), stall_limit_)});
   Connection &served = *connection;
   served.thread = std::jthread([this, &served] { serve(served); });
-  /* There is room: this cannot fail and leave the thread without its connection. */
+  // There is room: this cannot fail and leave the thread without its connection.
   const std::lock_guard<std::mutex> lock(mutex_);
   connections_.push_back(std::move(connection));
 }
 
-/*
- * Whoever does not log in must not keep out those who do: the oldest one goes. False when nobody can be sent away, or
- * those who were have not gone yet.
- */
+// Whoever does not log in must not keep out those who do: the oldest one goes. False when nobody can be sent away, or
+// those who were have not gone yet.
 bool Listener::make_room() {
   const std::lock_guard<std::mutex> lock(mutex_);
   std::size_t waiting = 0;
@@ -197,7 +195,7 @@ bool Listener::make_room() {
   return connections_.size() < connection_max && connections_.size() - waiting < session_max + login_max;
 }
 
-/* A new socket has room for this much, so sending it does not hold up the other clients. */
+// A new socket has room for this much, so sending it does not hold up the other clients.
 void Listener::refuse_session(const Channel &channel) {
   const std::string most = std::to_string(session_max);
   note("Client refused", "there are " + most + " sessions");
@@ -207,7 +205,7 @@ void Listener::refuse_session(const Channel &channel) {
                         "The server has " + most + " sessions, as many as it can. Log some out or try again later."}),
         breather);
   } catch (const FrameError &) {
-    /* The client has gone already. */
+    // The client has gone already.
     return;
   }
 }
@@ -225,7 +223,7 @@ void Listener::serve(Connection &connection) noexcept {
   connection.finished = true;
 }
 
-/* The session is logged out on return, before the client can see that the connection is closed. */
+// The session is logged out on return, before the client can see that the connection is closed.
 void Listener::converse(Connection &connection) {
   const Channel &channel = connection.channel;
   const std::optional<Frame> frame = channel.receive({FrameKind::login}, stall_limit_);
@@ -254,7 +252,7 @@ void Listener::converse(Connection &connection) {
   }
 }
 
-/* False when there are as many as there may be. */
+// False when there are as many as there may be.
 bool Listener::put_session(Connection &connection, Session *session) {
   const std::lock_guard<std::mutex> lock(mutex_);
   const auto sessions = std::count_if(connections_.begin(), connections_.end(),
@@ -266,7 +264,7 @@ bool Listener::put_session(Connection &connection, Session *session) {
   return true;
 }
 
-/* A session's own thread does not look at its client while it is at a request. */
+// A session's own thread does not look at its client while it is at a request.
 void Listener::watch_clients() noexcept {
   std::unique_lock<std::mutex> lock(mutex_);
   while (!stop_wanted_.wait_for(lock, watch_interval, [this] { return stopping_; })) {

@@ -1,4 +1,4 @@
-/* remote_session.cpp - the client's side of the wire: connecting, logging in, and requests. */
+// The client's side of the wire: connecting, logging in, and requests.
 #include "wire/remote_session.h"
 
 #include <atomic>
@@ -17,7 +17,7 @@ constexpr int32_t message_no_server = 3000;
 constexpr int32_t no_server_severity = 18;
 constexpr int32_t error_severity = 16;
 
-/* A server that is busy may take its time, but a client should not hang on one that has been stopped for good. */
+// A server that is busy may take its time, but a client should not hang on one that has been stopped for good.
 constexpr std::chrono::milliseconds login_answer_limit{60'000};
 
 class RemoteSession final : public Session {
@@ -30,7 +30,7 @@ class RemoteSession final : public Session {
  private:
   Reply exchange(const Request &request) const;
 
-  /* Never closed before the destructor: alive() may be looking at it. */
+  // Never closed before the destructor: alive() may be looking at it.
   Channel channel_;
   std::atomic<bool> broken_{false};
 };
@@ -51,7 +51,7 @@ Reply too_large_reply() {
   return reply;
 }
 
-/* The request as a frame; none when it is too long for one. */
+// The request as a frame; none when it is too long for one.
 std::optional<std::string> request_frame(const Request &request) {
   try {
     return encode_request(request);
@@ -60,7 +60,7 @@ std::optional<std::string> request_frame(const Request &request) {
   }
 }
 
-/* After any failure nobody can say which reply would belong to which request, so the session is over. */
+// After any failure nobody can say which reply would belong to which request, so the session is over.
 Reply RemoteSession::execute(const Request &request) {
   if (broken_) {
     return broken_reply();
@@ -106,17 +106,17 @@ Message unanswered(const std::string &path, const std::string &why) {
               ". Check that it is a zdbd of this version and look into its log."};
 }
 
-/* The frame that a server answers a login with. */
+// The frame that a server answers a login with.
 std::optional<Frame> answer_to(const std::string &login_frame, const Channel &channel) {
   try {
     channel.send(login_frame);
   } catch (const FrameError &) {
-    /* A server that is full refuses without reading the login; its answer has come all the same. */
+    // A server that is full refuses without reading the login; its answer has come all the same.
   }
   return channel.receive({FrameKind::accepted, FrameKind::refused}, login_answer_limit);
 }
 
-/* The login is accepted: true. Otherwise refusal is set. */
+// The login is accepted: true. Otherwise refusal is set.
 bool log_in(const Channel &channel, const std::string &path, const std::string &login_frame, Message &refusal) {
   try {
     const std::optional<Frame> answer = answer_to(login_frame, channel);
@@ -135,7 +135,7 @@ bool log_in(const Channel &channel, const std::string &path, const std::string &
   }
 }
 
-/* The login as a frame; empty when it is too long for one. */
+// The login as a frame; empty when it is too long for one.
 std::string login_frame(const Login &login, Message &refusal) {
   try {
     return encode_login(login);

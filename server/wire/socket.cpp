@@ -1,4 +1,4 @@
-/* socket.cpp - see the header. */
+// See the header.
 #include "wire/socket.h"
 
 #include <fcntl.h>
@@ -28,7 +28,7 @@ sockaddr_un address_of(const std::string &path) {
   return address;
 }
 
-/* The system's calls take every family's address by the same pointer. */
+// The system's calls take every family's address by the same pointer.
 const sockaddr *general(const sockaddr_un &address) {
   return reinterpret_cast<const sockaddr *>(&address);
 }
@@ -46,14 +46,12 @@ std::string folder_of(const std::string &path) {
   return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
-/*
- * The turn of one process at a time at the sockets of a folder. Whether a file is stale, its removal, and the making of
- * the next one until it listens are many steps; between them another server could remove what this one has just made.
- * The lock is the folder's own, so that nothing is left behind and a killed process keeps nobody waiting.
- */
+// The turn of one process at a time at the sockets of a folder. Whether a file is stale, its removal, and the making of
+// the next one until it listens are many steps; between them another server could remove what this one has just made.
+// The lock is the folder's own, so that nothing is left behind and a killed process keeps nobody waiting.
 class FolderTurn {
  public:
-  /* Throws std::runtime_error when the folder cannot be had. */
+  // Throws std::runtime_error when the folder cannot be had.
   explicit FolderTurn(const std::string &path)
       : folder_(open(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     if (!folder_) {
@@ -70,7 +68,7 @@ class FolderTurn {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
   }
-  /* Closing alone would not end it while a process that was forked meanwhile has the descriptor, too. */
+  // Closing alone would not end it while a process that was forked meanwhile has the descriptor, too.
   ~FolderTurn() { (void)flock(folder_.number(), LOCK_UN); }
   FolderTurn(const FolderTurn &) = delete;
   FolderTurn &operator=(const FolderTurn &) = delete;
@@ -79,7 +77,7 @@ class FolderTurn {
   Descriptor folder_;
 };
 
-/* The file of a server that died is in the way of its successor, and nobody else removes it. */
+// The file of a server that died is in the way of its successor, and nobody else removes it.
 void remove_stale_file(const std::string &path) {
   struct stat status {};
   if (lstat(path.c_str(), &status) != 0) {
@@ -111,7 +109,7 @@ void make_way(const std::string &path) {
 Descriptor::Descriptor(Descriptor &&other) noexcept : number_(std::exchange(other.number_, -1)) {}
 
 Descriptor &Descriptor::operator=(Descriptor &&other) noexcept {
-  /* The old descriptor goes with the other object, which is about to end. */
+  // The old descriptor goes with the other object, which is about to end.
   std::swap(number_, other.number_);
   return *this;
 }
@@ -140,7 +138,7 @@ void check_socket_path(const std::string &path) {
 Descriptor connect_socket(const std::string &path, bool patient, int &error) {
   const sockaddr_un address = address_of(path);
   Descriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | (patient ? 0 : SOCK_NONBLOCK), 0));
-  /* A connect that a signal interrupts has not begun anything on such a socket. */
+  // A connect that a signal interrupts has not begun anything on such a socket.
   while (made && connect(made.number(), general(address), sizeof address) != 0) {
     if (errno != EINTR) {
       error = errno;
@@ -157,7 +155,7 @@ SocketFile::SocketFile(const std::string &path, mode_t permissions) : path_(path
   make_way(path);
   const sockaddr_un address = address_of(path);
   socket_ = Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  /* The file takes the socket's permissions less the umask, so it never has more than these, and then all of them. */
+  // The file takes the socket's permissions less the umask, so it never has more than these, and then all of them.
   if (!socket_ || fchmod(socket_.number(), permissions) != 0 ||
       bind(socket_.number(), general(address), sizeof address) != 0) {
     refuse_path(path, errno);
@@ -189,7 +187,7 @@ void SocketFile::remove() noexcept {
   try {
     const FolderTurn turn(path_);
     struct stat status {};
-    /* Our socket, still open, keeps the inode's number from being given to another file. */
+    // Our socket, still open, keeps the inode's number from being given to another file.
     if (lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode) {
       (void)unlink(path_.c_str());
     }

@@ -1,6 +1,4 @@
-/*
- * main.cpp - the database server as a process: makes a folder, serves one, or carries an operator's command out on one.
- */
+// The database server as a process: makes a folder, serves one, or carries an operator's command out on one.
 #include <getopt.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -73,7 +71,7 @@ std::optional<mode_t> mode_of(const char *text) {
   return static_cast<mode_t>(mode);
 }
 
-/* Fills options in; an exit status when there is nothing more to do. */
+// Fills options in; an exit status when there is nothing more to do.
 std::optional<int> read_options(int argc, char **argv, Options &options) {
   static constexpr option long_options[] = {
       {"init", required_argument, nullptr, 'i'},   {"admin", required_argument, nullptr, 'a'},
@@ -124,7 +122,7 @@ class ClientService final : public zdb::Service {
   std::shared_ptr<zdb::Server> server_;
 };
 
-/* Whoever can reach the socket in the folder has its owner's rights. */
+// Whoever can reach the socket in the folder has its owner's rights.
 class OperatorService final : public zdb::Service {
  public:
   explicit OperatorService(std::shared_ptr<zdb::Server> server) : server_(std::move(server)) {}
@@ -136,7 +134,7 @@ class OperatorService final : public zdb::Service {
   std::shared_ptr<zdb::Server> server_;
 };
 
-/* For all sessions and branches at once; where that is more than the process may have, some are refused later. */
+// For all sessions and branches at once; where that is more than the process may have, some are refused later.
 void raise_descriptor_limit() {
   constexpr rlim_t wanted = 4096;
   rlimit limit{};
@@ -146,7 +144,7 @@ void raise_descriptor_limit() {
   }
 }
 
-/* Until a signal comes. Neither a reader of the log who goes away nor a file that must not grow ends the process. */
+// Until a signal comes. Neither a reader of the log who goes away nor a file that must not grow ends the process.
 int serve(const std::string &folder, const Options &options) {
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
@@ -174,7 +172,7 @@ int serve(const std::string &folder, const Options &options) {
 
 // ---- Operators' commands --------------------------------------------------------------------------------------------
 
-/* On the server that has the folder, else on the folder itself. */
+// On the server that has the folder, else on the folder itself.
 zdb::Reply administer(const std::string &folder, const zdb::Request &request) {
   zdb::Message refusal;
   if (const auto session = zdb::connect_session(zdb::control_path(folder), {}, refusal)) {
@@ -192,7 +190,7 @@ std::string shown(const zdb::Value &value) {
   return text == nullptr ? "" : pasteable(*text);
 }
 
-/* Prints the reply; true when the command succeeded. */
+// Prints the reply; true when the command succeeded.
 bool print(const zdb::Reply &reply) {
   bool failed = reply.broken_off;
   for (const zdb::Result &result : reply.results) {
@@ -217,7 +215,7 @@ bool print(const zdb::Reply &reply) {
   return !failed;
 }
 
-/* Names of branches and users are taken as listings show them; a new user's is taken as it stands. */
+// Names of branches and users are taken as listings show them; a new user's is taken as it stands.
 std::string argument_of(const std::string &command, const std::string &word) {
   const bool names_what_is_listed = command == "commit" || command == "rollback" || command == "drop-user";
   return names_what_is_listed ? original_of(word) : word;

@@ -1,4 +1,4 @@
-/* server_log.cpp - a bounded queue of lines, and the thread that writes them; see the header. */
+// A bounded queue of lines, and the thread that writes them; see the header.
 #include "zdbd/server_log.h"
 
 #include <fcntl.h>
@@ -20,7 +20,7 @@
 struct ServerLog::Queue {
   std::mutex mutex;
   std::condition_variable changed;
-  std::deque<std::string> lines; /* the first one is being written */
+  std::deque<std::string> lines;  // the first one is being written
   uint64_t dropped = 0;
   bool closed = false;
 };
@@ -31,7 +31,7 @@ constexpr std::size_t lines_max = 512;
 constexpr std::size_t text_max = 1000;
 constexpr std::chrono::milliseconds reader_patience{200};
 
-/* Terminals take the two-byte characters U+0080 to U+009F for control characters, too. */
+// Terminals take the two-byte characters U+0080 to U+009F for control characters, too.
 bool is_control(std::string_view text, std::size_t at) {
   const auto byte = static_cast<unsigned char>(text[at]);
   const auto next = static_cast<unsigned char>(at + 1 < text.size() ? text[at + 1] : ' ');
@@ -54,7 +54,7 @@ std::string line_of(std::string_view text) {
   return line;
 }
 
-/* False when the line, or its end, cannot be written. */
+// False when the line, or its end, cannot be written.
 bool written(std::string_view line) {
   while (!line.empty()) {
     const ssize_t count = ::write(STDERR_FILENO, line.data(), line.size());

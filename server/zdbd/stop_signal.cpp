@@ -1,4 +1,4 @@
-/* stop_signal.cpp - a thread that takes the signals and sees to it that the process ends; see the header. */
+// A thread that takes the signals and sees to it that the process ends; see the header.
 #include "zdbd/stop_signal.h"
 
 #include <unistd.h>
@@ -10,7 +10,7 @@
 
 namespace {
 
-/* A request may be inside a function that cannot be interrupted. Together with the log's patience under 2 seconds. */
+// A request may be inside a function that cannot be interrupted. Together with the log's patience under 2 seconds.
 constexpr std::chrono::milliseconds stop_limit{1500};
 
 sigset_t stop_signals() {

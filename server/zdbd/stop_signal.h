@@ -1,9 +1,6 @@
-/*
- * stop_signal.h - SIGTERM and SIGINT, which stop the server: in good order if that is soon done, else by ending the
- * process, as after a crash. What was promised holds either way.
- */
-#ifndef ZDB_ZDBD_STOP_SIGNAL_H
-#define ZDB_ZDBD_STOP_SIGNAL_H
+// SIGTERM and SIGINT, which stop the server: in good order if that is soon done, else by ending the
+// process, as after a crash. What was promised holds either way.
+#pragma once
 
 #include <condition_variable>
 #include <mutex>
@@ -13,14 +10,14 @@
 
 class StopSignal {
  public:
-  /* To be made before any other thread than the log's, so that all of them leave the signals alone. */
+  // To be made before any other thread than the log's, so that all of them leave the signals alone.
   explicit StopSignal(ServerLog &log);
-  /* The server has stopped. */
+  // The server has stopped.
   ~StopSignal();
   StopSignal(const StopSignal &) = delete;
   StopSignal &operator=(const StopSignal &) = delete;
 
-  /* Returns when a signal has come. From then on the object must be destroyed soon, or the process ends. */
+  // Returns when a signal has come. From then on the object must be destroyed soon, or the process ends.
   void wait();
 
  private:
@@ -34,7 +31,5 @@ class StopSignal {
   std::thread thread_;
 };
 
-/* Blocks the signals in the calling thread and those that it makes. */
+// Blocks the signals in the calling thread and those that it makes.
 void block_stop_signals();
-
-#endif /* ZDB_ZDBD_STOP_SIGNAL_H */

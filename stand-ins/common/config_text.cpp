@@ -1,20 +1,20 @@
-/*
- * config_text.cpp - takes a configuration file's text apart; config_text.h shows the form of a file.
- *
- * A malformed line never stops the parsing: it is kept in its place, so that the reader can report it where it stands.
- */
+// Takes a configuration file's text apart; config_text.h shows the form of a file.
+//
+// A malformed line never stops the parsing: it is kept in its place, so that the reader can report it where it stands.
 #include "config_text.h"
 
 #include <optional>
 #include <utility>
 
-static constexpr size_t longest_line = 4096;
+namespace {
 
-static bool is_blank(char c) {
+constexpr size_t longest_line = 4096;
+
+bool is_blank(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-static std::string_view trimmed(std::string_view text) {
+std::string_view trimmed(std::string_view text) {
   while (!text.empty() && is_blank(text.front())) {
     text.remove_prefix(1);
   }
@@ -24,10 +24,10 @@ static std::string_view trimmed(std::string_view text) {
   return text;
 }
 
-/* Takes the value at the start of rest, up to a comma, a comment or the end; nothing when its quotes do not end. */
-static std::optional<std::string> take_value(std::string_view &rest) {
+// Takes the value at the start of rest, up to a comma, a comment or the end; nothing when its quotes do not end.
+std::optional<std::string> take_value(std::string_view &rest) {
   std::string value;
-  size_t kept = 0; /* characters of value that trimming must leave alone */
+  size_t kept = 0;  // characters of value that trimming must leave alone
   bool quoted = false;
   size_t at = 0;
   for (; at < rest.size(); ++at) {
@@ -61,11 +61,11 @@ static std::optional<std::string> take_value(std::string_view &rest) {
   return value;
 }
 
-static bool has_values(std::string_view text) {
+bool has_values(std::string_view text) {
   return !text.empty() && text.front() != '#';
 }
 
-static std::optional<std::vector<std::string>> split_values(std::string_view text) {
+std::optional<std::vector<std::string>> split_values(std::string_view text) {
   std::vector<std::string> values;
   std::string_view rest = trimmed(text);
   if (!has_values(rest)) {
@@ -84,13 +84,13 @@ static std::optional<std::vector<std::string>> split_values(std::string_view tex
   }
 }
 
-static ConfigEntry malformed_entry(std::string_view line) {
-  /* A zero byte would cut the name short for its reader, and an over-long line helps nobody. */
+ConfigEntry malformed_entry(std::string_view line) {
+  // A zero byte would cut the name short for its reader, and an over-long line helps nobody.
   const std::string_view shown = line.substr(0, longest_line);
   return {std::string(shown.substr(0, shown.find('\0'))), {}, true};
 }
 
-static ConfigEntry parse_entry(std::string_view line) {
+ConfigEntry parse_entry(std::string_view line) {
   const size_t equals = line.find('=');
   if (line.size() > longest_line || equals == std::string_view::npos || line.find('\0') != std::string_view::npos) {
     return malformed_entry(line);
@@ -103,8 +103,8 @@ static ConfigEntry parse_entry(std::string_view line) {
   return {std::string(name), std::move(*values), false};
 }
 
-/* The name between the brackets; nothing unless the line is a whole header. */
-static std::optional<std::string> header_name(std::string_view line) {
+// The name between the brackets; nothing unless the line is a whole header.
+std::optional<std::string> header_name(std::string_view line) {
   const size_t bracket = line.find(']');
   if (bracket == std::string_view::npos || line.size() > longest_line) {
     return std::nullopt;
@@ -117,7 +117,7 @@ static std::optional<std::string> header_name(std::string_view line) {
   return std::string(name);
 }
 
-static void add_header(std::vector<ConfigSection> &sections, std::string_view line) {
+void add_header(std::vector<ConfigSection> &sections, std::string_view line) {
   std::optional<std::string> name = header_name(line);
   if (name) {
     sections.push_back({std::move(*name), {}, false});
@@ -126,7 +126,7 @@ static void add_header(std::vector<ConfigSection> &sections, std::string_view li
   }
 }
 
-static void add_entry(std::vector<ConfigSection> &sections, std::string_view line) {
+void add_entry(std::vector<ConfigSection> &sections, std::string_view line) {
   ConfigEntry entry = parse_entry(line);
   if (sections.empty()) {
     sections.push_back({"", {}, true});
@@ -136,6 +136,8 @@ static void add_entry(std::vector<ConfigSection> &sections, std::string_view lin
   section.malformed = section.malformed || entry.malformed;
   section.entries.push_back(std::move(entry));
 }
+
+}  // namespace
 
 std::vector<ConfigSection> parse_config_text(std::string_view text) {
   std::vector<ConfigSection> sections;

@@ -1,6 +1,4 @@
-/*
- * environment.cpp - com_getenv, the process's environment as the C library keeps it.
- */
+// Com_getenv, the process's environment as the C library keeps it.
 #include <cstdlib>
 
 #include "common_routines.h"

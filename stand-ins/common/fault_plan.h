@@ -1,11 +1,8 @@
-/*
- * fault_plan.h - counts the calls of a group of routines and says which of them is to fail.
- *
- * Tests arm a plan through common_control.h; the routines ask it once per call. Nothing locks: arming while other
- * threads call only blurs which call is hit.
- */
-#ifndef FAULT_PLAN_H
-#define FAULT_PLAN_H
+// Counts the calls of a group of routines and says which of them is to fail.
+//
+// Tests arm a plan through common_control.h; the routines ask it once per call. Nothing locks: arming while other
+// threads call only blurs which call is hit.
+#pragma once
 
 #include <atomic>
 #include <cstdint>
@@ -19,7 +16,7 @@ class FaultPlan {
     nth_ = nth;
   }
 
-  /* Counts one call; true when that call is to fail. */
+  // Counts one call; true when that call is to fail.
   bool strikes() {
     const int32_t call = ++calls_;
     const int32_t nth = nth_;
@@ -36,5 +33,3 @@ class FaultPlan {
   std::atomic<int32_t> nth_{0};
   std::atomic<bool> and_all_later_{false};
 };
-
-#endif /* FAULT_PLAN_H */

@@ -1,8 +1,6 @@
-/*
- * memory.cpp - comn_malloc and comn_free over the C heap, counted so that a test can see what was not given back.
- *
- * Owns the allocation fault plan and the count of live blocks. Called from any thread, no lock.
- */
+// Comn_malloc and comn_free over the C heap, counted so that a test can see what was not given back.
+//
+// Owns the allocation fault plan and the count of live blocks. Called from any thread, no lock.
 #include <atomic>
 #include <cstdlib>
 
@@ -10,14 +8,18 @@
 #include "common_routines.h"
 #include "fault_plan.h"
 
-static constinit FaultPlan allocation_faults;
-static constinit std::atomic<int64_t> live_blocks{0};
+namespace {
+
+constinit FaultPlan allocation_faults;
+constinit std::atomic<int64_t> live_blocks{0};
+
+}  // namespace
 
 void *comn_malloc(size_t size) {
   if (allocation_faults.strikes()) {
     return nullptr;
   }
-  /* A request for nothing still gets a block of its own, so that null always means that memory is short. */
+  // A request for nothing still gets a block of its own, so that null always means that memory is short.
   void *block = std::malloc(size == 0 ? 1 : size);
   if (block != nullptr) {
     ++live_blocks;

@@ -1,10 +1,8 @@
-/*
- * reader.cpp - the intl_* calls: hands a parsed configuration file out section by section, entry by entry.
- *
- * The file is read whole when it is opened, at most 1 MiB of it, and the state hangs on the caller's INTL_READER. A
- * section that holds a malformed line comes with a read error, so that a misspelt file is noticed before its settings
- * are used. Owns the reader fault plan and the count of open readers. A reader belongs to one thread at a time.
- */
+// The intl_* calls: hands a parsed configuration file out section by section, entry by entry.
+//
+// The file is read whole when it is opened, at most 1 MiB of it, and the state hangs on the caller's INTL_READER. A
+// section that holds a malformed line comes with a read error, so that a misspelt file is noticed before its settings
+// are used. Owns the reader fault plan and the count of open readers. A reader belongs to one thread at a time.
 #include <atomic>
 #include <cstdio>
 #include <memory>
@@ -18,15 +16,15 @@
 #include "config_text.h"
 #include "fault_plan.h"
 
-static constexpr size_t largest_file = size_t{1} << 20;
-static constexpr int32_t reader_done = 1;
-static constexpr int32_t reader_failed = 0;
-static constexpr int32_t read_fine = 0;
-static constexpr int32_t read_error = -1;
-
 namespace {
 
-/* Each position counts the items handed out; the current one is the item before it. */
+constexpr size_t largest_file = size_t{1} << 20;
+constexpr int32_t reader_done = 1;
+constexpr int32_t reader_failed = 0;
+constexpr int32_t read_fine = 0;
+constexpr int32_t read_error = -1;
+
+// Each position counts the items handed out; the current one is the item before it.
 struct ReaderState {
   std::vector<ConfigSection> sections;
   size_t next_section = 0;
@@ -39,24 +37,22 @@ struct CloseFile {
   void operator()(std::FILE *file) const { (void)std::fclose(file); /* opened for reading: nothing can be lost */ }
 };
 
-}  // namespace
+constinit FaultPlan reader_faults;
+constinit std::atomic<int32_t> open_readers{0};
 
-static constinit FaultPlan reader_faults;
-static constinit std::atomic<int32_t> open_readers{0};
-
-static ReaderState *state_of(INTL_READER *reader) {
+ReaderState *state_of(INTL_READER *reader) {
   return reader == nullptr ? nullptr : static_cast<ReaderState *>(reader->reader_state);
 }
 
-static char *report(int32_t *status, int32_t code, char *text) {
+char *report(int32_t *status, int32_t code, char *text) {
   if (status != nullptr) {
     *status = code;
   }
   return text;
 }
 
-/* The file's whole text; nothing when it cannot be read (a directory opens but does not read) or is too large. */
-static std::optional<std::string> text_of_file(const char *path) {
+// The file's whole text; nothing when it cannot be read (a directory opens but does not read) or is too large.
+std::optional<std::string> text_of_file(const char *path) {
   const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path, "re"));
   if (file == nullptr) {
     return std::nullopt;
@@ -68,6 +64,8 @@ static std::optional<std::string> text_of_file(const char *path) {
   }
   return text;
 }
+
+}  // namespace
 
 int32_t intl_open(const char *path, INTL_READER *reader) {
   const bool fault = reader_faults.strikes();
@@ -120,7 +118,7 @@ char *intl_nextentry(INTL_READER *reader, int32_t *status) {
   ConfigSection &section = state->sections[state->next_section - 1];
   state->next_value = 0;
   if (state->next_entry >= section.entries.size()) {
-    state->next_entry = section.entries.size() + 1; /* past the last entry: it has no more values to give */
+    state->next_entry = section.entries.size() + 1;  // past the last entry: it has no more values to give
     return report(status, read_fine, nullptr);
   }
   ConfigEntry &entry = section.entries[state->next_entry++];

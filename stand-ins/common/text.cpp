@@ -1,20 +1,22 @@
-/*
- * text.cpp - the comparisons of the common routines.
- *
- * Characters compare as unsigned bytes and case is that of ASCII alone, so a result never depends on the locale of the
- * application. A null text equals null and comes before every other text.
- */
+// The comparisons of the common routines.
+//
+// Characters compare as unsigned bytes and case is that of ASCII alone, so a result never depends on the locale of the
+// application. A null text equals null and comes before every other text.
 #include <cstring>
 
 #include "common_routines.h"
 
-static unsigned char folded(unsigned char c) {
+namespace {
+
+unsigned char folded(unsigned char c) {
   return (c >= 'A' && c <= 'Z') ? static_cast<unsigned char>(c - 'A' + 'a') : c;
 }
 
-static int32_t order_of_nulls(const char *left, const char *right) {
+int32_t order_of_nulls(const char *left, const char *right) {
   return (left != nullptr) - (right != nullptr);
 }
+
+}  // namespace
 
 int32_t com_unsignstrcmp(const char *left, const char *right) {
   if (left == nullptr || right == nullptr) {

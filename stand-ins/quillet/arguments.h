@@ -1,6 +1,5 @@
-/* arguments.h - reads the text arguments of operations: a pointer with a byte count or QLT_NULLTERM. */
-#ifndef QUILLET_ARGUMENTS_H
-#define QUILLET_ARGUMENTS_H
+// Reads the text arguments of operations: a pointer with a byte count or QLT_NULLTERM.
+#pragma once
 
 #include <cstring>
 #include <optional>
@@ -10,7 +9,7 @@
 
 namespace quillet {
 
-/* None when the length is neither a count up to max nor QLT_NULLTERM, or the text is missing or too long. */
+// None when the length is neither a count up to max nor QLT_NULLTERM, or the text is missing or too long.
 inline std::optional<std::string> text_argument(const char *text, int32_t length, int32_t max) {
   if (length == 0) {
     return std::string();
@@ -27,5 +26,3 @@ inline std::optional<std::string> text_argument(const char *text, int32_t length
 }
 
 }  // namespace quillet
-
-#endif /* QUILLET_ARGUMENTS_H */

@@ -1,9 +1,7 @@
-/*
- * command.cpp - commands up to their sending: requests and their parameters, cursor and statement requests.
- *
- * A command that has not been sent is replaced by the next one; while results are pending nothing new may begin.
- * Commands of one connection are independent of each other, since each reply is held here as a whole.
- */
+// Commands up to their sending: requests and their parameters, cursor and statement requests.
+//
+// A command that has not been sent is replaced by the next one; while results are pending nothing new may begin.
+// Commands of one connection are independent of each other, since each reply is held here as a whole.
 #include "arguments.h"
 #include "conversion.h"
 #include "handles.h"
@@ -19,7 +17,7 @@ using quillet::releasing_operation;
 
 constexpr int32_t text_max = 1 << 20;
 
-/* Begins a request on the command, or refuses while results are pending. */
+// Begins a request on the command, or refuses while results are pending.
 int32_t initiate(const CommandLock &locked, const char *caller, zdb::RequestKind kind, std::string text) {
   if (locked->phase == Phase::sent) {
     return locked.fail(Reason::results_pending,
@@ -32,13 +30,13 @@ int32_t initiate(const CommandLock &locked, const char *caller, zdb::RequestKind
   return CS_SUCCEED;
 }
 
-/* Null, or the value at data; none when that does not fit its format. */
+// Null, or the value at data; none when that does not fit its format.
 std::optional<zdb::Value> parameter_value(const QLT_FORMAT &format, const void *data, int32_t length,
                                           int32_t indicator) {
   return indicator == QLT_IND_NULL ? zdb::Value() : quillet::read_value(format, data, length);
 }
 
-/* Sends the initiated request and keeps the reply; the session is open. */
+// Sends the initiated request and keeps the reply; the session is open.
 int32_t send_request(const CommandLock &locked) {
   qlt_connection &connection = locked.connection();
   if (connection.broken || !connection.session->alive()) {
@@ -78,13 +76,13 @@ int32_t ct_cmd_alloc(QLT_CONNECTION *connection, QLT_COMMAND **command) {
   });
 }
 
-/* Whatever is pending on the command goes with it. */
+// Whatever is pending on the command goes with it.
 int32_t ct_cmd_drop(QLT_COMMAND *command) {
   return releasing_operation("ct_cmd_drop",
                              [&]() -> int32_t { return quillet::forget_command(command) ? CS_SUCCEED : CS_FAIL; });
 }
 
-/* The cursor's name counts its terminating zero byte. */
+// The cursor's name counts its terminating zero byte.
 int32_t ct_cmd_props(QLT_COMMAND *command, int32_t action, int32_t property, void *buffer, int32_t length,
                      int32_t *outlen) {
   return operation("ct_cmd_props", [&]() -> int32_t {

@@ -1,4 +1,4 @@
-/* connection.cpp - making, configuring, opening and closing connections. */
+// Making, configuring, opening and closing connections.
 #include <cstdlib>
 #include <filesystem>
 
@@ -15,7 +15,7 @@ using quillet::releasing_operation;
 
 constexpr int32_t server_name_max = 255;
 
-/* The connection status word: only what the client has noticed by now. */
+// The connection status word: only what the client has noticed by now.
 int32_t status_of(const qlt_connection &connection) {
   return (connection.session != nullptr ? QLT_CON_OPEN : 0) | (connection.broken ? QLT_CON_BROKEN : 0);
 }
@@ -29,7 +29,7 @@ bool has_results_pending(const ConnectionLock &locked) {
   return false;
 }
 
-/* Ends the session, broken or not; its commands stay, with nothing on them. */
+// Ends the session, broken or not; its commands stay, with nothing on them.
 void end_session(const ConnectionLock &locked) {
   for (const auto &command : quillet::commands_of(locked.shared().get())) {
     quillet::reset_command(*command);
@@ -52,25 +52,25 @@ void deliver_queued(const ConnectionLock &locked) {
   context.queued.clear();
 }
 
-/* The file that the context names by now, which may be later than the connection was made. */
+// The file that the context names by now, which may be later than the connection was made.
 std::string file_of_context() {
   CS_CONTEXT &context = quillet::the_context();
   const std::lock_guard<std::mutex> lock(context.mutex);
   return context.settings.text(QLT_PROP_IFILE);
 }
 
-/* The installation's own file; empty when it has none. */
+// The installation's own file; empty when it has none.
 std::string file_of_installation() {
   const char *folder = std::getenv("TARVEX");
   if (folder == nullptr || *folder == '\0') {
     return {};
   }
   const std::filesystem::path file = std::filesystem::path(folder) / "interfaces";
-  std::error_code ignored; /* a file that may not be looked at is there, and trying to read it will tell why not */
+  std::error_code ignored;  // a file that may not be looked at is there, and trying to read it will tell why not
   return std::filesystem::status(file, ignored).type() == std::filesystem::file_type::not_found ? "" : file.string();
 }
 
-/* The first that is named: the connection's, the context's, the installation's; empty when there is none. */
+// The first that is named: the connection's, the context's, the installation's; empty when there is none.
 std::string interfaces_file(const ConnectionLock &locked) {
   std::string file = locked->settings.text(QLT_PROP_IFILE);
   if (file.empty()) {
@@ -204,7 +204,7 @@ int32_t ct_close(QLT_CONNECTION *connection, int32_t option) {
   });
 }
 
-/* An open connection is broken off: a handle must not outlive its owner's wish to be rid of it. */
+// An open connection is broken off: a handle must not outlive its owner's wish to be rid of it.
 int32_t ct_con_drop(QLT_CONNECTION *connection) {
   return releasing_operation("ct_con_drop", [&]() -> int32_t {
     const auto locked = quillet::lock_connection(connection);

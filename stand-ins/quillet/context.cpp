@@ -1,7 +1,5 @@
-/*
- * context.cpp - the context: its making, properties, date items and diagnostics. There is one context in a process; it
- * is never given back.
- */
+// The context: its making, properties, date items and diagnostics. There is one context in a process; it
+// is never given back.
 #include <string_view>
 
 #include "handles.h"
@@ -15,7 +13,7 @@ using quillet::Reason;
 
 constexpr std::string_view version_text = "client library 1.0 for the embedded zdb server";
 
-/* Stores the message for cs_diag when that has been asked for; the caller holds the context's mutex. */
+// Stores the message for cs_diag when that has been asked for; the caller holds the context's mutex.
 int32_t fail(CS_CONTEXT &context, Reason reason, std::string_view text) {
   if (context.diagnosed) {
     context.stored.client.push_back(quillet::client_message(reason, text));

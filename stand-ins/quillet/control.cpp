@@ -1,7 +1,5 @@
-/*
- * control.cpp - what tests set and count on the library, and the announcing of cursors and statements as application
- * code would do it. The hook and the failure counter are in operation.cpp, the views on mutexes in threads.cpp.
- */
+// What tests set and count on the library, and the announcing of cursors and statements as application
+// code would do it. The hook and the failure counter are in operation.cpp, the views on mutexes in threads.cpp.
 #include "arguments.h"
 #include "handles.h"
 #include "objects.h"
@@ -11,7 +9,7 @@ namespace {
 
 using quillet::ConnectionLock;
 
-/* Data of a cursor entry that belongs to a statement; the first bytes are the maker's own. */
+// Data of a cursor entry that belongs to a statement; the first bytes are the maker's own.
 struct StatementLink {
   char reserved[16];
   char name[QLT_MAX_NAME];
@@ -39,7 +37,7 @@ QLT_OBJECT_NAME object_name(int32_t type, const std::string &last, const std::st
   return name;
 }
 
-/* A command with the object on it, which the server has been told of; null when the server refused. */
+// A command with the object on it, which the server has been told of; null when the server refused.
 QLT_COMMAND *make_object(const ConnectionLock &locked, zdb::RequestKind kind, const std::string &name) {
   if (locked->session == nullptr || locked->session->execute({kind, name, {}}).broken_off) {
     return nullptr;

@@ -1,8 +1,6 @@
-/*
- * conversion.cpp - converts the server's values to what the client binds, and parameters to the server's values.
- *
- * Sections: datatypes; the conversions, one function object for each kind of target; storing; reading.
- */
+// Converts the server's values to what the client binds, and parameters to the server's values.
+//
+// Sections: datatypes; the conversions, one function object for each kind of target; storing; reading.
 #include "conversion.h"
 
 #include <algorithm>
@@ -20,7 +18,7 @@ namespace {
 
 constexpr int32_t longest_parameter = 255;
 
-/* Datatypes. */
+// Datatypes.
 
 bool is_number(int32_t datatype) {
   return datatype == QLT_INT_TYPE || datatype == QLT_BIGINT_TYPE || datatype == QLT_FLOAT_TYPE;
@@ -30,9 +28,9 @@ int32_t size_of_number(int32_t datatype) {
   return datatype == QLT_INT_TYPE ? 4 : 8;
 }
 
-/* Conversions. Null becomes zero or empty; none stands for what cannot be converted. */
+// Conversions. Null becomes zero or empty; none stands for what cannot be converted.
 
-/* The number that the whole text is. */
+// The number that the whole text is.
 template <typename Number>
 std::optional<Number> number_in(const std::string &text) {
   Number number{};
@@ -48,7 +46,7 @@ struct ToInteger {
   std::optional<int64_t> operator()(std::monostate) const { return 0; }
   std::optional<int64_t> operator()(int64_t number) const { return number; }
   std::optional<int64_t> operator()(double number) const {
-    constexpr double limit = 0x1p63; /* the first number above the range; its negative is the range's lowest */
+    constexpr double limit = 0x1p63;  // the first number above the range; its negative is the range's lowest
     if (!(number >= -limit && number < limit) || number != std::trunc(number)) {
       return std::nullopt;
     }
@@ -64,7 +62,7 @@ struct ToFloat {
   std::optional<double> operator()(double number) const { return number; }
   std::optional<double> operator()(const std::string &text) const {
     const auto number = number_in<double>(text);
-    /* The words for infinity and for no number at all are texts like any other. */
+    // The words for infinity and for no number at all are texts like any other.
     return number && std::isfinite(*number) ? number : std::nullopt;
   }
   std::optional<double> operator()(const zdb::Binary &) const { return std::nullopt; }
@@ -87,7 +85,7 @@ struct ToText {
   std::optional<std::string> operator()(int64_t number) const { return std::to_string(number); }
   std::optional<std::string> operator()(double number) const {
     std::array<char, 32> digits{};
-    /* Without a precision: as few digits as read back to the same number. */
+    // Without a precision: as few digits as read back to the same number.
     char *end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
     return std::string(digits.data(), end);
   }
@@ -95,7 +93,7 @@ struct ToText {
   std::optional<std::string> operator()(const zdb::Binary &binary) const { return hex_digits(binary.bytes); }
 };
 
-/* The bytes of pairs of hexadecimal digits, as binaries are turned into texts. */
+// The bytes of pairs of hexadecimal digits, as binaries are turned into texts.
 std::optional<std::string> bytes_of_hex(const std::string &text) {
   std::string bytes;
   for (std::size_t at = 0; at < text.size(); at += 2) {
@@ -118,7 +116,7 @@ struct ToBytes {
   std::optional<std::string> operator()(const zdb::Binary &binary) const { return binary.bytes; }
 };
 
-/* Storing. */
+// Storing.
 
 template <typename Number>
 Stored store_number(std::optional<Number> number, char *place) {
@@ -147,7 +145,7 @@ Stored store_bytes(const std::optional<std::string> &bytes, const QLT_FORMAT &fo
   return {static_cast<int32_t>(size), bytes && size == bytes->size()};
 }
 
-/* Reading. */
+// Reading.
 
 template <typename Number>
 Number number_at(const void *data) {

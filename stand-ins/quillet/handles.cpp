@@ -1,9 +1,7 @@
-/*
- * handles.cpp - the register of live handles and the locks on them.
- *
- * The register's mutex is a leaf: nothing else is locked under it. Register and context are never destroyed, because
- * threads may still use them while the process exits.
- */
+// The register of live handles and the locks on them.
+//
+// The register's mutex is a leaf: nothing else is locked under it. Register and context are never destroyed, because
+// threads may still use them while the process exits.
 #include "handles.h"
 
 #include <unordered_map>
@@ -29,7 +27,7 @@ auto find_in(const Map &map, typename Map::key_type handle) -> typename Map::map
   return found == map.end() ? nullptr : found->second;
 }
 
-/* Calls the callback that fits the message; the connection must not be locked. */
+// Calls the callback that fits the message; the connection must not be locked.
 void deliver(CS_CONTEXT *context, QLT_CONNECTION *connection, const Callbacks &callbacks, AnyMessage &message) {
   if (auto *client = std::get_if<QLT_CLIENT_MESSAGE>(&message); client != nullptr && callbacks.client != nullptr) {
     callbacks.client(context, connection, client);

@@ -1,4 +1,4 @@
-/* messages.cpp - makes, stores and hands out client and server messages, and gets and sets callbacks. */
+// Makes, stores and hands out client and server messages, and gets and sets callbacks.
 #include "messages.h"
 
 #include <algorithm>
@@ -13,7 +13,7 @@ constexpr int32_t layer = 1;
 constexpr int32_t origin = 1;
 constexpr int32_t severity = 2;
 
-/* Enough for a client that never reads its messages. */
+// Enough for a client that never reads its messages.
 constexpr std::size_t stored_max = 100;
 
 void copy_limited(char *target, std::size_t capacity, std::string_view text, int32_t *length) {
@@ -49,7 +49,7 @@ int32_t access_messages(std::deque<Message> &messages, int32_t operation, int32_
   return CS_SUCCEED;
 }
 
-/* Callbacks travel as untyped pointers: on CS_GET the address of one, on CS_SET the callback itself. */
+// Callbacks travel as untyped pointers: on CS_GET the address of one, on CS_SET the callback itself.
 template <typename Callback>
 int32_t access_one(Callback &current, int32_t action, void *callback) {
   if (action == CS_SET) {

@@ -1,9 +1,6 @@
-/*
- * messages.h - client and server messages: how they are made, stored by the diagnostic handling and delivered to
- * callbacks.
- */
-#ifndef QUILLET_MESSAGES_H
-#define QUILLET_MESSAGES_H
+// Client and server messages: how they are made, stored by the diagnostic handling and delivered to
+// callbacks.
+#pragma once
 
 #include <deque>
 #include <string>
@@ -18,7 +15,7 @@ namespace quillet {
 
 using AnyMessage = std::variant<QLT_CLIENT_MESSAGE, QLT_SERVER_MESSAGE>;
 
-/* The reasons of this library's own messages; the number goes into the low byte of the message number. */
+// The reasons of this library's own messages; the number goes into the low byte of the message number.
 enum class Reason : uint8_t {
   bad_version = 1,
   bad_argument,
@@ -44,22 +41,20 @@ struct Callbacks {
   QLT_SERVER_MESSAGE_CB server = nullptr;
 };
 
-/* Gets or sets one callback through the untyped pointer of ct_callback. */
+// Gets or sets one callback through the untyped pointer of ct_callback.
 int32_t access_callback(Callbacks &callbacks, int32_t action, int32_t type, void *callback);
 
-/* What the diagnostic handling has kept of a connection or the context. */
+// What the diagnostic handling has kept of a connection or the context.
 struct StoredMessages {
   std::deque<QLT_CLIENT_MESSAGE> client;
   std::deque<QLT_SERVER_MESSAGE> server;
 
-  /* QLT_CLEAR or CS_GET (index from 1) of one type of message. */
+  // QLT_CLEAR or CS_GET (index from 1) of one type of message.
   int32_t access(int32_t operation, int32_t type, int32_t index, void *buffer);
 };
 
-/* The callbacks that the diagnostic handling puts in place; they store what comes. */
+// The callbacks that the diagnostic handling puts in place; they store what comes.
 int32_t store_client_message(CS_CONTEXT *context, QLT_CONNECTION *connection, QLT_CLIENT_MESSAGE *message);
 int32_t store_server_message(CS_CONTEXT *context, QLT_CONNECTION *connection, QLT_SERVER_MESSAGE *message);
 
 }  // namespace quillet
-
-#endif /* QUILLET_MESSAGES_H */

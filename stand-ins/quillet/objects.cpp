@@ -1,11 +1,9 @@
-/*
- * objects.cpp - the object registry: connections, cursors, statements and mapping tables under keys of four parts and
- * a type.
- *
- * A key part is unused, exact bytes or, in lookups and clears, a wildcard. An unused part only equals an unused one; a
- * wildcard matches both. The registry has a mutex of its own, a leaf. It keeps handles but does not own them; dropping
- * a connection takes the entries that point to it out.
- */
+// The object registry: connections, cursors, statements and mapping tables under keys of four parts and
+// a type.
+//
+// A key part is unused, exact bytes or, in lookups and clears, a wildcard. An unused part only equals an unused one; a
+// wildcard matches both. The registry has a mutex of its own, a leaf. It keeps handles but does not own them; dropping
+// a connection takes the entries that point to it out.
 #include "objects.h"
 
 #include <algorithm>
@@ -34,7 +32,7 @@ struct KeyPart {
 
 struct Key {
   int32_t type = 0;
-  std::array<KeyPart, 4> parts; /* last name, first name, scope, thread */
+  std::array<KeyPart, 4> parts;  // last name, first name, scope, thread
 
   bool matches(const Key &entry) const {
     return type == entry.type &&
@@ -57,7 +55,7 @@ struct Entry {
 
 struct Registry {
   std::mutex mutex;
-  std::vector<Entry> entries; /* oldest first */
+  std::vector<Entry> entries;  // oldest first
 };
 
 Registry &registry() {

@@ -1,4 +1,4 @@
-/* operation.cpp - tests' hook and failure counter in front of every operation; state under one mutex of its own. */
+// Tests' hook and failure counter in front of every operation; state under one mutex of its own.
 #include "operation.h"
 
 #include <mutex>
@@ -11,7 +11,7 @@ struct Interference {
   QLT_CALL_HOOK hook = nullptr;
   void *argument = nullptr;
   int32_t calls = 0;
-  int32_t failing = 0; /* the call to fail, 0 for none */
+  int32_t failing = 0;  // the call to fail, 0 for none
   bool and_all_later = false;
 };
 

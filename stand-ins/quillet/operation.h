@@ -1,9 +1,6 @@
-/*
- * operation.h - the way into every operation of quillet.h: tests' hook and failure counter first, then the body, and
- * no exception out.
- */
-#ifndef QUILLET_OPERATION_H
-#define QUILLET_OPERATION_H
+// The way into every operation of quillet.h: tests' hook and failure counter first, then the body, and
+// no exception out.
+#pragma once
 
 #include <exception>
 #include <new>
@@ -13,7 +10,7 @@
 
 namespace quillet {
 
-/* The code that the hook or the failure counter forces on this call, none when it may go on. */
+// The code that the hook or the failure counter forces on this call, none when it may go on.
 std::optional<int32_t> enter(const char *operation);
 
 template <typename Body>
@@ -37,7 +34,7 @@ int32_t operation(const char *name, Body body) noexcept {
   });
 }
 
-/* An operation that gives a handle back does so even when a failure is forced on it, so that nothing stays behind. */
+// An operation that gives a handle back does so even when a failure is forced on it, so that nothing stays behind.
 template <typename Body>
 int32_t releasing_operation(const char *name, Body body) noexcept {
   return guarded([&] {
@@ -48,5 +45,3 @@ int32_t releasing_operation(const char *name, Body body) noexcept {
 }
 
 }  // namespace quillet
-
-#endif /* QUILLET_OPERATION_H */

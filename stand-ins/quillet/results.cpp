@@ -1,9 +1,7 @@
-/*
- * results.cpp - reading a reply: its results in server order, their columns, binding and fetching.
- *
- * ct_results goes on to the next result whatever has been read of the current one; unread rows are thrown away. After
- * the end of the data a fetch says so again until the next ct_results.
- */
+// Reading a reply: its results in server order, their columns, binding and fetching.
+//
+// ct_results goes on to the next result whatever has been read of the current one; unread rows are thrown away. After
+// the end of the data a fetch says so again until the next ct_results.
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -39,7 +37,7 @@ int32_t type_of(zdb::ResultKind kind) {
   return CS_CMD_DONE;
 }
 
-/* The current result when it has columns, else null. */
+// The current result when it has columns, else null.
 const zdb::Result *fetchable(const qlt_command &command) {
   if (!command.reply.current || command.reply.results.front().columns.empty()) {
     return nullptr;
@@ -51,7 +49,7 @@ int32_t no_rows(const CommandLock &locked, const char *caller) {
   return locked.fail(Reason::no_rows, std::string(caller) + ": the current result has no columns to read");
 }
 
-/* The result's column, counted from 1, or null. */
+// The result's column, counted from 1, or null.
 const zdb::Column *column_of(const zdb::Result &result, int32_t column) {
   if (column < 1 || static_cast<std::size_t>(column) > result.columns.size()) {
     return nullptr;
@@ -59,7 +57,7 @@ const zdb::Column *column_of(const zdb::Result &result, int32_t column) {
   return &result.columns[static_cast<std::size_t>(column) - 1];
 }
 
-/* What was read of the session's end is lost: nothing more comes on this command. */
+// What was read of the session's end is lost: nothing more comes on this command.
 int32_t break_off(const CommandLock &locked) {
   locked.connection().broken = true;
   quillet::reset_command(*locked);
@@ -74,7 +72,7 @@ void deliver_server_messages(const CommandLock &locked) {
   locked->reply.messages.clear();
 }
 
-/* Puts one value into row r of its binding; false when it did not fit or could not be converted. */
+// Puts one value into row r of its binding; false when it did not fit or could not be converted.
 bool store(const zdb::Value &value, const Binding &binding, int32_t row) {
   char *place = binding.buffer + static_cast<std::ptrdiff_t>(row) * binding.format.fmt_maxlen;
   const quillet::Stored stored = quillet::store_value(value, binding.format, place);
@@ -88,7 +86,7 @@ bool store(const zdb::Value &value, const Binding &binding, int32_t row) {
   return stored.whole;
 }
 
-/* Rows delivered by one fetch: the count of the bindings, 1 without any. */
+// Rows delivered by one fetch: the count of the bindings, 1 without any.
 int32_t rows_per_fetch(const PendingReply &reply) {
   for (const auto &binding : reply.bindings) {
     if (binding) {
@@ -108,7 +106,7 @@ bool store_row(const std::vector<zdb::Value> &values, const PendingReply &reply,
   return whole;
 }
 
-/* Known while the end of a command is current; -1 also stands for a count that is too large to tell. */
+// Known while the end of a command is current; -1 also stands for a count that is too large to tell.
 int32_t tell_row_count(const CommandLock &locked, void *buffer, int32_t length, int32_t *outlen) {
   const PendingReply &reply = locked->reply;
   if (!reply.current || reply.results.front().kind != zdb::ResultKind::done) {
@@ -193,7 +191,7 @@ int32_t ct_describe(QLT_COMMAND *command, int32_t column, QLT_FORMAT *format) {
   });
 }
 
-/* All columns that are bound must be bound for the same number of rows; a null buffer takes a binding away. */
+// All columns that are bound must be bound for the same number of rows; a null buffer takes a binding away.
 int32_t ct_bind(QLT_COMMAND *command, int32_t column, const QLT_FORMAT *format, void *buffer, int32_t *lengths,
                 int32_t *indicators) {
   return operation("ct_bind", [&]() -> int32_t {
@@ -225,7 +223,7 @@ int32_t ct_bind(QLT_COMMAND *command, int32_t column, const QLT_FORMAT *format, 
   });
 }
 
-/* A value that did not fit or could not be converted makes the fetch end at its row with CS_ROW_FAIL. */
+// A value that did not fit or could not be converted makes the fetch end at its row with CS_ROW_FAIL.
 int32_t ct_fetch(QLT_COMMAND *command, int32_t type, int32_t offset, int32_t option, int32_t *rows) {
   return operation("ct_fetch", [&]() -> int32_t {
     const auto locked = quillet::lock_command(command);

@@ -1,4 +1,4 @@
-/* settings.cpp - the tables of settings and their access; the owner of the values locks. */
+// The tables of settings and their access; the owner of the values locks.
 #include "settings.h"
 
 #include <algorithm>

@@ -1,9 +1,6 @@
-/*
- * settings.h - values that are set, read and cleared by code: properties, options, capabilities and date items. Which
- * codes there are, of what kind and in what range, is said by a constant table for each use.
- */
-#ifndef QUILLET_SETTINGS_H
-#define QUILLET_SETTINGS_H
+// Values that are set, read and cleared by code: properties, options, capabilities and date items. Which
+// codes there are, of what kind and in what range, is said by a constant table for each use.
+#pragma once
 
 #include <cstdint>
 #include <map>
@@ -35,11 +32,11 @@ class SettingValues {
  public:
   explicit SettingValues(std::span<const Setting> known) : known_(known) {}
 
-  /* One CS_GET, CS_SET or QLT_CLEAR: CS_SUCCEED, or CS_FAIL when the code, the length or the value is not allowed. */
+  // One CS_GET, CS_SET or QLT_CLEAR: CS_SUCCEED, or CS_FAIL when the code, the length or the value is not allowed.
   int32_t access(int32_t action, int32_t code, void *buffer, int32_t length, int32_t *outlen, bool logged_in);
   int32_t integer(int32_t code) const;
   std::string text(int32_t code) const;
-  /* Takes over the integers that were set in other, where this knows their codes. Texts stay with their owner. */
+  // Takes over the integers that were set in other, where this knows their codes. Texts stay with their owner.
   void inherit(const SettingValues &other);
 
  private:
@@ -52,10 +49,8 @@ class SettingValues {
   std::map<int32_t, std::string> texts_;
 };
 
-/* Copies text out as a CS_GET does: the buffer must hold it all; outlen is its length. */
+// Copies text out as a CS_GET does: the buffer must hold it all; outlen is its length.
 int32_t copy_text(const std::string &text, void *buffer, int32_t length, int32_t *outlen);
 int32_t copy_integer(int32_t value, void *buffer, int32_t length, int32_t *outlen);
 
 }  // namespace quillet
-
-#endif /* QUILLET_SETTINGS_H */

@@ -1,10 +1,8 @@
-/*
- * threads.cpp - mutexes, events and thread identities.
- *
- * A handle names a slot of a table that grows by chunks and never shrinks: its low half is the slot's place, its high
- * half counts how often the slot has been used, so that a deleted handle is recognised. Finding a slot takes no lock.
- * The mutexes are the system's error-checking ones: taking one twice or releasing another thread's fails.
- */
+// Mutexes, events and thread identities.
+//
+// A handle names a slot of a table that grows by chunks and never shrinks: its low half is the slot's place, its high
+// half counts how often the slot has been used, so that a deleted handle is recognised. Finding a slot takes no lock.
+// The mutexes are the system's error-checking ones: taking one twice or releasing another thread's fails.
 #include "threads.h"
 
 #include <pthread.h>
@@ -25,13 +23,13 @@ namespace {
 enum class Kind : uint8_t { none, mutex, event };
 
 struct Slot {
-  std::atomic<int32_t> handle{0}; /* 0: free */
+  std::atomic<int32_t> handle{0};  // 0: free
   Kind kind = Kind::none;
   int32_t uses = 0;
   pthread_mutex_t mutex;
   pthread_cond_t condition;
-  bool signalled = false;          /* guarded by mutex */
-  std::atomic<uint64_t> holder{0}; /* the number of the thread that holds it */
+  bool signalled = false;           // guarded by mutex
+  std::atomic<uint64_t> holder{0};  // the number of the thread that holds it
 };
 
 constexpr int32_t chunk_size = 256;
@@ -41,7 +39,7 @@ constexpr int32_t uses_mask = 0x7fff;
 
 struct SlotTable {
   std::array<std::atomic<Slot *>, chunk_count> chunks{};
-  std::mutex mutex; /* guards what follows */
+  std::mutex mutex;  // guards what follows
   std::vector<int32_t> free_places;
   int32_t next_place = 1;
 };
@@ -76,7 +74,7 @@ Slot *find_slot(int32_t handle, Kind kind) {
   return slot;
 }
 
-/* A free place, its chunk made; 0 when the table is full. The caller holds the table's mutex. */
+// A free place, its chunk made; 0 when the table is full. The caller holds the table's mutex.
 int32_t free_place(SlotTable &slots) {
   if (!slots.free_places.empty()) {
     const int32_t place = slots.free_places.back();
@@ -220,7 +218,7 @@ timespec milliseconds_from_now(int32_t milliseconds) {
   return when;
 }
 
-/* Waits until the event is signalled, at most timeout milliseconds; a negative timeout waits without an end. */
+// Waits until the event is signalled, at most timeout milliseconds; a negative timeout waits without an end.
 int32_t waitfor_event(int32_t handle, int32_t timeout) {
   Slot *slot = find_slot(handle, Kind::event);
   if (slot == nullptr) {
@@ -243,7 +241,7 @@ int32_t waitfor_event(int32_t handle, int32_t timeout) {
   return error == ETIMEDOUT ? CS_TIMED_OUT : CS_FAIL;
 }
 
-/* The thread's number, its most significant byte first, behind or cut off by as many bytes as asked for. */
+// The thread's number, its most significant byte first, behind or cut off by as many bytes as asked for.
 int32_t thread_identity(void *buffer, int32_t size, int32_t *length) {
   constexpr int32_t longest = 16;
   if (buffer == nullptr || length == nullptr) {

@@ -1,6 +1,5 @@
-/* threads.h - the thread primitives, and the views on them for tests. */
-#ifndef QUILLET_THREADS_H
-#define QUILLET_THREADS_H
+// The thread primitives, and the views on them for tests.
+#pragma once
 
 #include "exports.h"
 
@@ -9,5 +8,3 @@ namespace quillet {
 QLT_THREAD_TABLE thread_table();
 
 }  // namespace quillet
-
-#endif /* QUILLET_THREADS_H */

@@ -1,4 +1,4 @@
-/* bank_test.cpp - what the example's transaction manager remembers, and the files that it reads. */
+// What the example's transaction manager remembers, and the files that it reads.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,7 +17,7 @@ std::string file_of(const std::string &name, const std::string &text) {
   return scratch(name);
 }
 
-/* Resource managers that answer OK, but where an answer is given for a verb and rmid, as in "commit 2". */
+// Resource managers that answer OK, but where an answer is given for a verb and rmid, as in "commit 2".
 std::map<std::string, int32_t> answers;
 std::vector<std::string> calls;
 XID listed{};
@@ -54,13 +54,13 @@ bool has_called(const std::string &call) {
   return std::find(calls.begin(), calls.end(), call) != calls.end();
 }
 
-/* What others have done to branches is said, and stays listed where it is not what was decided. */
+// What others have done to branches is said, and stays listed where it is not what was decided.
 TEST(Coordinator, tells_the_truth_of_outcomes_that_others_decided) {
   struct {
     int32_t managers;
     std::map<std::string, int32_t> answers;
     Outcome outcome;
-    const char *call; /* that was made; none behind '!' */
+    const char *call;  // that was made; none behind '!'
     const char *reason;
   } const rows[] = {
       {2, {{"commit 2", XA_HEURCOM}}, Outcome::committed, "forget 2", ""},

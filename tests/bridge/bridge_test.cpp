@@ -1,4 +1,4 @@
-// bridge_test.cpp - a transaction manager with `long` words at the stand-ins, through the bridge's records.
+// A transaction manager with `long` words at the stand-ins, through the bridge's records.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 

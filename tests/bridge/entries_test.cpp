@@ -1,4 +1,4 @@
-// entries_test.cpp - what the wide entries make of a call: what reaches libxadtm, what does not, and what is repeated.
+// What the wide entries make of a call: what reaches libxadtm, what does not, and what is repeated.
 #include <gtest/gtest.h>
 
 #include <algorithm>

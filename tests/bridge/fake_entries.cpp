@@ -1,4 +1,4 @@
-// fake_entries.cpp - see the header.
+// See the header.
 #include "fake_entries.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// manager.cpp - presumed abort: what was not decided to be committed is rolled back.
+// Presumed abort: what was not decided to be committed is rolled back.
 #include "manager.h"
 
 #include <dlfcn.h>

@@ -1,4 +1,4 @@
-// managers_test.cpp - models of two transaction managers: what each calls next, and what it makes of the codes. They
+// Models of two transaction managers: what each calls next, and what it makes of the codes. They
 // run transactions over two servers while one of these refuses, at every step, and many at once while it refuses at
 // random. What a manager has decided is what each server has done in the end, and nothing is left prepared of which
 // nobody has a record.

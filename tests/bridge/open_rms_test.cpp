@@ -1,4 +1,4 @@
-// open_rms_test.cpp - many threads at one memory of open resource managers: nobody reads a string that is not the
+// Many threads at one memory of open resource managers: nobody reads a string that is not the
 // rmid's, what stays open is never missed, and no password is left.
 #include "open_rms.h"
 

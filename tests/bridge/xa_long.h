@@ -1,9 +1,6 @@
-/*
- * xa_long.h - the XA interface as transaction managers on 64-bit machines know it: names and values of the XA standard,
- * with words of C `long`. Stands for such a manager's own header; it cannot be used together with libxadtm's xa.h.
- */
-#ifndef XA_LONG_H
-#define XA_LONG_H
+// The XA interface as transaction managers on 64-bit machines know it: names and values of the XA standard,
+// with words of C `long`. Stands for such a manager's own header; it cannot be used together with libxadtm's xa.h.
+#pragma once
 
 #define XIDDATASIZE 128
 #define MAXGTRIDSIZE 64
@@ -58,5 +55,3 @@ struct xa_switch_t {
 #define XAER_PROTO (-6)
 #define XAER_RMFAIL (-7)
 #define XAER_DUPID (-8)
-
-#endif /* XA_LONG_H */

@@ -1,9 +1,7 @@
-/*
- * messages_test.cpp - docs/trouble-shooting.md and xadtm's advice against the messages that the sources can write.
- *
- * A text is compared as the source spells it, adjacent literals joined, without blanks and line ends at its ends. In
- * the document the code spans that a list item begins with are messages, and every item that begins so is one.
- */
+// Docs/trouble-shooting.md and xadtm's advice against the messages that the sources can write.
+//
+// A text is compared as the source spells it, adjacent literals joined, without blanks and line ends at its ends. In
+// the document the code spans that a list item begins with are messages, and every item that begins so is one.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -29,7 +27,7 @@ std::string read(const std::filesystem::path &file) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-/* The sources with adjacent literals joined and all white space single blanks. */
+// The sources with adjacent literals joined and all white space single blanks.
 std::string code_in(const std::vector<std::string> &folders) {
   std::string code;
   for (const std::string &folder : folders) {
@@ -46,19 +44,19 @@ std::string tidy(const std::string &text) {
   return replaced(replaced(replaced(text, "\\s+", " "), R"(\\")", "\""), R"(^ +|(\\n| )+$)", "");
 }
 
-/* What stands before a text that can become a message; each must lead to one at least. */
+// What stands before a text that can become a message; each must lead to one at least.
 constexpr const char *heads[] = {
     R"(\b(?:error|warning|message|note)\(\w*\)\()",
     R"(LogLine\([^()]*XALOG_(?:ERROR|WARNING|MESSAGE|NOTE)[^()]*\)\()",
     R"(xalog_msg\([^,;"]*, )",
     R"(xal_display_nolog\()",
-    R"(snprintf\(text, sizeof text, )",                 /* shown by xal_display_nolog */
-    R"(fprintf\(stderr, )",                             /* the bridge's modules */
-    R"(create\([^,]*, [^,]*, )",                        /* a flavour's mutexes and events */
-    R"(not_implemented = )",                            /* a flavour's refusal */
-    R"(text_or\(message[^"]*)",                         /* in place of a message's text... */
-    R"(text_or\(message[^"]*"[^"]*", )",                /* ... that is missing or too long */
-    R"(\("Return [^"]*", xacmn_log_xareturn\(\w+\), )", /* the reason behind a code */
+    R"(snprintf\(text, sizeof text, )",                  // shown by xal_display_nolog
+    R"(fprintf\(stderr, )",                              // the bridge's modules
+    R"(create\([^,]*, [^,]*, )",                         // a flavour's mutexes and events
+    R"(not_implemented = )",                             // a flavour's refusal
+    R"(text_or\(message[^"]*)",                          // in place of a message's text...
+    R"(text_or\(message[^"]*"[^"]*", )",                 // ... that is missing or too long
+    R"(\("Return [^"]*", xacmn_log_xareturn\(\w+\), )",  // the reason behind a code
 };
 
 Texts texts_behind(const std::string &code, const std::string &head) {
@@ -70,7 +68,7 @@ Texts texts_behind(const std::string &code, const std::string &head) {
   return texts;
 }
 
-/* Those of lines that are declared before they are written, as in "const LogLine failed = trace.error();". */
+// Those of lines that are declared before they are written, as in "const LogLine failed = trace.error();".
 Texts texts_of_named_lines(const std::string &code) {
   const std::regex pattern(R"(const LogLine (\w+) = [^;]*(?:error|warning|message|XALOG_MESSAGE))");
   Texts texts;
@@ -90,7 +88,7 @@ Texts scanned() {
     all.merge(found);
   }
   EXPECT_GT(all.size(), 140U);
-  EXPECT_EQ(all.erase("%s"), 1U); /* stands for the texts of create() and of the decoders */
+  EXPECT_EQ(all.erase("%s"), 1U);  // stands for the texts of create() and of the decoders
   return all;
 }
 
@@ -118,7 +116,7 @@ TEST(Messages, the_document_has_all_and_quotes_no_others) {
   for (const std::string &text : messages()) {
     EXPECT_TRUE(quoted.contains(text)) << "docs/trouble-shooting.md has no item for: " << text;
   }
-  /* Traces and parts of what the stand-ins say may be quoted as well. */
+  // Traces and parts of what the stand-ins say may be quoted as well.
   const std::string sources = replaced(code_in({"generic", "server", "stand-ins"}), R"(\\")", "\"");
   for (const std::string &text : quoted) {
     EXPECT_TRUE(messages().contains(text) || sources.find(text) != std::string::npos) << "in no source: " << text;

@@ -59,25 +59,27 @@ Lines joined(std::initializer_list<Lines> parts) {
   return all;
 }
 
-static int32_t integer_at(const void *buffer) {
+namespace {
+
+int32_t integer_at(const void *buffer) {
   int32_t value = 0;
   memcpy(&value, buffer, sizeof value);
   return value;
 }
 
-static const char *action_name(int32_t action) {
+const char *action_name(int32_t action) {
   static const std::map<int32_t, const char *> names = {
       {CS_GET, "GET"}, {CS_SET, "SET"}, {CS_INIT, "INIT"}, {QLT_CLEAR, "CLEAR"}};
   return names.at(action);
 }
 
 template <typename Handle>
-static std::string name_of(const Handle *handle) {
+std::string name_of(const Handle *handle) {
   return handle != nullptr ? handle->name : "null";
 }
 
 // A text argument by its length: quoted, "none" when it is not used.
-static std::string quoted(const char *argument, int32_t length) {
+std::string quoted(const char *argument, int32_t length) {
   if (length == QLT_UNUSED) {
     return argument == nullptr ? "none" : "unused text";
   }
@@ -88,7 +90,7 @@ static std::string quoted(const char *argument, int32_t length) {
 }
 
 // The arguments of a property, option or context setting.
-static std::string setting(int32_t action, int32_t code, const void *buffer, int32_t length) {
+std::string setting(int32_t action, int32_t code, const void *buffer, int32_t length) {
   std::string line = text("%s, %d", action_name(action), code);
   if (action == CS_SET && length == QLT_NULLTERM) {
     line.append(text(", \"%s\", %d", static_cast<const char *>(buffer), length));
@@ -97,6 +99,8 @@ static std::string setting(int32_t action, int32_t code, const void *buffer, int
   }
   return line;
 }
+
+}  // namespace
 
 Library &library() {
   static Library instance;
@@ -130,8 +134,10 @@ std::optional<int32_t> Library::enter(const char *operation, Mutex mutex, const 
   return forced;
 }
 
+namespace {
+
 // "begin NAME mode 0x.. status .. flags 0x..", from the procedure's name and the parameters.
-static std::string request_line(const QLT_COMMAND &command) {
+std::string request_line(const QLT_COMMAND &command) {
   std::string line = command.text;
   const size_t ending = line.find("TrvDtmXact");
   if (line[0] == '$' && ending != std::string::npos) {
@@ -143,6 +149,8 @@ static std::string request_line(const QLT_COMMAND &command) {
   }
   return line;
 }
+
+}  // namespace
 
 void Library::send(QLT_COMMAND *command) {
   if (command->pending) {
@@ -237,22 +245,24 @@ int32_t application_client_callback(CS_CONTEXT *, QLT_CONNECTION *, QLT_CLIENT_M
   return CS_FAIL;
 }
 
-static std::string key_part(const char *part, int32_t length) {
+namespace {
+
+std::string key_part(const char *part, int32_t length) {
   return length == QLT_NULLTERM ? std::string(part)
                                 : std::string(part, static_cast<size_t>(std::max<int32_t>(length, 0)));
 }
 
-static std::string thread_part(const QLT_OBJECT_NAME &name) {
+std::string thread_part(const QLT_OBJECT_NAME &name) {
   return name.thread == nullptr ? "" : key_part(static_cast<const char *>(name.thread), name.threadlen);
 }
 
-static bool fits(const Object &object, const QLT_OBJECT_NAME &name) {
+bool fits(const Object &object, const QLT_OBJECT_NAME &name) {
   return object.type == name.obj_type && object.last_name == key_part(name.last_name, name.lnlen) &&
          (name.fnlen == QLT_WILDCARD || object.first_name == key_part(name.first_name, name.fnlen)) &&
          object.thread == thread_part(name);
 }
 
-static std::string object_line(int32_t action, const QLT_OBJECT_NAME &name, const QLT_OBJECT_DATA *data) {
+std::string object_line(int32_t action, const QLT_OBJECT_NAME &name, const QLT_OBJECT_DATA *data) {
   std::string thread = name.threadlen == QLT_UNUSED ? "none" : "";
   for (const char byte : thread_part(name)) {
     thread.append(text("%02x", static_cast<unsigned char>(byte)));
@@ -271,7 +281,7 @@ static std::string object_line(int32_t action, const QLT_OBJECT_NAME &name, cons
 
 // Records the call and does its work, unless the script forces a code on it.
 template <typename Work = void (*)()>
-static int32_t perform(
+int32_t perform(
     const char *operation, Library::Mutex mutex, const std::string &arguments, Work work = [] {}) {
   const auto forced = library().enter(operation, mutex, arguments);
   if (!forced) {
@@ -280,28 +290,30 @@ static int32_t perform(
   return forced.value_or(CS_SUCCEED);
 }
 
-static int32_t create_handle(int32_t *handle) {
+int32_t create_handle(int32_t *handle) {
   return perform("create_mutex", Library::Mutex::any, "", [&] { *handle = library().create_mutex(); });
 }
-static int32_t take_handle(int32_t handle) {
+int32_t take_handle(int32_t handle) {
   return library().take_mutex(handle);
 }
-static int32_t release_handle(int32_t handle) {
+int32_t release_handle(int32_t handle) {
   return library().release_mutex(handle);
 }
-static int32_t any_handle(int32_t handle) {
+int32_t any_handle(int32_t handle) {
   return perform("handle", Library::Mutex::any, text("%d", handle));
 }
-static int32_t wait_handle(int32_t handle, int32_t timeout) {
+int32_t wait_handle(int32_t handle, int32_t timeout) {
   return perform("waitfor_event", Library::Mutex::any, text("%d, %d", handle, timeout));
 }
-static int32_t give_identity(void *buffer, int32_t size, int32_t *length) {
+int32_t give_identity(void *buffer, int32_t size, int32_t *length) {
   const Library &lib = library();
   const auto real = static_cast<int32_t>(lib.identity.size());
   memcpy(buffer, lib.identity.data(), static_cast<size_t>(std::min(real, size)));
   *length = lib.identity_claim != 0 ? lib.identity_claim : real;
   return CS_SUCCEED;
 }
+
+}  // namespace
 
 }  // namespace fake
 
@@ -585,8 +597,10 @@ int32_t ct_bind(QLT_COMMAND *command, int32_t column, const QLT_FORMAT *format, 
   return perform("ct_bind", Mutex::held, line, [&] { command->bound[column] = {*format, buffer, lengths}; });
 }
 
+namespace {
+
 // Writes one value of a row where its column is bound.
-static void deliver(const fake::Value &value, const qlt_command::Bound &bound, int32_t row) {
+void deliver(const fake::Value &value, const qlt_command::Bound &bound, int32_t row) {
   const auto size = static_cast<size_t>(bound.format.fmt_maxlen);
   char *out = static_cast<char *>(bound.buffer) + size * static_cast<size_t>(row);
   size_t length = sizeof(int32_t);
@@ -604,6 +618,8 @@ static void deliver(const fake::Value &value, const qlt_command::Bound &bound, i
     bound.lengths[row] = static_cast<int32_t>(length);
   }
 }
+
+}  // namespace
 
 int32_t ct_fetch(QLT_COMMAND *command, int32_t, int32_t, int32_t, int32_t *rows) {
   if (const auto forced = library().enter("ct_fetch", Mutex::held, command->name)) {

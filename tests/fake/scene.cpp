@@ -62,7 +62,11 @@ std::string file_with(const std::string &content) {
   return path;
 }
 
-static bool opened_log = false;
+namespace {
+
+bool opened_log = false;
+
+}  // namespace
 
 bool log_is_open() {
   return opened_log;
@@ -101,15 +105,17 @@ bool in_own_process(const std::function<bool()> &body) {
   return ended == 0;
 }
 
-static std::map<std::string, int32_t> operation_results;
+namespace {
 
-static int32_t record(const char *operation, const xa_connection *conn) {
+std::map<std::string, int32_t> operation_results;
+
+int32_t record(const char *operation, const xa_connection *conn) {
   library().note(std::string(operation).append("(").append(conn->xc_conn->name).append(")"));
   const auto forced = operation_results.find(operation);
   return forced != operation_results.end() ? forced->second : CS_SUCCEED;
 }
 
-static int32_t identity_of_scene(XA_THRDID *identity) {
+int32_t identity_of_scene(XA_THRDID *identity) {
   const std::string &bytes = library().identity;
   *identity = XA_THRDID{};
   identity->tid_len = bytes.empty() ? QLT_UNUSED : static_cast<int32_t>(bytes.size());
@@ -117,7 +123,7 @@ static int32_t identity_of_scene(XA_THRDID *identity) {
   return library().identity_claim < 0 ? 0 : 1;
 }
 
-static XA_PERSONALITY make_personality(int32_t tm_type, uint32_t tm_flags) {
+XA_PERSONALITY make_personality(int32_t tm_type, uint32_t tm_flags) {
   XA_PERSONALITY made{};
   made.tm_type = tm_type;
   made.tm_flags = tm_flags;
@@ -133,6 +139,8 @@ static XA_PERSONALITY make_personality(int32_t tm_type, uint32_t tm_flags) {
   made.xa_conn_free = [](xa_connection *conn) { return record("xa_conn_free", conn); };
   return made;
 }
+
+}  // namespace
 
 Scene::Scene() {
   take_log();

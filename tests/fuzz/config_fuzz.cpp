@@ -1,7 +1,5 @@
-/*
- * config_fuzz.cpp - any text as a configuration file: what the parser makes of it, and whether that can be written and
- * read again.
- */
+// Any text as a configuration file: what the parser makes of it, and whether that can be written and
+// read again.
 #include <algorithm>
 #include <string>
 
@@ -45,7 +43,7 @@ std::string written(const ConfigEntry &entry) {
   return line;
 }
 
-/* A text of the same content; empty when a line of it would be too long. */
+// A text of the same content; empty when a line of it would be too long.
 std::string written(const Sections &sections) {
   std::string text;
   for (const ConfigSection &section : sections) {
@@ -83,7 +81,7 @@ void check_rewriting(const Sections &sections) {
   }
 }
 
-/* Quotes keep whatever a line can hold. */
+// Quotes keep whatever a line can hold.
 void check_quoting(std::string_view text) {
   std::string value(text.substr(0, longest_line / 3));
   std::erase_if(value, [](char c) { return c == '"' || c == '\n' || c == '\0'; });

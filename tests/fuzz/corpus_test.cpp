@@ -1,7 +1,5 @@
-/*
- * corpus_test.cpp - runs the files under corpus through the fuzzers' entries, so that every build keeps what fuzzing
- * has once found, and the entries stay in order where there is no libFuzzer.
- */
+// Runs the files under corpus through the fuzzers' entries, so that every build keeps what fuzzing
+// has once found, and the entries stay in order where there is no libFuzzer.
 #include <gtest/gtest.h>
 
 #include <filesystem>

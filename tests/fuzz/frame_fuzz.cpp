@@ -1,13 +1,13 @@
-/*
- * frame_fuzz.cpp - the first byte chooses the kind of payload, the others are decoded. Whatever decodes must encode to
- * the same bytes again.
- */
+// The first byte chooses the kind of payload, the others are decoded. Whatever decodes must encode to
+// the same bytes again.
 #include <string>
 
 #include "fuzz.h"
 #include "wire/frame.h"
 
-static std::string recoded(unsigned choice, std::string_view payload) {
+namespace {
+
+std::string recoded(unsigned choice, std::string_view payload) {
   switch (choice % 4) {
     case 0:
       return zdb::encode_login(zdb::decode_login(payload));
@@ -20,9 +20,11 @@ static std::string recoded(unsigned choice, std::string_view payload) {
   }
 }
 
+}  // namespace
+
 void fuzz::frame(std::string_view input) {
   const unsigned choice = take_choice(input);
-  /* Nothing over the shortest limit, beyond which a login would be refused. */
+  // Nothing over the shortest limit, beyond which a login would be refused.
   if (input.size() > zdb::login_limit) {
     return;
   }
@@ -32,6 +34,6 @@ void fuzz::frame(std::string_view input) {
     const zdb::FrameHeader header = zdb::decode_header(frame.substr(0, zdb::frame_header_size));
     require(header.length == input.size(), "a frame's header holds the payload's length");
   } catch (const zdb::FrameError &) {
-    return; /* malformed bytes are refused in this way alone */
+    return;  // malformed bytes are refused in this way alone
   }
 }

@@ -1,9 +1,6 @@
-/*
- * fuzz.h - the entries of the fuzzers. Each takes any bytes at all, gives them to one of the readers of outside text
- * and throws when what comes out breaks a promise of that reader; a sanitizer stops the program for the rest.
- */
-#ifndef FUZZ_H
-#define FUZZ_H
+// The entries of the fuzzers. Each takes any bytes at all, gives them to one of the readers of outside text
+// and throws when what comes out breaks a promise of that reader; a sanitizer stops the program for the rest.
+#pragma once
 
 #include <stdexcept>
 #include <string_view>
@@ -11,11 +8,11 @@
 
 namespace fuzz {
 
-void frame(std::string_view input);       /* payloads of the wire's frames */
-void interfaces(std::string_view input);  /* the interfaces file */
-void config(std::string_view input);      /* the configuration file */
-void open_string(std::string_view input); /* open strings, and the log and trace options in them */
-void scan_row(std::string_view input);    /* rows of the recovery scan, and the branch names in them */
+void frame(std::string_view input);        // payloads of the wire's frames
+void interfaces(std::string_view input);   // the interfaces file
+void config(std::string_view input);       // the configuration file
+void open_string(std::string_view input);  // open strings, and the log and trace options in them
+void scan_row(std::string_view input);     // rows of the recovery scan, and the branch names in them
 
 inline void require(bool kept, const char *promise) {
   if (!kept) {
@@ -23,7 +20,7 @@ inline void require(bool kept, const char *promise) {
   }
 }
 
-/* The text and its terminating zero in a block that ends there, so that a sanitizer sees every step beyond. */
+// The text and its terminating zero in a block that ends there, so that a sanitizer sees every step beyond.
 inline std::vector<char> terminated(std::string_view text) {
   const std::string_view whole = text.substr(0, text.find('\0'));
   std::vector<char> block;
@@ -33,7 +30,7 @@ inline std::vector<char> terminated(std::string_view text) {
   return block;
 }
 
-/* Takes the first byte off, which chooses what is done with the others; 0 when there is none. */
+// Takes the first byte off, which chooses what is done with the others; 0 when there is none.
 inline unsigned take_choice(std::string_view &input) {
   if (input.empty()) {
     return 0;
@@ -44,5 +41,3 @@ inline unsigned take_choice(std::string_view &input) {
 }
 
 }  // namespace fuzz
-
-#endif /* FUZZ_H */

@@ -1,17 +1,19 @@
-/* interfaces_fuzz.cpp - any text given to the interfaces file's parser: what it accepts keeps the file's own rules. */
+// Any text given to the interfaces file's parser: what it accepts keeps the file's own rules.
 #include <string>
 
 #include "embedded/interfaces_file.h"
 #include "fuzz.h"
 
-static const char *const folder = "/etc/zdb";
+namespace {
 
-static bool is_server_name(const std::string &name) {
+const char *const folder = "/etc/zdb";
+
+bool is_server_name(const std::string &name) {
   return !name.empty() && name.size() <= 31 && name.find_first_of(" \t\n\v\f\r") == std::string::npos;
 }
 
-/* The file that says the same. */
-static std::string written(const zdb::Interfaces &interfaces) {
+// The file that says the same.
+std::string written(const zdb::Interfaces &interfaces) {
   std::string text;
   for (const auto &[name, address] : interfaces.servers) {
     const bool is_socket = address.kind == zdb::ServerAddress::Kind::unix_socket;
@@ -19,6 +21,8 @@ static std::string written(const zdb::Interfaces &interfaces) {
   }
   return text;
 }
+
+}  // namespace
 
 void fuzz::interfaces(std::string_view input) {
   const std::vector<char> text(input.begin(), input.end());

@@ -1,4 +1,4 @@
-/* libfuzzer_entry.cpp - what libFuzzer calls: the entry that FUZZED names. */
+// What libFuzzer calls: the entry that FUZZED names.
 #include <cstddef>
 #include <cstdint>
 

@@ -1,7 +1,5 @@
-/*
- * open_string_fuzz.cpp - the first byte chooses the flavour, the others are an open string. The parser's outputs are
- * fields as the registry has them.
- */
+// The first byte chooses the flavour, the others are an open string. The parser's outputs are
+// fields as the registry has them.
 #include <array>
 #include <cctype>
 #include <cstring>
@@ -19,11 +17,11 @@
 namespace {
 
 constexpr std::size_t fields = 5;
-constexpr std::array<char, fields> letters = {'N', 'U', 'P', 'K', 'S'}; /* in the order of the parser's parameters */
+constexpr std::array<char, fields> letters = {'N', 'U', 'P', 'K', 'S'};  // in the order of the parser's parameters
 constexpr std::size_t name_field = 0;
 constexpr std::size_t key_field = 3;
 
-/* Each value is a block of its own, filled with what is no zero. */
+// Each value is a block of its own, filled with what is no zero.
 struct Values {
   std::array<std::vector<char>, fields> of;
 
@@ -85,7 +83,7 @@ void fuzz::open_string(std::string_view input) {
   Values values;
   const int32_t result = parse(info.data(), values);
   check_values(info.data(), values, result);
-  /* The log is open already, so that the option's path is only read. The client library keeps a record of its calls. */
+  // The log is open already, so that the option's path is only read. The client library keeps a record of its calls.
   require(xalog_init(info.data(), "stderr") == 1, "a log that is open stays open");
   fake::library().reset();
   xacmn_log_flags_set(info.data());

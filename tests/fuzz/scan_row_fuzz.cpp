@@ -1,7 +1,5 @@
-/*
- * scan_row_fuzz.cpp - the first byte chooses whether the others are a scan's row or an XID whose branch name is one.
- * Every message of the scan is written, to nowhere.
- */
+// The first byte chooses whether the others are a scan's row or an XID whose branch name is one.
+// Every message of the scan is written, to nowhere.
 #include <cstring>
 #include <string>
 
@@ -21,7 +19,7 @@ bool accepted(std::string_view row, XID &xid) {
   return dtm_accept_row(trace, own_lrm, fuzz::terminated(row).data(), xid);
 }
 
-/* The branch name, in the room that it may take. */
+// The branch name, in the room that it may take.
 std::string name_of(const XID &xid) {
   std::vector<char> out(XA_NAME_SIZE, 'x');
   xa__dtm_encode_xid(&xid, own_lrm, out.data());
@@ -56,7 +54,7 @@ void check_row(std::string_view row) {
   check_again(xid);
 }
 
-/* An XID with any length words, in a block that ends with the bytes that count. */
+// An XID with any length words, in a block that ends with the bytes that count.
 void check_xid(std::string_view bytes) {
   XID xid{};
   memcpy(&xid, bytes.data(), bytes.size() < sizeof xid ? bytes.size() : sizeof xid);

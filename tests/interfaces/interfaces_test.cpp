@@ -1,4 +1,4 @@
-/* interfaces_test.cpp - good and bad interfaces files, as texts and on disk. */
+// Good and bad interfaces files, as texts and on disk.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-// branch_test.cpp - the life of branches: association, completion, heuristic outcomes, and what the flavours do
+// The life of branches: association, completion, heuristic outcomes, and what the flavours do
 // differently with them.
 #include "dtm/dtm_protocol.h"
 #include "quillet.h"

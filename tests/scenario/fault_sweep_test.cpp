@@ -1,4 +1,4 @@
-// fault_sweep_test.cpp - one whole life of a resource manager in which the 1st, 2nd, 3rd ... client-library call,
+// One whole life of a resource manager in which the 1st, 2nd, 3rd ... client-library call,
 // allocation or read of the configuration fails, until a life passes untouched; then the same with every later one
 // failing too. Each life has a process of its own, so that the start-up is part of it.
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// lost_connection_test.cpp - branches whose connection breaks before or after the server did the work of a request, and
+// Branches whose connection breaks before or after the server did the work of a request, and
 // what the reopened connection then finds.
 #include "dtm/dtm_protocol.h"
 #include "scenario.h"

@@ -1,4 +1,4 @@
-// open_close_test.cpp - opening and closing of resource managers: servers that refuse, repeated opens, the second
+// Opening and closing of resource managers: servers that refuse, repeated opens, the second
 // flavour, and closing while branches live.
 #include "dtm/dtm_protocol.h"
 #include "scenario.h"

@@ -1,4 +1,4 @@
-// recovery_test.cpp - scans for the branches in doubt: their batches, the rows that are none of ours, and how a scan
+// Scans for the branches in doubt: their batches, the rows that are none of ours, and how a scan
 // ends. The recover action itself compares the XIDs with those planted, in order.
 #include "dtm/dtm_protocol.h"
 #include "quillet.h"

@@ -1,4 +1,4 @@
-// scenario.cpp - the actions of scenarios and their runner; see the header.
+// The actions of scenarios and their runner; see the header.
 #include "scenario.h"
 
 #include <cstring>

@@ -1,4 +1,4 @@
-// threads_test.cpp - several threads inside the library: identities of their own under TXS, one shared identity under
+// Several threads inside the library: identities of their own under TXS, one shared identity under
 // MTS and TUX, a thread held in the middle of a verb while another one comes, and first opens side by side.
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-// world.cpp - see the header. The clock and the call hook are process-wide, so there is one world at a time.
+// See the header. The clock and the call hook are process-wide, so there is one world at a time.
 #include "world.h"
 
 #include <gtest/gtest.h>

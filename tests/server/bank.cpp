@@ -1,4 +1,4 @@
-/* bank.cpp - see the header. */
+// See the header.
 #include "bank.h"
 
 #include <gtest/gtest.h>

@@ -1,10 +1,8 @@
-/*
- * crash_test.cpp - what a folder that has not come to its end is worth: a making that was killed, and logs and journals
- * that a killed server has left, untouched or harmed. What a kill at each step of a branch leaves, histories/faults.cpp
- * looks at.
- *
- * The tests' own process never opens a folder: each life of a server is a child, which inherits no open files.
- */
+// What a folder that has not come to its end is worth: a making that was killed, and logs and journals
+// that a killed server has left, untouched or harmed. What a kill at each step of a branch leaves, histories/faults.cpp
+// looks at.
+//
+// The tests' own process never opens a folder: each life of a server is a child, which inherits no open files.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -24,7 +22,7 @@ namespace {
 
 constexpr uint64_t never_reached = UINT64_MAX;
 
-/* Runs the action in a child that dies at the step, 0 for never; false when it died. */
+// Runs the action in a child that dies at the step, 0 for never; false when it died.
 bool survives(uint64_t step, const std::function<void()> &action) {
   int status = 0;
   in_child(
@@ -38,7 +36,7 @@ bool survives(uint64_t step, const std::function<void()> &action) {
   return !killed;
 }
 
-/* Makes the folder, unless it is made; then it must be of use. */
+// Makes the folder, unless it is made; then it must be of use.
 void make_again(const Place &place) {
   if (!zdb::is_made(place.folder())) {
     zdb::create_folder(place.folder());
@@ -48,7 +46,7 @@ void make_again(const Place &place) {
   EXPECT_FALSE(std::filesystem::exists(place.folder() + "/making"));
 }
 
-/* No file may grow beyond the size; that of the socket to the test's output does not count. */
+// No file may grow beyond the size; that of the socket to the test's output does not count.
 void make_on_full_disk(const Place &place, rlim_t size) {
   std::signal(SIGXFSZ, SIG_IGN);
   const rlimit limit{size, RLIM_INFINITY};
@@ -64,7 +62,7 @@ void make_on_full_disk(const Place &place, rlim_t size) {
 
 }  // namespace
 
-TEST(Making, CanBeRepeatedAfterADeathAtAnyStep) {
+TEST(Making, can_be_repeated_after_a_death_at_any_step) {
   const Place place;
   uint64_t step = 1;
   while (!survives(step, [&] { zdb::create_folder(place.folder()); })) {
@@ -76,7 +74,7 @@ TEST(Making, CanBeRepeatedAfterADeathAtAnyStep) {
   EXPECT_GT(step, 10U);
 }
 
-TEST(Making, CanBeRepeatedOnceAFullDiskHasRoom) {
+TEST(Making, can_be_repeated_once_a_full_disk_has_room) {
   const Place place;
   int failures = 0;
   for (rlim_t size = 0; failures >= 0; size += 1500) {
@@ -93,7 +91,7 @@ TEST(Making, CanBeRepeatedOnceAFullDiskHasRoom) {
   EXPECT_GT(failures, 10);
 }
 
-/* The folder of a server that was killed with "b", which has changes, and then "a" prepared. */
+// The folder of a server that was killed with "b", which has changes, and then "a" prepared.
 class Killed : public testing::Test {
  protected:
   Killed() {
@@ -118,7 +116,7 @@ class Killed : public testing::Test {
   std::uintmax_t log_sizes() const {
     return std::filesystem::file_size(path("data.db-wal")) + std::filesystem::file_size(path("catalog.db-wal"));
   }
-  /* Empty when it starts. */
+  // Empty when it starts.
   std::string refusal() const {
     try {
       zdb::open_store(place_.folder());
@@ -131,8 +129,8 @@ class Killed : public testing::Test {
   const Place place_;
 };
 
-/* What a log holds may be in memory only, when the process before ended at a failed sync. */
-TEST_F(Killed, HasItsLogsPutOnTheDiskAndKeepsTheOrderOfPreparation) {
+// What a log holds may be in memory only, when the process before ended at a failed sync.
+TEST_F(Killed, has_its_logs_put_on_the_disk_and_keeps_the_order_of_preparation) {
   EXPECT_GT(log_sizes(), 0U);
   EXPECT_TRUE(survives(0, [&] {
     const auto server = open_bank(place_);
@@ -149,12 +147,12 @@ void flip(const std::string &path, std::uintmax_t at) {
   file.put(static_cast<char>(byte ^ 1));
 }
 
-TEST_F(Killed, DoesNotStartWithoutWhatItsLogsHeld) {
+TEST_F(Killed, does_not_start_without_what_its_logs_held) {
   using Path = const std::string &;
   struct Case {
     const char *log;
     std::function<void(Path path, std::uintmax_t size)> harm;
-    std::string told; /* empty: it starts */
+    std::string told;  // empty: it starts
   };
   const Case cases[] = {
       {"catalog.db-wal", [](Path path, auto) { std::filesystem::remove(path); }, " is missing"},
@@ -185,7 +183,7 @@ TEST_F(Killed, DoesNotStartWithoutWhatItsLogsHeld) {
   }
 }
 
-TEST_F(Killed, ListsABranchWhosePagesAreDamagedAndLetsItGo) {
+TEST_F(Killed, lists_a_branch_whose_pages_are_damaged_and_lets_it_go) {
   for (const char *pages :
        {"substr(pages, 1, 3000)", "cast(substr(pages, 1, 3000) || x'55' || substr(pages, 3002) as blob)"}) {
     put_back();

@@ -1,4 +1,4 @@
-/* history_sql.cpp - see the header. */
+// See the header.
 #include "history_sql.h"
 
 namespace {
@@ -178,7 +178,7 @@ std::vector<std::string> HistorySql::statements() {
 
 namespace {
 
-/* Values with their types; "failed" when there is no such thing. */
+// Values with their types; "failed" when there is no such thing.
 std::string rows_of(const zdb::Database &database, const std::string &sql) {
   std::string rows;
   try {

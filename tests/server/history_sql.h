@@ -1,6 +1,5 @@
-/* history_sql.h - random SQL for histories, and a database's whole content as one text. */
-#ifndef TESTS_ZDB_HISTORY_SQL_H
-#define TESTS_ZDB_HISTORY_SQL_H
+// Random SQL for histories, and a database's whole content as one text.
+#pragma once
 
 #include <random>
 #include <string>
@@ -12,9 +11,9 @@ class HistorySql {
  public:
   explicit HistorySql(unsigned seed) : random_(seed) {}
   int below(int limit) { return std::uniform_int_distribution<int>(0, limit - 1)(random_); }
-  /* What makes the tables, with some rows. */
+  // What makes the tables, with some rows.
   std::vector<std::string> tables();
-  /* What a branch does; some of it may fail. */
+  // What a branch does; some of it may fail.
   std::vector<std::string> statements();
 
  private:
@@ -35,10 +34,8 @@ class HistorySql {
   std::vector<std::string> tables_;
 };
 
-/* Kinds of tables, and what makes them; T is the name. Each has rows with k, c and v. */
+// Kinds of tables, and what makes them; T is the name. Each has rows with k, c and v.
 const std::vector<std::string> &table_kinds();
 std::string with_name(std::string text, const std::string &name);
-/* All tables, but for the server's own, as one text. */
+// All tables, but for the server's own, as one text.
 std::string content(const zdb::Database &database);
-
-#endif /* TESTS_ZDB_HISTORY_SQL_H */

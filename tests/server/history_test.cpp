@@ -1,9 +1,7 @@
-/*
- * history_test.cpp - random histories of SQL in branches, with kills and restarts, against plain SQLite: whatever a
- * branch does, the folder must hold what a plain transaction with the same statements leaves, rowids included.
- *
- * A history is made of its seed. ZDB_SEED is the first one's (1), ZDB_HISTORIES their number; a failure names its own.
- */
+// Random histories of SQL in branches, with kills and restarts, against plain SQLite: whatever a
+// branch does, the folder must hold what a plain transaction with the same statements leaves, rowids included.
+//
+// A history is made of its seed. ZDB_SEED is the first one's (1), ZDB_HISTORIES their number; a failure names its own.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -25,15 +23,15 @@
 namespace {
 
 enum class Ending {
-  alone, /* no branch: each statement commits by itself */
+  alone,  // no branch: each statement commits by itself
   one_phase,
   commit,
   roll_back,
   prepared_roll_back,
-  killed,                /* without a prepare */
-  killed_then_commit,    /* prepared, taken up after the kill */
-  killed_then_roll_back, /* the same */
-  torn                   /* killed at a random step of its prepare or commit, then committed if it was prepared */
+  killed,                 // without a prepare
+  killed_then_commit,     // prepared, taken up after the kill
+  killed_then_roll_back,  // the same
+  torn                    // killed at a random step of its prepare or commit, then committed if it was prepared
 };
 constexpr int ending_count = 9;
 constexpr int first_killed = static_cast<int>(Ending::killed);
@@ -41,12 +39,12 @@ constexpr int first_killed = static_cast<int>(Ending::killed);
 struct Branch {
   std::vector<std::string> statements;
   Ending ending;
-  int step = 0; /* of a torn one's kill */
+  int step = 0;  // of a torn one's kill
 };
 
-zdb::SqlCounts counts; /* of the only session */
+zdb::SqlCounts counts;  // of the only session
 
-/* The same database twice: in the store's folder, and as plain SQLite has it. */
+// The same database twice: in the store's folder, and as plain SQLite has it.
 class History {
  public:
   explicit History(unsigned seed) : sql_(seed), model_(":memory:") { zdb::create_folder(place_.folder()); }
@@ -77,7 +75,7 @@ class History {
     return answered;
   }
 
-  /* Runs the action over the store in a process of its own, which is killed then, and returns what it has told. */
+  // Runs the action over the store in a process of its own, which is killed then, and returns what it has told.
   template <typename Action>
   std::string life(Action action) {
     int status = 0;
@@ -113,7 +111,7 @@ class History {
 
   std::string store_content() const { return content(zdb::Database(zdb::data_path(place_.folder()))); }
 
-  /* The earlier ones and the last one in one life, which ends with its kill. */
+  // The earlier ones and the last one in one life, which ends with its kill.
   void play(const std::vector<Branch> &earlier, const Branch &last) {
     std::string expected;
     for (const Branch &branch : earlier) {
@@ -152,7 +150,7 @@ class History {
            ending == Ending::killed_then_commit || ending == Ending::torn;
   }
 
-  /* All up to the kill. */
+  // All up to the kill.
   std::string first_life(const std::vector<Branch> &earlier, const Branch &last) {
     return life([&](zdb::DiskStore &store) {
       for (const Branch &branch : earlier) {
@@ -196,7 +194,7 @@ class History {
     }
   }
 
-  /* After the restart: what was prepared is ended, and all is looked at. */
+  // After the restart: what was prepared is ended, and all is looked at.
   std::string last_life(const Branch &branch) {
     return life([&](zdb::DiskStore &store) {
       for (const zdb::KeptBranch &kept : store.take_kept_branches()) {
@@ -224,7 +222,7 @@ class History {
   const Place place_;
   HistorySql sql_;
   zdb::Database model_;
-  int pipe_ = -1; /* in a life: to who looks at it */
+  int pipe_ = -1;  // in a life: to who looks at it
 };
 
 unsigned from_environment(const char *name, unsigned missing) {
@@ -234,7 +232,7 @@ unsigned from_environment(const char *name, unsigned missing) {
 
 }  // namespace
 
-TEST(Histories, LeaveWhatPlainTransactionsLeave) {
+TEST(Histories, leave_what_plain_transactions_leave) {
   const unsigned first = from_environment("ZDB_SEED", 1);
   const unsigned count = from_environment("ZDB_HISTORIES", 25);
   for (unsigned seed = first; seed < first + count; ++seed) {
@@ -243,7 +241,7 @@ TEST(Histories, LeaveWhatPlainTransactionsLeave) {
   }
 }
 
-/* What a branch does to each of them. */
+// What a branch does to each of them.
 constexpr const char *statement_forms[] = {
     "delete from T",
     "delete from T; insert into T (k, c, v) values (8, 8, 8)",
@@ -266,7 +264,7 @@ constexpr const char *statement_forms[] = {
      "values (new.k, 1, 1); end; insert into T_v (k) values (77); drop view T_v"),
 };
 
-/* The statements for every table, not always beginning with the same one. */
+// The statements for every table, not always beginning with the same one.
 std::vector<std::string> for_all_kinds(std::size_t first,
                                        const std::function<std::string(const std::string &kind)> &text) {
   std::vector<std::string> all;
@@ -277,7 +275,7 @@ std::vector<std::string> for_all_kinds(std::size_t first,
   return all;
 }
 
-TEST(Forms, LeaveInTablesOfAllKindsWhatPlainTransactionsLeave) {
+TEST(Forms, leave_in_tables_of_all_kinds_what_plain_transactions_leave) {
   const auto tables = for_all_kinds(0, [](const std::string &kind) {
     return kind +
            "; insert into T (k, c, v) values (1, 'one', 1), (2, 'two', 2.0), (3, 3, 'three'), (1001, x'01', 4); "

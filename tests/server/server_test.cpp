@@ -1,4 +1,4 @@
-/* server_test.cpp - a server over a folder, asked as libxadtm and application code ask it. */
+// A server over a folder, asked as libxadtm and application code ask it.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -16,7 +16,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/* A bank with two accounts of 100, and short patience. */
+// A bank with two accounts of 100, and short patience.
 class ServerTest : public testing::Test {
  protected:
   ServerTest() {
@@ -28,7 +28,7 @@ class ServerTest : public testing::Test {
   std::string value(int account = 1) const {
     return other.sql("select v from acct where id = " + std::to_string(account));
   }
-  /* The request meanwhile has begun to wait, or to run, when this returns. */
+  // The request meanwhile has begun to wait, or to run, when this returns.
   static std::thread meanwhile(std::function<void()> action) {
     std::thread thread(std::move(action));
     std::this_thread::sleep_for(100ms);
@@ -49,7 +49,7 @@ using Operators = ServerTest;
 
 }  // namespace
 
-TEST_F(BranchSql, ShowsOutsideOnlyWhenCommitted) {
+TEST_F(BranchSql, shows_outside_only_when_committed) {
   struct Case {
     std::vector<std::string> steps;
     const char *value;
@@ -72,7 +72,7 @@ TEST_F(BranchSql, ShowsOutsideOnlyWhenCommitted) {
   EXPECT_EQ(value(), "5#1");
 }
 
-TEST_F(BranchSql, ComesBackAsResults) {
+TEST_F(BranchSql, comes_back_as_results) {
   struct Case {
     const char *sql;
     const char *result;
@@ -102,8 +102,8 @@ TEST_F(BranchSql, ComesBackAsResults) {
   EXPECT_EQ(value(), "3#1");
 }
 
-/* Whatever the server's connections did before, and for whom. */
-TEST_F(BranchSql, CountsForEachSession) {
+// Whatever the server's connections did before, and for whom.
+TEST_F(BranchSql, counts_for_each_session) {
   const char *const counts = "select last_insert_rowid(), changes(), total_changes()";
   one.sql("create table t (id integer primary key, v); insert into t values (10, 1), (11, 2), (12, 3)");
   EXPECT_EQ(other.sql(counts), "2|2|2#1");
@@ -120,7 +120,7 @@ TEST_F(BranchSql, CountsForEachSession) {
   EXPECT_EQ(one.sql("drop table t; " + std::string(counts)), "23|1|4#1");
 }
 
-TEST_F(BranchSql, UndoesAChangeThatReturnsTooMuch) {
+TEST_F(BranchSql, undoes_a_change_that_returns_too_much) {
   const char *const large =
       "with recursive n(i) as (select 9 union all select i + 1 from n where i < 60) "
       "insert into acct select i, 0 from n returning zeroblob(1000000)";
@@ -133,7 +133,7 @@ TEST_F(BranchSql, UndoesAChangeThatReturnsTooMuch) {
   EXPECT_EQ(other.sql("select count(*), min(v) from acct"), "2|1#1");
 }
 
-TEST_F(BranchSql, DescribesColumnsByTheirValues) {
+TEST_F(BranchSql, describes_columns_by_their_values) {
   using zdb::ColumnType;
   const zdb::Reply reply = one.ask(
       zdb::RequestKind::language,
@@ -152,7 +152,7 @@ TEST_F(BranchSql, DescribesColumnsByTheirValues) {
   }
 }
 
-TEST_F(Refusals, KeepClientsFromWhatIsNotTheirs) {
+TEST_F(Refusals, keep_clients_from_what_is_not_theirs) {
   const char *const never[] = {
       "begin",
       "/* x */ commit",
@@ -196,7 +196,7 @@ TEST_F(Refusals, KeepClientsFromWhatIsNotTheirs) {
             "203#1");
 }
 
-TEST_F(BranchSql, AsksTheCatalogAsLibxadtmDoes) {
+TEST_F(BranchSql, asks_the_catalog_as_libxadtm_does) {
   one.work("0_61_62_:L1", "update acct set v = 1");
   EXPECT_EQ(one.dtm("begin", "held"), 0);
   const std::string state = "select state from master..systransactions where xactname = \"0_61_62_:L1\" ";
@@ -210,7 +210,7 @@ TEST_F(BranchSql, AsksTheCatalogAsLibxadtmDoes) {
   EXPECT_EQ(other.sql(state), "#0");
 }
 
-TEST_F(Locks, LetOneWriteAndAllRead) {
+TEST_F(Locks, let_one_write_and_all_read) {
   one.work("writer", "update acct set v = 1");
   EXPECT_EQ(one.dtm("prepare", "writer"), 2);
   EXPECT_EQ(value(), "100#1");
@@ -242,7 +242,7 @@ TEST_F(Locks, LetOneWriteAndAllRead) {
   EXPECT_EQ(value(), "11#1");
 }
 
-TEST_F(Losses, EndWaitingAndEndlessStatements) {
+TEST_F(Losses, end_waiting_and_endless_statements) {
   server->store().set_setting(zdb::lock_timeout_setting, 60'000);
   const char *const endless = "with recursive n(i) as (select 1 union all select i + 1 from n) select count(*) from n";
   one.work("holder", "update acct set v = 1");
@@ -272,7 +272,7 @@ TEST_F(Losses, EndWaitingAndEndlessStatements) {
   runs.join();
 }
 
-TEST_F(Losses, ByTheStatementTimeLimit) {
+TEST_F(Losses, by_the_statement_time_limit) {
   const std::string endless = "with recursive n(i) as (select 9 union all select i + 1 from n) select i, 1 from n";
   server->store().set_setting(zdb::statement_timeout_setting, 100);
   EXPECT_EQ(one.dtm("begin", "b"), 0);
@@ -286,7 +286,7 @@ TEST_F(Losses, ByTheStatementTimeLimit) {
   EXPECT_EQ(other.sql("select v from acct"), "100;100#2");
 }
 
-TEST_F(Losses, OfASessionUndoTheBranchItHolds) {
+TEST_F(Losses, of_a_session_undo_the_branch_it_holds) {
   server->store().set_setting(zdb::lock_timeout_setting, 60'000);
   one.work("holder", "update acct set v = 1");
   const Client waiter(server, "sa");
@@ -299,7 +299,7 @@ TEST_F(Losses, OfASessionUndoTheBranchItHolds) {
   EXPECT_EQ(server->branch_state("holder"), DTM_STATE_ENDED) << "nobody held it";
 }
 
-TEST_F(Losses, OfOrphansSparePreparedAndHeldOnes) {
+TEST_F(Losses, of_orphans_spare_prepared_and_held_ones) {
   one.work("left", "select * from acct");
   one.work("prepared", "update acct set v = 1");
   EXPECT_EQ(one.dtm("prepare", "prepared"), 2);
@@ -323,7 +323,7 @@ TEST_F(Losses, OfOrphansSparePreparedAndHeldOnes) {
   expect(DTM_STATE_UNKNOWN, DTM_STATE_UNKNOWN);
 }
 
-TEST(Orphans, AreLookedAfterByTheServerItself) {
+TEST(Orphans, are_looked_after_by_the_server_itself) {
   const Place place;
   open_bank(place)->store().set_setting(zdb::orphan_age_setting, 1);
   const zdb::DurableServer durable(place.folder());
@@ -337,7 +337,7 @@ TEST(Orphans, AreLookedAfterByTheServerItself) {
   EXPECT_EQ(client.dtm("rollback", "b"), DTM_STATE_ABORTONLY);
 }
 
-TEST_F(Losses, ByAFullDiskBreakNoPromise) {
+TEST_F(Losses, by_a_full_disk_break_no_promise) {
   std::signal(SIGXFSZ, SIG_IGN);
   rlimit limit{};
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
@@ -359,7 +359,7 @@ TEST_F(Losses, ByAFullDiskBreakNoPromise) {
   EXPECT_EQ(value(), "99#1");
 }
 
-TEST_F(Refusals, BoundWhatASessionMakesTheServerRemember) {
+TEST_F(Refusals, bound_what_a_session_makes_the_server_remember) {
   const std::string longest(255, 'n');
   const auto number = [&](zdb::RequestKind kind, const std::string &text) {
     const zdb::Reply reply = one.ask(kind, text);
@@ -378,7 +378,7 @@ TEST_F(Refusals, BoundWhatASessionMakesTheServerRemember) {
   }
 }
 
-TEST_F(Refusals, LeaveDescriptorsForOthers) {
+TEST_F(Refusals, leave_descriptors_for_others) {
   for (int i = 0; i < 400; ++i) {
     one.work(std::string("b").append(std::to_string(i)), "select 1");
   }
@@ -389,13 +389,13 @@ TEST_F(Refusals, LeaveDescriptorsForOthers) {
   EXPECT_EQ(one.sql("select 1"), "1#1");
 }
 
-TEST_F(Operators, EndBranchesInAnyStateAndSeeWhoHasTheLock) {
+TEST_F(Operators, end_branches_in_any_state_and_see_who_has_the_lock) {
   const std::string undone = "Branch 'b' was not prepared, and its work is undone.";
   const struct {
     std::vector<std::string> steps;
-    std::string listed;   /* state, age, held, lock */
-    const char *commit;   /* how the operator's commit is answered; null: not asked for */
-    std::string rollback; /* and the rollback */
+    std::string listed;    // state, age, held, lock
+    const char *commit;    // how the operator's commit is answered; null: not asked for
+    std::string rollback;  // and the rollback
     int32_t left;
   } cases[] = {
       {{}, "", "no branch 'b'", "There is no branch 'b'. The command list", DTM_STATE_UNKNOWN},
@@ -441,7 +441,7 @@ TEST_F(Operators, EndBranchesInAnyStateAndSeeWhoHasTheLock) {
   }
 }
 
-TEST_F(Operators, SeeThatAStatementHasTheLock) {
+TEST_F(Operators, see_that_a_statement_has_the_lock) {
   std::thread alone = meanwhile([&] {
     other.sql("insert into acct with recursive n(i) as (select 9 union all select i + 1 from n) select i, 1 from n");
   });
@@ -450,11 +450,11 @@ TEST_F(Operators, SeeThatAStatementHasTheLock) {
   alone.join();
 }
 
-TEST_F(Operators, LookAfterUsersAndSettings) {
+TEST_F(Operators, look_after_users_and_settings) {
   struct Case {
     const char *command;
     std::initializer_list<std::string> arguments;
-    const char *result; /* begins with */
+    const char *result;  // begins with
   };
   const Case cases[] = {
       {"users", {}, "guest|no;sa|yes "},

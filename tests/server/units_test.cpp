@@ -1,4 +1,4 @@
-/* units_test.cpp - the parts below the server, each by itself. */
+// The parts below the server, each by itself.
 #include <crypt.h>
 #include <gtest/gtest.h>
 
@@ -20,10 +20,10 @@
 
 using namespace std::chrono_literals;
 
-TEST(SqlText, RewritesTheCatalogsNamesAndNothingElse) {
+TEST(SqlText, rewrites_the_catalogs_names_and_nothing_else) {
   struct Case {
     std::string sql;
-    std::string rewritten; /* empty: names nothing in the catalog and stays as it is */
+    std::string rewritten;  // empty: names nothing in the catalog and stays as it is
   };
   const Case cases[] = {
       {"select value from master.dbo.sysconfigures \t where name = \"enable DTM\"",
@@ -48,7 +48,7 @@ TEST(SqlText, RewritesTheCatalogsNamesAndNothingElse) {
   }
 }
 
-TEST(WriteLock, ServesInOrderAndPassesOverWhoeverLeaves) {
+TEST(WriteLock, serves_in_order_and_passes_over_whoever_leaves) {
   zdb::WriteLock lock;
   std::atomic<bool> leaves{false};
   const std::atomic<bool> stays{false};
@@ -75,7 +75,7 @@ TEST(WriteLock, ServesInOrderAndPassesOverWhoeverLeaves) {
   EXPECT_EQ(order, "34");
 }
 
-TEST(Passwords, AdmitTheirOwnerOnly) {
+TEST(Passwords, admit_their_owner_only) {
   const std::string hash = zdb::hash_password("secret");
   EXPECT_EQ(hash.find("secret"), std::string::npos);
   EXPECT_NE(hash, zdb::hash_password("secret"));
@@ -91,7 +91,7 @@ TEST(Passwords, AdmitTheirOwnerOnly) {
   EXPECT_THROW(zdb::hash_password(std::string("a\0b", 3)), std::runtime_error);
 }
 
-TEST(Work, CostsTheSyncsThatItPromises) {
+TEST(Work, costs_the_syncs_that_it_promises) {
   const Place place;
   zdb::create_folder(place.folder());
   zdb::DiskStore store(place.folder());
@@ -116,7 +116,7 @@ TEST(Work, CostsTheSyncsThatItPromises) {
   EXPECT_EQ(cost("insert into t values (5)", &Work::roll_back), 0U);
 }
 
-/* What the action throws says all of these, in their order. */
+// What the action throws says all of these, in their order.
 void expect_refusal(const std::function<void()> &action, std::initializer_list<std::string> parts) {
   try {
     action();
@@ -130,7 +130,7 @@ void expect_refusal(const std::function<void()> &action, std::initializer_list<s
   }
 }
 
-TEST(Folder, IsNotMadeOverWhatIsNotItsOwn) {
+TEST(Folder, is_not_made_over_what_is_not_its_own) {
   struct Case {
     std::vector<std::string> files;
     const char *names;
@@ -152,7 +152,7 @@ TEST(Folder, IsNotMadeOverWhatIsNotItsOwn) {
   }
 }
 
-TEST(Folder, NamesTheFileThatKeepsItFromOpening) {
+TEST(Folder, names_the_file_that_keeps_it_from_opening) {
   const Place place;
   const auto file = [&](const std::string &name) { return place.folder() + "/" + name; };
   const std::string bytes(20'000, 'x');
@@ -183,7 +183,7 @@ TEST(Folder, NamesTheFileThatKeepsItFromOpening) {
   expect_refusal([&] { zdb::open_store(place.folder()); }, {"its --init was broken off. Repeat zdbd --init"});
 }
 
-TEST(Folder, IsItsOwnersAndUsedByOne) {
+TEST(Folder, is_its_owners_and_used_by_one) {
   const Place place;
   zdb::create_folder(place.folder());
   EXPECT_EQ(std::filesystem::status(place.folder()).permissions(), std::filesystem::perms::owner_all);

@@ -1,7 +1,5 @@
-/*
- * client_test.cpp - the client library on a server that is only a reply: conversions, row counts, parameters, and the
- * interfaces file that a login is given.
- */
+// The client library on a server that is only a reply: conversions, row counts, parameters, and the
+// interfaces file that a login is given.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -63,7 +61,7 @@ class Client : public testing::Test {
     ASSERT_EQ(ct_connect(connection, "bank", QLT_NULLTERM), CS_SUCCEED);
     ASSERT_EQ(ct_cmd_alloc(connection, &command), CS_SUCCEED);
   }
-  /* Sends a language command that gets these results, and makes the first of them current. */
+  // Sends a language command that gets these results, and makes the first of them current.
   void query(std::vector<zdb::Result> results) const {
     next_reply.results = std::move(results);
     ASSERT_EQ(ct_cancel(connection, nullptr, CS_CANCEL_ALL), CS_SUCCEED);
@@ -105,7 +103,7 @@ TEST_F(Client, values_become_what_is_bound) {
     int line;
     Value value;
     int32_t datatype;
-    std::string bytes; /* where the fetch fails: zero, or what there was room for */
+    std::string bytes;  // where the fetch fails: zero, or what there was room for
     int32_t code = CS_SUCCEED;
     int32_t maxlen = 8;
   } cases[] = {

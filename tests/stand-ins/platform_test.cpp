@@ -1,9 +1,7 @@
-/*
- * platform_test.cpp - the client library and the embedded server, through their public interfaces.
- *
- * A Client is one logged-in connection with one command. Every test has a server of its own, "bank", with a user "sa"
- * that may use DTM and a user "guest" that may not; afterwards no handle may be left.
- */
+// The client library and the embedded server, through their public interfaces.
+//
+// A Client is one logged-in connection with one command. Every test has a server of its own, "bank", with a user "sa"
+// that may use DTM and a user "guest" that may not; afterwards no handle may be left.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -24,7 +22,7 @@ namespace {
 constexpr const char *server = "bank";
 
 struct Received {
-  std::vector<int32_t> types; /* as ct_results told them */
+  std::vector<int32_t> types;  // as ct_results told them
   std::vector<int32_t> statuses;
 };
 
@@ -167,7 +165,7 @@ class Platform : public testing::Test {
 using Codes = std::vector<int32_t>;
 
 TEST_F(Platform, branches_follow_the_rules) {
-  /* Steps "session operation answer"; session x breaks off or forces an outcome instead. */
+  // Steps "session operation answer"; session x breaks off or forces an outcome instead.
   const struct {
     const char *name;
     const char *steps;

@@ -1,9 +1,7 @@
-/*
- * reader_test.cpp - what the configuration reader makes of a file's text, and its failures.
- *
- * Each file is written out, read back through the intl_* calls and shown as one line of text: "[section]" (with "!"
- * behind it for a read error), then "name(value|value)" for each entry.
- */
+// What the configuration reader makes of a file's text, and its failures.
+//
+// Each file is written out, read back through the intl_* calls and shown as one line of text: "[section]" (with "!"
+// behind it for a read error), then "name(value|value)" for each entry.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -38,7 +36,7 @@ std::string shown_values(INTL_READER &reader) {
   while (char *value = intl_nextvalue(&reader, &status)) {
     shown += shown.empty() ? "" : "|";
     shown += value;
-    /* The library cuts values up in place. */
+    // The library cuts values up in place.
     value[0] = '\0';
   }
   return shown + mark(status);

@@ -1,6 +1,4 @@
-/*
- * routines_test.cpp - memory counting and faults, and the comparisons.
- */
+// Memory counting and faults, and the comparisons.
 #include <gtest/gtest.h>
 
 #include "common_control.h"
@@ -26,9 +24,13 @@ TEST(Memory, counts_and_fails_as_told) {
   common_fail_allocation(0, 0);
 }
 
-static int sign(int32_t order) {
+namespace {
+
+int sign(int32_t order) {
   return (order > 0) - (order < 0);
 }
+
+}  // namespace
 
 TEST(Text, comparisons) {
   struct Row {

@@ -1,4 +1,4 @@
-/* bed.cpp - makes folders and servers through the programs that an operator uses, and looks at the data by SQL. */
+// Makes folders and servers through the programs that an operator uses, and looks at the data by SQL.
 #include "bed.h"
 
 #include <unistd.h>
@@ -13,18 +13,22 @@
 
 #include "database.h"
 
-static constexpr int64_t first_balance = 1000000;
+namespace {
 
-static void set_environment(const std::string &folder) {
+constexpr int64_t first_balance = 1000000;
+
+void set_environment(const std::string &folder) {
   setenv("TARVEX", folder.c_str(), 1);
   setenv("XACONFIGFILE", (folder + "/xa_config").c_str(), 1);
   setenv("XALOGFILE", (folder + "/xa.log").c_str(), 1);
 }
 
-static void write_file(const std::string &path, const std::string &text) {
+void write_file(const std::string &path, const std::string &text) {
   std::ofstream file(path);
   file << text;
 }
+
+}  // namespace
 
 Bed::Bed(const std::string &folder, const std::string &programs, int32_t accounts_a_bank)
     : own_folder_(folder), folder_(own_folder_.path()), programs_(programs) {
@@ -48,7 +52,7 @@ Bed::Bed(const std::string &folder, const std::string &programs, int32_t account
   load_accounts(accounts);
 }
 
-/* The password is needed by one command only; the others do not read it. */
+// The password is needed by one command only; the others do not read it.
 void Bed::administer(int32_t bank, const std::string &words) const {
   const std::string command = "echo " + std::string(teller_password) + " | '" + programs_ + "/zdbd' --admin '" +
                               at(server_of(bank)) + "' " + words;
@@ -136,11 +140,15 @@ void Bed::wait_for_orphans() const {
   }
 }
 
-static std::vector<std::string> shared_transfers(int32_t bank) {
+namespace {
+
+std::vector<std::string> shared_transfers(int32_t bank) {
   std::vector<std::string> names = noted_transfers(bank);
   std::erase_if(names, [](const std::string &name) { return name.front() == local_mark; });
   return names;
 }
+
+}  // namespace
 
 void Bed::check_money() const {
   int64_t sum = 0;

@@ -1,6 +1,4 @@
-/*
- * main.cpp - the stress program: the crash sweep and the crowd, and the worker processes that both are made of.
- */
+// The stress program: the crash sweep and the crowd, and the worker processes that both are made of.
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -12,7 +10,9 @@
 #include "sweep.h"
 #include "worker.h"
 
-static constexpr const char *usage = R"(usage: stress sweep FOLDER [STRIDE]
+namespace {
+
+constexpr const char *usage = R"(usage: stress sweep FOLDER [STRIDE]
        stress crowd FOLDER [PROCESSES [SECONDS]]
        stress rate FOLDER [SECONDS]
 
@@ -24,17 +24,17 @@ transfers a second with one and four clients next to plain SQLite. FOLDER is mad
 when it is empty or holds nothing but what an earlier run left, which is then removed.
 )";
 
-static constexpr int exit_fine = 0;
-static constexpr int exit_wrong = 1;
-static constexpr int exit_usage = 2;
-static constexpr int32_t sweep_accounts = 2;
-static constexpr int32_t crowd_accounts = 20;
+constexpr int exit_fine = 0;
+constexpr int exit_wrong = 1;
+constexpr int exit_usage = 2;
+constexpr int32_t sweep_accounts = 2;
+constexpr int32_t crowd_accounts = 20;
 
-static std::string own_folder() {
+std::string own_folder() {
   return std::filesystem::read_symlink("/proc/self/exe").parent_path();
 }
 
-static int run_sweep(const std::vector<std::string> &words) {
+int run_sweep(const std::vector<std::string> &words) {
   const uint64_t stride = words.size() > 2 ? std::stoull(words[2]) : 1;
   Bed bed(words[1], own_folder(), sweep_accounts);
   const int32_t kills = sweep(bed, stride == 0 ? 1 : stride);
@@ -42,7 +42,7 @@ static int run_sweep(const std::vector<std::string> &words) {
   return exit_fine;
 }
 
-static int run_crowd(const std::vector<std::string> &words) {
+int run_crowd(const std::vector<std::string> &words) {
   const int32_t processes = words.size() > 2 ? std::stoi(words[2]) : 8;
   const std::chrono::seconds duration(words.size() > 3 ? std::stoi(words[3]) : 20);
   Bed bed(words[1], own_folder(), crowd_accounts);
@@ -52,14 +52,14 @@ static int run_crowd(const std::vector<std::string> &words) {
   return exit_fine;
 }
 
-static int run_rate(const std::vector<std::string> &words) {
+int run_rate(const std::vector<std::string> &words) {
   const std::chrono::seconds duration(words.size() > 2 ? std::stoi(words[2]) : 10);
   Bed bed(words[1], own_folder(), crowd_accounts);
   measure_rate(bed, duration, crowd_accounts);
   return exit_fine;
 }
 
-static int run(const std::vector<std::string> &words) {
+int run(const std::vector<std::string> &words) {
   const std::string command = words.empty() ? "" : words[0];
   if (command == "work" && words.size() == 3) {
     return do_transaction(words[1], words[2]);
@@ -86,6 +86,8 @@ static int run(const std::vector<std::string> &words) {
   std::cerr << usage;
   return exit_usage;
 }
+
+}  // namespace
 
 int main(int argc, char **argv) {
   try {

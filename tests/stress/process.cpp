@@ -1,4 +1,4 @@
-/* process.cpp - fork and exec; everything the child needs is made ready before the fork. */
+// Fork and exec; everything the child needs is made ready before the fork.
 #include "process.h"
 
 #include <fcntl.h>
@@ -10,7 +10,9 @@
 #include <cstring>
 #include <stdexcept>
 
-static std::vector<std::string> environment_with(const Process::Environment &added) {
+namespace {
+
+std::vector<std::string> environment_with(const Process::Environment &added) {
   std::vector<std::string> all;
   for (char **entry = environ; *entry != nullptr; ++entry) {
     all.emplace_back(*entry);
@@ -23,7 +25,7 @@ static std::vector<std::string> environment_with(const Process::Environment &add
   return all;
 }
 
-static std::vector<char *> pointers_to(std::vector<std::string> &texts) {
+std::vector<char *> pointers_to(std::vector<std::string> &texts) {
   std::vector<char *> pointers;
   pointers.reserve(texts.size() + 1);
   for (std::string &text : texts) {
@@ -32,6 +34,8 @@ static std::vector<char *> pointers_to(std::vector<std::string> &texts) {
   pointers.push_back(nullptr);
   return pointers;
 }
+
+}  // namespace
 
 Process::Process(const std::vector<std::string> &arguments, const Environment &added, const std::string &output) {
   std::vector<std::string> words = arguments;
@@ -60,12 +64,16 @@ Process::~Process() {
   }
 }
 
-static ExitStatus status_of(int status) {
+namespace {
+
+ExitStatus status_of(int status) {
   if (WIFSIGNALED(status)) {
     return {true, WTERMSIG(status)};
   }
   return {false, WEXITSTATUS(status)};
 }
+
+}  // namespace
 
 std::optional<ExitStatus> Process::ended() {
   int status = 0;

@@ -1,7 +1,5 @@
-/*
- * rate.cpp - the same two updates of a transfer, once as a transaction of plain SQLite with one sync, and once as a
- * global transaction over two servers with durable prepare and commit.
- */
+// The same two updates of a transfer, once as a transaction of plain SQLite with one sync, and once as a
+// global transaction over two servers with durable prepare and commit.
 #include "rate.h"
 
 #include <sqlite3.h>
@@ -30,7 +28,7 @@ void execute(sqlite3 *database, const std::string &sql) {
   }
 }
 
-/* Transactions a second: a row updated, a row inserted, the write-ahead log synced at each commit. */
+// Transactions a second: a row updated, a row inserted, the write-ahead log synced at each commit.
 double plain_rate(const std::string &file, std::chrono::seconds duration) {
   sqlite3 *handle = nullptr;
   sqlite3_open(file.c_str(), &handle);
@@ -53,15 +51,15 @@ double plain_rate(const std::string &file, std::chrono::seconds duration) {
 }
 
 struct Rate {
-  double transfers = 0; /* a second */
-  double syncs = 0;     /* of both servers, a transfer */
+  double transfers = 0;  // a second
+  double syncs = 0;      // of both servers, a transfer
 };
 
 int64_t count_transfers() {
   return static_cast<int64_t>(noted_transfers(1).size());
 }
 
-/* Restarts the servers, so that their syncs are those of the measurement. */
+// Restarts the servers, so that their syncs are those of the measurement.
 void restart(Bed &bed) {
   for (int32_t bank = 1; bank <= bank_count; ++bank) {
     bed.stop_server(bank);

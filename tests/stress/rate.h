@@ -1,12 +1,9 @@
-/* rate.h - how many durable transfers a second the banks do, next to what plain SQLite does on the same disk. */
-#ifndef STRESS_RATE_H
-#define STRESS_RATE_H
+// How many durable transfers a second the banks do, next to what plain SQLite does on the same disk.
+#pragma once
 
 #include <chrono>
 
 #include "bed.h"
 
-/* Measures and prints; each measurement takes that long. */
+// Measures and prints; each measurement takes that long.
 void measure_rate(Bed &bed, std::chrono::seconds duration, int32_t accounts_a_bank);
-
-#endif /* STRESS_RATE_H */

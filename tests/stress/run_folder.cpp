@@ -1,4 +1,4 @@
-/* run_folder.cpp - looks at everything first, and removes only then; each removal is of one file or empty folder. */
+// Looks at everything first, and removes only then; each removal is of one file or empty folder.
 #include "run_folder.h"
 
 #include <fcntl.h>
@@ -15,21 +15,25 @@
 
 namespace fs = std::filesystem;
 
-static constexpr const char *mark_name = "made-by-stress";
+namespace {
 
-/* What a run leaves, by its path within the folder: files, sockets, and the servers' folders. */
-static constexpr const char *own_files =
+constexpr const char *mark_name = "made-by-stress";
+
+// What a run leaves, by its path within the folder: files, sockets, and the servers' folders.
+constexpr const char *own_files =
     "interfaces|xa_config|xa\\.log|(admin|workers)\\.log|bank[12]\\.(log|sock)|decisions([wr][0-9]+)?|"
     "plain\\.db(-wal|-shm|-journal)?|bank[12]/(lock|making|control|(catalog|data)\\.db(-wal|-shm|-journal)?)";
-static constexpr const char *own_folders = "bank[12]";
+constexpr const char *own_folders = "bank[12]";
 
-static bool is_own(const fs::path &name, fs::file_type type) {
+bool is_own(const fs::path &name, fs::file_type type) {
   static const std::regex files(own_files);
   static const std::regex folders(own_folders);
   const bool is_file = type == fs::file_type::regular || type == fs::file_type::socket;
   return (is_file && std::regex_match(name.string(), files)) ||
          (type == fs::file_type::directory && std::regex_match(name.string(), folders));
 }
+
+}  // namespace
 
 [[noreturn]] static void refuse(const std::string &path, const std::string &why) {
   throw std::runtime_error(path + ' ' + why);
@@ -39,8 +43,10 @@ static bool is_own(const fs::path &name, fs::file_type type) {
   refuse(path, std::string("cannot be used: ") + std::strerror(errno));
 }
 
-/* A link would lead to a folder that somebody chose for something else. */
-static void make_folder(const std::string &path) {
+namespace {
+
+// A link would lead to a folder that somebody chose for something else.
+void make_folder(const std::string &path) {
   fs::create_directories(fs::path(path).parent_path());
   if (mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
     refuse_for_error(path);
@@ -50,8 +56,8 @@ static void make_folder(const std::string &path) {
   }
 }
 
-/* The processes of the run inherit it: the folder is in use as long as one of them lives. */
-static int open_mark(const std::string &path) {
+// The processes of the run inherit it: the folder is in use as long as one of them lives.
+int open_mark(const std::string &path) {
   const std::string mark = path + '/' + mark_name;
   const int more_flags = fs::is_empty(path) ? O_CREAT : 0;
   const int file = open(mark.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | more_flags, S_IRUSR | S_IWUSR);
@@ -64,8 +70,8 @@ static int open_mark(const std::string &path) {
   return file;
 }
 
-/* Folders come before what is in them. */
-static std::vector<fs::path> what_an_earlier_run_left(const std::string &path) {
+// Folders come before what is in them.
+std::vector<fs::path> what_an_earlier_run_left(const std::string &path) {
   std::vector<fs::path> left;
   for (const fs::directory_entry &entry : fs::recursive_directory_iterator(path)) {
     const fs::path name = entry.path().lexically_relative(path);
@@ -80,7 +86,7 @@ static std::vector<fs::path> what_an_earlier_run_left(const std::string &path) {
   return left;
 }
 
-static void lock_and_empty(const std::string &path, int mark) {
+void lock_and_empty(const std::string &path, int mark) {
   if (flock(mark, LOCK_EX | LOCK_NB) != 0) {
     refuse(path, "is in use by another run, or by processes that a killed run left");
   }
@@ -90,12 +96,14 @@ static void lock_and_empty(const std::string &path, int mark) {
   }
 }
 
-static std::string without_last_slashes(std::string path) {
+std::string without_last_slashes(std::string path) {
   while (path.size() > 1 && path.back() == '/') {
     path.pop_back();
   }
   return path;
 }
+
+}  // namespace
 
 RunFolder::RunFolder(const std::string &path) : path_(without_last_slashes(fs::absolute(path))) {
   make_folder(path_);

@@ -1,22 +1,17 @@
-/*
- * run_folder.h - the folder of a stress run, emptied of an earlier run's files and of nothing else.
- *
- * A file in it marks the folder as one of this tool's. It is made while the folder is empty and stays, so a run that is
- * killed at any point leaves a folder that is empty or marked. What else an earlier run left is known by name; when
- * there is anything beside it, nothing is removed at all.
- */
-#ifndef STRESS_RUN_FOLDER_H
-#define STRESS_RUN_FOLDER_H
+// The folder of a stress run, emptied of an earlier run's files and of nothing else.
+//
+// A file in it marks the folder as one of this tool's. It is made while the folder is empty and stays, so a run that is
+// killed at any point leaves a folder that is empty or marked. What else an earlier run left is known by name; when
+// there is anything beside it, nothing is removed at all.
+#pragma once
 
 #include <string>
 
 class RunFolder {
  public:
-  /*
-   * Makes the folder, or takes one that is empty or was left by an earlier run, and keeps other runs from it until the
-   * end of the object and of the processes that were started. Throws std::runtime_error, with nothing removed, when it
-   * is anything else or another run is in it.
-   */
+  // Makes the folder, or takes one that is empty or was left by an earlier run, and keeps other runs from it until the
+  // end of the object and of the processes that were started. Throws std::runtime_error, with nothing removed, when it
+  // is anything else or another run is in it.
   explicit RunFolder(const std::string &path);
   ~RunFolder();
   RunFolder(const RunFolder &) = delete;
@@ -26,7 +21,5 @@ class RunFolder {
 
  private:
   const std::string path_;
-  int mark_ = -1; /* open and locked */
+  int mark_ = -1;  // open and locked
 };
-
-#endif /* STRESS_RUN_FOLDER_H */

@@ -1,4 +1,4 @@
-/* run_folder_test.cpp - which folders a stress run takes, and that all others stay as they were. */
+// Which folders a stress run takes, and that all others stay as they were.
 #include "run_folder.h"
 
 #include <gtest/gtest.h>
@@ -13,11 +13,11 @@ std::string what_is_there(const std::string &folder) {
   return run_command("cd " + folder + " && find . -printf '%P %y %l\\n' -type f -exec cat {} + | LC_ALL=C sort").output;
 }
 
-/* Every row is a place made by shell commands, and the folder in it that the run is to be given. */
+// Every row is a place made by shell commands, and the folder in it that the run is to be given.
 TEST(RunFolder, is_emptied_of_an_earlier_run_and_of_nothing_else) {
   const struct {
     const char *made, *folder;
-    const char *refusal; /* null: taken */
+    const char *refusal;  // null: taken
   } rows[] = {
       {"true", "f", nullptr},
       {"true", "deep/er/f///", nullptr},

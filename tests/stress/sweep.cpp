@@ -1,7 +1,5 @@
-/*
- * sweep.cpp - one round of the sweep: a victim that dies at a step, a transaction, the restart of what died, a
- * recovery, the checks. A victim that outlives its transaction ends the rounds of that kind.
- */
+// One round of the sweep: a victim that dies at a step, a transaction, the restart of what died, a
+// recovery, the checks. A victim that outlives its transaction ends the rounds of that kind.
 #include "sweep.h"
 
 #include <iostream>
@@ -16,8 +14,8 @@ enum class Victim { first_server, second_server, application };
 
 struct Kind {
   const char *name;
-  bool needs_doubt; /* a transaction is left in doubt first, and its recovery is what the victim dies in */
-  int undisturbed;  /* how the application ends when nothing dies */
+  bool needs_doubt;  // a transaction is left in doubt first, and its recovery is what the victim dies in
+  int undisturbed;   // how the application ends when nothing dies
 };
 
 constexpr Kind kinds[] = {{"two-phase", false, worker_committed},
@@ -31,7 +29,7 @@ class Round {
   Round(Bed &bed, Kind kind, Victim victim, uint64_t step, std::string global)
       : bed_(bed), kind_(kind), victim_(victim), step_(step), global_(std::move(global)) {}
 
-  /* True when the victim died. */
+  // True when the victim died.
   bool run();
 
  private:
@@ -47,7 +45,7 @@ class Round {
   std::string global_;
 };
 
-/* The application's last step before it tells the banks of its decision: both are prepared then. */
+// The application's last step before it tells the banks of its decision: both are prepared then.
 void Round::leave_in_doubt() const {
   constexpr uint64_t steps_to_decision = 2 * 8 + 2;  // open, start, end and prepare at two banks; the decision
   bed_.worker({"work", "two-phase", global_}, steps_to_decision).wait();
@@ -71,7 +69,7 @@ void Round::recover() const {
   }
 }
 
-/* What was decided, or reported as committed, is noted; what was reported as rolled back is not. */
+// What was decided, or reported as committed, is noted; what was reported as rolled back is not.
 void Round::check(const ExitStatus &status) const {
   bed_.check_nothing_in_doubt();
   bed_.check_money();

@@ -1,4 +1,4 @@
-/* worker.cpp - transactions through the TUX switch, as one process of an application makes them. */
+// Transactions through the TUX switch, as one process of an application makes them.
 #include "worker.h"
 
 #include <unistd.h>
@@ -16,9 +16,11 @@
 #include "transfers.h"
 #include "xadtm.h"
 
-static std::atomic<bool> stopping{false};
+namespace {
 
-static std::vector<ResourceManager> managers(int32_t count) {
+std::atomic<bool> stopping{false};
+
+std::vector<ResourceManager> managers(int32_t count) {
   std::vector<ResourceManager> all;
   for (int32_t bank = 1; bank <= count; ++bank) {
     all.push_back(
@@ -27,7 +29,7 @@ static std::vector<ResourceManager> managers(int32_t count) {
   return all;
 }
 
-static std::string decisions_of(const std::string &name) {
+std::string decisions_of(const std::string &name) {
   const char *folder = std::getenv("TARVEX");
   if (folder == nullptr) {
     throw std::runtime_error("workers are started by stress itself, which sets $TARVEX");
@@ -35,11 +37,11 @@ static std::string decisions_of(const std::string &name) {
   return std::string(folder) + "/decisions" + name;
 }
 
-static void print_call(const std::string &call, int32_t code) {
+void print_call(const std::string &call, int32_t code) {
   std::cout << getpid() << " xa_" << call << " => " << xa_code_name(code) << std::endl;
 }
 
-static int exit_code_of(Outcome outcome) {
+int exit_code_of(Outcome outcome) {
   switch (outcome) {
     case Outcome::committed:
       return worker_committed;
@@ -51,6 +53,8 @@ static int exit_code_of(Outcome outcome) {
   }
   return worker_unknown;
 }
+
+}  // namespace
 
 int do_transaction(const std::string &kind, const std::string &global) {
   hear_messages();

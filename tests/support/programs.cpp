@@ -1,4 +1,4 @@
-/* programs.cpp - programs run through a shell, which joins their two output streams. */
+// Programs run through a shell, which joins their two output streams.
 #include "programs.h"
 
 #include <sys/wait.h>

@@ -1,4 +1,4 @@
-/* scratch.cpp - the folder is made at its first use, and removed by the process that made it. */
+// The folder is made at its first use, and removed by the process that made it.
 #include "scratch.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 
 namespace {
 
-/* Nobody else's: only what is made here is removed. */
+// Nobody else's: only what is made here is removed.
 struct ScratchFolder {
   ScratchFolder() {
     if (mkdtemp(path.data()) == nullptr) {

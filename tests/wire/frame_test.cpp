@@ -1,10 +1,8 @@
-/*
- * frame_test.cpp - the contents of frames: what is sent arrives unchanged, and nothing malformed is taken for an
- * object.
- *
- * That objects arrive unchanged is shown by their bytes: objects that differ in any member have different frames, and
- * the object that a frame decodes to has the same frame again.
- */
+// The contents of frames: what is sent arrives unchanged, and nothing malformed is taken for an
+// object.
+//
+// That objects arrive unchanged is shown by their bytes: objects that differ in any member have different frames, and
+// the object that a frame decodes to has the same frame again.
 #include "wire/frame.h"
 
 #include <gtest/gtest.h>
@@ -37,7 +35,7 @@ std::vector<Message> refusals() {
   return {{}, {-1, 0, ""}, {0, std::numeric_limits<int32_t>::min(), ""}, {0, 0, "no"}};
 }
 
-/* Every kind, name and value. */
+// Every kind, name and value.
 std::vector<Request> requests() {
   std::vector<Request> made = {{RequestKind::language, "select", {}}, {RequestKind::language, "", {{"@a", {}}}}};
   for (int kind = 0; kind <= static_cast<int>(RequestKind::administer); ++kind) {
@@ -49,7 +47,7 @@ std::vector<Request> requests() {
   return made;
 }
 
-/* Every member of a reply and its parts, every kind and type, every value in rows of different lengths. */
+// Every member of a reply and its parts, every kind and type, every value in rows of different lengths.
 std::vector<Reply> replies() {
   std::vector<Reply> made(4);
   made[1].broken_off = true;
@@ -81,14 +79,14 @@ const Codec<Message> refusal_codec = {encode_refusal, decode_refusal, FrameKind:
 const Codec<Request> request_codec = {encode_request, decode_request, FrameKind::request};
 const Codec<Reply> reply_codec = {encode_reply, decode_reply, FrameKind::reply};
 
-/* The payload in memory of exactly its size, so that an AddressSanitizer sees a read beyond it. */
+// The payload in memory of exactly its size, so that an AddressSanitizer sees a read beyond it.
 template <typename Object>
 Object decode(const Codec<Object> &codec, std::string_view payload) {
   const std::vector<char> exact(payload.begin(), payload.end());
   return codec.decode({exact.data(), exact.size()});
 }
 
-/* No byte may stand for another one, and a list of 4 billion elements is none that is due. */
+// No byte may stand for another one, and a list of 4 billion elements is none that is due.
 template <typename Object>
 void check_overwritten(const Codec<Object> &codec, const std::string &payload) {
   for (std::size_t at = 0; at < payload.size(); ++at) {
@@ -104,7 +102,7 @@ void check_overwritten(const Codec<Object> &codec, const std::string &payload) {
   }
 }
 
-/* Every beginning of a payload, and the payload with a byte more, is refused. */
+// Every beginning of a payload, and the payload with a byte more, is refused.
 template <typename Object>
 void check_all(const Codec<Object> &codec, const std::vector<Object> &objects) {
   std::set<std::string> frames;
@@ -125,14 +123,14 @@ void check_all(const Codec<Object> &codec, const std::vector<Object> &objects) {
   }
 }
 
-TEST(Frame, ContentsArriveWholeOrNotAtAll) {
+TEST(Frame, contents_arrive_whole_or_not_at_all) {
   check_all(login_codec, logins());
   check_all(refusal_codec, refusals());
   check_all(request_codec, requests());
   check_all(reply_codec, replies());
 }
 
-TEST(Frame, NumbersAreLittleEndian) {
+TEST(Frame, numbers_are_little_endian) {
   EXPECT_EQ(encode_request({RequestKind::procedure, "ab", {}}), std::string("\x0b\0\0\0\4\1\2\0\0\0ab\0\0\0\0", 16));
 }
 
@@ -142,7 +140,7 @@ Reply reply_of(const Result &result) {
   return reply;
 }
 
-TEST(Frame, LimitsHold) {
+TEST(Frame, limits_hold) {
   EXPECT_NO_THROW(encode_login({std::string(login_limit - 13, 'u'), "", "", false}));
   EXPECT_THROW(encode_login({std::string(login_limit - 12, 'u'), "", "", false}), FrameError);
   EXPECT_NO_THROW(encode_request({RequestKind::language, std::string(request_limit - 9, ' '), {}}));
@@ -152,7 +150,7 @@ TEST(Frame, LimitsHold) {
   EXPECT_EQ(decode_refusal(refusal.substr(frame_header_size)).number, 1);
 }
 
-TEST(Frame, TooLargeAReplyBecomesAMessage) {
+TEST(Frame, too_large_a_reply_becomes_a_message) {
   const std::size_t rest = encode_reply(reply_of({ResultKind::rows, {}, {{std::string()}}})).size() - frame_header_size;
   Reply reply = reply_of({ResultKind::rows, {}, {{std::string(reply_limit - rest, 'r')}}});
   EXPECT_EQ(encode_reply(reply).size(), frame_header_size + reply_limit);

@@ -1,10 +1,8 @@
-/*
- * listener_test.cpp - remote sessions against a listener with a small service, and what raw bytes do to it.
- *
- * The service's requests are words: "echo" gives the parameters back, "wait" blocks until it is released,
- * "throw" throws, "break" breaks the session off. Nothing sleeps; whatever is
- * waited for has ample time, which only a failing test uses up.
- */
+// Remote sessions against a listener with a small service, and what raw bytes do to it.
+//
+// The service's requests are words: "echo" gives the parameters back, "wait" blocks until it is released,
+// "throw" throws, "break" breaks the session off. Nothing sleeps; whatever is
+// waited for has ample time, which only a failing test uses up.
 #include "wire/listener.h"
 
 #include <gtest/gtest.h>
@@ -32,7 +30,7 @@ namespace {
 using namespace zdb;
 using std::chrono::milliseconds;
 
-/* Something that threads change and the test waits for. */
+// Something that threads change and the test waits for.
 class Watched {
  public:
   template <typename Change>
@@ -106,7 +104,7 @@ std::unique_ptr<Session> FakeService::log_in(const Login &login, Message &refusa
   return std::make_unique<FakeSession>(*this);
 }
 
-/* A folder of the test's own. */
+// A folder of the test's own.
 class Folder {
  public:
   Folder() { std::filesystem::create_directory(path_); }
@@ -127,7 +125,7 @@ class World {
   std::unique_ptr<Session> connect(const char *user = "sa", const char *password = "pw") {
     return connect_session(path, {user, password, "test", false}, refusal);
   }
-  /* A connection on which the bytes have been sent. */
+  // A connection on which the bytes have been sent.
   Descriptor raw(const std::string &bytes) const {
     int error = 0;
     Descriptor made = connect_socket(path, true, error);
@@ -164,7 +162,7 @@ bool has(const std::string &text, const std::string &part) {
   return text.find(part) != std::string::npos;
 }
 
-TEST(Wire, SessionsComeAndGo) {
+TEST(Wire, sessions_come_and_go) {
   World world;
   const uint64_t passed = crash_points_passed();
   auto first = world.connect();
@@ -178,11 +176,11 @@ TEST(Wire, SessionsComeAndGo) {
   EXPECT_TRUE(echoes(*second, Value()));
   second.reset();
   EXPECT_TRUE(world.service.await_sessions(0));
-  /* A point before and after each reply, and none at logins. */
+  // A point before and after each reply, and none at logins.
   EXPECT_EQ(crash_points_passed() - passed, 8U);
 }
 
-TEST(Wire, RefusedLogins) {
+TEST(Wire, refused_logins) {
   World world;
   EXPECT_EQ(world.connect("eve", "guess"), nullptr);
   EXPECT_EQ(world.refusal.number, 77);
@@ -196,7 +194,7 @@ TEST(Wire, RefusedLogins) {
   EXPECT_NE(world.connect(), nullptr);
 }
 
-TEST(Wire, WhateverEndsASessionEndsNoOther) {
+TEST(Wire, whatever_ends_a_session_ends_no_other) {
   World world;
   auto other = world.connect();
   const std::pair<const char *, const char *> rows[] = {
@@ -217,7 +215,7 @@ TEST(Wire, WhateverEndsASessionEndsNoOther) {
   EXPECT_TRUE(echoes(*session, "still"));
 }
 
-TEST(Wire, BrokenFramesEndTheirSession) {
+TEST(Wire, broken_frames_end_their_session) {
   const std::string login = encode_login({"sa", "pw", "", false});
   const std::string request = encode_request({});
   const std::pair<std::string, const char *> rows[] = {
@@ -245,7 +243,7 @@ TEST(Wire, BrokenFramesEndTheirSession) {
   }
 }
 
-TEST(Wire, FramesMayComeInAnyPieces) {
+TEST(Wire, frames_may_come_in_any_pieces) {
   World world;
   const Descriptor raw = world.raw("");
   for (const char byte : encode_login({"sa", "pw", "", false}) + encode_request({RequestKind::language, "wait", {}})) {
@@ -255,7 +253,7 @@ TEST(Wire, FramesMayComeInAnyPieces) {
   world.service.change([&] { world.service.released = true; });
 }
 
-TEST(Wire, StallsEndTheirSession) {
+TEST(Wire, stalls_end_their_session) {
   World world(milliseconds(30));
   const Descriptor silent = world.raw("");
   EXPECT_TRUE(world.await_log("Session 1 ended: stalled"));
@@ -266,7 +264,7 @@ TEST(Wire, StallsEndTheirSession) {
   EXPECT_TRUE(world.await_log("Session 3 ended: stalled: nothing was read"));
 }
 
-TEST(Wire, StoppingBreaksWaitingClientsOff) {
+TEST(Wire, stopping_breaks_waiting_clients_off) {
   World world;
   auto waiting = world.connect();
   auto idle = world.connect();
@@ -274,7 +272,7 @@ TEST(Wire, StoppingBreaksWaitingClientsOff) {
   EXPECT_TRUE(world.service.await([&] { return world.service.waiting == 1; }));
   EXPECT_TRUE(waiting->alive());
   auto stopped = std::async(std::launch::async, [&] { world.listener.stop(); });
-  /* The client does not wait for the server to get ready. */
+  // The client does not wait for the server to get ready.
   EXPECT_TRUE(reply.get());
   EXPECT_FALSE(waiting->alive());
   world.service.change([&] { world.service.released = true; });
@@ -286,7 +284,7 @@ TEST(Wire, StoppingBreaksWaitingClientsOff) {
   world.listener.stop();
 }
 
-TEST(Wire, SessionsAreBounded) {
+TEST(Wire, sessions_are_bounded) {
   World world;
   std::vector<std::unique_ptr<Session>> sessions;
   for (std::size_t i = 0; i < session_max; ++i) {
@@ -301,7 +299,7 @@ TEST(Wire, SessionsAreBounded) {
   EXPECT_TRUE(world.connect()) << world.refusal.text;
 }
 
-/* A socket file whose server is gone. */
+// A socket file whose server is gone.
 void leave_stale(const std::string &path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -320,7 +318,7 @@ std::string why_not_listening(const std::string &path) {
   return "listens";
 }
 
-TEST(Wire, PathsThatCannotBeUsed) {
+TEST(Wire, paths_that_cannot_be_used) {
   const Folder folder;
   World world;
   leave_stale(folder.file("stale"));
@@ -349,7 +347,7 @@ TEST(Wire, PathsThatCannotBeUsed) {
   EXPECT_NE(world.connect(), nullptr);
 }
 
-TEST(Wire, AStaleFileHasOneTaker) {
+TEST(Wire, a_stale_file_has_one_taker) {
   for (int round = 0; round < 100 && !testing::Test::HasFailure(); ++round) {
     const Folder folder;
     const std::string path = folder.file("socket");
@@ -376,7 +374,7 @@ TEST(Wire, AStaleFileHasOneTaker) {
   }
 }
 
-TEST(Wire, AnotherServersFileIsLeftAlone) {
+TEST(Wire, another_servers_file_is_left_alone) {
   World world;
   std::filesystem::remove(world.path);
   FakeService service;
@@ -385,7 +383,7 @@ TEST(Wire, AnotherServersFileIsLeftAlone) {
   EXPECT_NE(world.connect(), nullptr);
 }
 
-TEST(Wire, Permissions) {
+TEST(Wire, permissions) {
   const Folder folder;
   const std::string path = folder.file("socket");
   FakeService service;

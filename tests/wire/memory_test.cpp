@@ -1,7 +1,5 @@
-/*
- * memory_test.cpp - requests for which memory runs out, at each allocation in turn: the answer says what was done, or
- * the session ends without one.
- */
+// Requests for which memory runs out, at each allocation in turn: the answer says what was done, or
+// the session ends without one.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -19,7 +17,7 @@
 
 namespace {
 
-thread_local int allocations_left = -1; /* on this thread, until one fails; less than 0: all succeed */
+thread_local int allocations_left = -1;  // on this thread, until one fails; less than 0: all succeed
 std::atomic<std::size_t> size_that_fails{SIZE_MAX};
 
 bool fails(std::size_t size) {
@@ -31,7 +29,7 @@ bool fails(std::size_t size) {
 
 }  // namespace
 
-/* Not inlined: GCC takes a call of free for one that does not belong to new. */
+// Not inlined: GCC takes a call of free for one that does not belong to new.
 [[gnu::noinline]] void *operator new(std::size_t size) {
   void *memory = fails(size) ? nullptr : std::malloc(size);
   if (memory == nullptr) {
@@ -57,7 +55,7 @@ class Memory : public testing::Test {
   static std::string play(const Client &client, const std::string &step) {
     return step.find(' ') != std::string::npos ? client.sql(step) : std::to_string(client.dtm(step, "b"));
   }
-  /* With the n-th allocation from now on failing; "none" when no answer came. */
+  // With the n-th allocation from now on failing; "none" when no answer came.
   static std::string starve(const Client &client, const std::string &step, int n, bool &enough) {
     std::string answer = "none";
     allocations_left = n;
@@ -71,7 +69,7 @@ class Memory : public testing::Test {
     return client.alive() ? answer : "none";
   }
   bool has_row() const { return other.sql("select count(*) from t") == "1#1"; }
-  /* Whoever comes later completes the branch. */
+  // Whoever comes later completes the branch.
   void clean_up() const {
     for (const char *operation : {"commit", "rollback", "rollback"}) {
       if (server->branch_state("b") != DTM_STATE_UNKNOWN) {
@@ -100,14 +98,14 @@ class Real final : public Service {
 
 }  // namespace
 
-TEST_F(Memory, ThatRunsOutMakesNoWrongAnswer) {
+TEST_F(Memory, that_runs_out_makes_no_wrong_answer) {
   const std::string insert = "insert into t values (1) returning id";
   const std::string refused = std::to_string(Client::no_status);
   const struct {
     std::vector<std::string> before;
     std::string step;
-    int32_t state; /* of the branch when the step is done */
-    bool row;      /* to be seen outside the branch then */
+    int32_t state;  // of the branch when the step is done
+    bool row;       // to be seen outside the branch then
   } cases[] = {
       {{}, insert, DTM_STATE_UNKNOWN, true},
       {{"begin"}, insert, DTM_STATE_ATTACHED, false},
@@ -145,7 +143,7 @@ TEST_F(Memory, ThatRunsOutMakesNoWrongAnswer) {
   }
 }
 
-TEST_F(Memory, MissingForARequestIsItsAnswer) {
+TEST_F(Memory, missing_for_a_request_is_its_answer) {
   Real service(server);
   const std::string path = place.path() / "socket";
   const Listener listener(path, 0600, service, [](const std::string &) {});

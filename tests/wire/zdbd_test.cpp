@@ -1,7 +1,5 @@
-/*
- * zdbd_test.cpp - the server as a process: its log that nobody reads, its end while requests are at work, and clients
- * that keep it from others. Waiting has ample time, which only a failing test uses up.
- */
+// The server as a process: its log that nobody reads, its end while requests are at work, and clients
+// that keep it from others. Waiting has ample time, which only a failing test uses up.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -40,7 +38,7 @@ bool await(const std::function<bool()> &holds, milliseconds limit = seconds(30))
   return true;
 }
 
-/* A pipe whose reading end has the number 0 and whose writing end has 1. */
+// A pipe whose reading end has the number 0 and whose writing end has 1.
 struct Pipe {
   Pipe() {
     int ends[2];
@@ -76,7 +74,7 @@ class Zdbd : public testing::Test {
     EXPECT_EQ(outcome.status, 0) << arguments << ": " << outcome.output;
   }
 
-  /* Serves with this standard error; -1: none at all. */
+  // Serves with this standard error; -1: none at all.
   void start(int errors) {
     ASSERT_LT(process_, 0) << "another one has not ended";
     process_ = fork();
@@ -98,7 +96,7 @@ class Zdbd : public testing::Test {
     int error = 0;
     return Channel(connect_socket(path(), true, error));
   }
-  /* A client that is logged in and has sent the command, but does not wait for the reply. */
+  // A client that is logged in and has sent the command, but does not wait for the reply.
   Channel asking(const std::string &sql, const char *user = "sa") const {
     Channel channel = raw();
     channel.send(encode_login({user, "pw", "", false}));
@@ -111,7 +109,7 @@ class Zdbd : public testing::Test {
     return !reply.broken_off && reply.messages.empty();
   }
   static int32_t number_of(const Reply &reply) { return reply.messages.empty() ? 0 : reply.messages.front().number; }
-  /* The exit status after the signal; -1 when it does not end soon, which takes longer where everything does. */
+  // The exit status after the signal; -1 when it does not end soon, which takes longer where everything does.
   int stop() {
     kill(process_, SIGTERM);
     int ended = 0;
@@ -137,7 +135,7 @@ class Zdbd : public testing::Test {
 
 }  // namespace
 
-TEST_F(Zdbd, ServesThoughNobodyReadsItsLog) {
+TEST_F(Zdbd, serves_though_nobody_reads_its_log) {
   Pipe unread;
   Pipe left;
   left.out = Descriptor();
@@ -155,7 +153,7 @@ TEST_F(Zdbd, ServesThoughNobodyReadsItsLog) {
   }
 }
 
-TEST_F(Zdbd, EndsSoonWhateverRuns) {
+TEST_F(Zdbd, ends_soon_whatever_runs) {
   std::string many;
   while (many.size() < request_limit - 100) {
     many += "select 1;";
@@ -178,7 +176,7 @@ TEST_F(Zdbd, EndsSoonWhateverRuns) {
   }
 }
 
-TEST_F(Zdbd, EndsAStatementWithItsSession) {
+TEST_F(Zdbd, ends_a_statement_with_its_session) {
   start(log_.in.number());
   const auto writer = connect();
   ASSERT_NE(writer, nullptr);
@@ -209,7 +207,7 @@ TEST_F(Zdbd, EndsAStatementWithItsSession) {
   EXPECT_EQ(stop(), 0);
 }
 
-TEST_F(Zdbd, AnswersWhileOthersAskTooMuch) {
+TEST_F(Zdbd, answers_while_others_ask_too_much) {
   start(log_.in.number());
   const auto client = connect();
   ASSERT_NE(client, nullptr);
@@ -240,7 +238,7 @@ TEST_F(Zdbd, AnswersWhileOthersAskTooMuch) {
   EXPECT_EQ(stop(), 0);
 }
 
-TEST_F(Zdbd, KeepsItsDoorOpen) {
+TEST_F(Zdbd, keeps_its_door_open) {
   start(log_.in.number());
   std::vector<Channel> silent;
   for (int i = 0; i < 300; ++i) {

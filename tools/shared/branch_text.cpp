@@ -1,4 +1,4 @@
-/* branch_text.cpp - six bits a character, the last ones filled up with zero bits and not padded. */
+// Six bits a character, the last ones filled up with zero bits and not padded.
 #include "branch_text.h"
 
 #include <cstdint>
@@ -6,9 +6,11 @@
 #include "hex_text.h"
 #include "xid_bytes.h"
 
-static constexpr std::string_view alphabet = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ@#";
+namespace {
 
-static std::string branch_text_of(std::string_view bytes) {
+constexpr std::string_view alphabet = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ@#";
+
+std::string branch_text_of(std::string_view bytes) {
   std::string text;
   uint32_t pending = 0;
   int bits = 0;
@@ -23,6 +25,8 @@ static std::string branch_text_of(std::string_view bytes) {
   }
   return text;
 }
+
+}  // namespace
 
 std::optional<std::string> bytes_of_branch_text(std::string_view text) {
   std::string bytes;

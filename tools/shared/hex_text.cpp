@@ -1,11 +1,13 @@
-/* hex_text.cpp - conversions that take a text as a whole or not at all. */
+// Conversions that take a text as a whole or not at all.
 #include "hex_text.h"
 
 #include <array>
 #include <charconv>
 
+namespace {
+
 template <typename Number>
-static std::optional<Number> whole_number(std::string_view text, int base) {
+std::optional<Number> whole_number(std::string_view text, int base) {
   Number number = 0;
   const char *end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, number, base);
@@ -14,6 +16,8 @@ static std::optional<Number> whole_number(std::string_view text, int base) {
   }
   return number;
 }
+
+}  // namespace
 
 std::string hex_of(std::string_view bytes) {
   static constexpr char digits[] = "0123456789abcdef";

@@ -1,4 +1,4 @@
-/* shown_text.cpp - UTF-8 is read strictly: shortest forms, no surrogates, nothing beyond U+10FFFF. */
+// UTF-8 is read strictly: shortest forms, no surrogates, nothing beyond U+10FFFF.
 #include "shown_text.h"
 
 #include <algorithm>
@@ -6,9 +6,11 @@
 
 #include "hex_text.h"
 
-static constexpr size_t escape_size = sizeof "\\xHH" - 1;
+namespace {
 
-static size_t length_by(unsigned char first) {
+constexpr size_t escape_size = sizeof "\\xHH" - 1;
+
+size_t length_by(unsigned char first) {
   if (first < 0x80) {
     return 1;
   }
@@ -18,10 +20,12 @@ static size_t length_by(unsigned char first) {
   return first < 0xE0 ? 2 : first < 0xF0 ? 3 : first < 0xF8 ? 4 : 0;
 }
 
-static bool is_shown(uint32_t code, size_t length) {
+bool is_shown(uint32_t code, size_t length) {
   static constexpr uint32_t smallest[] = {0, 0x20, 0xA0, 0x800, 0x10000};
   return code >= smallest[length] && code != 0x7F && (code < 0xD800 || code > 0xDFFF) && code <= 0x10FFFF;
 }
+
+}  // namespace
 
 size_t shown_length(std::string_view text) {
   const size_t length = text.empty() ? 0 : length_by(static_cast<unsigned char>(text[0]));
@@ -39,16 +43,18 @@ size_t shown_length(std::string_view text) {
   return is_shown(code, length) ? length : 0;
 }
 
-static std::string escape_of(char c) {
+namespace {
+
+std::string escape_of(char c) {
   return "\\x" + hex_of({&c, 1});
 }
 
-static bool is_escape(std::string_view text) {
+bool is_escape(std::string_view text) {
   return text.size() >= escape_size && text.starts_with("\\x") && bytes_of_hex(text.substr(2, 2)).has_value();
 }
 
 template <typename Escapes>
-static std::string escaped(std::string_view text, Escapes escapes) {
+std::string escaped(std::string_view text, Escapes escapes) {
   std::string out;
   while (!text.empty()) {
     const size_t length = shown_length(text);
@@ -58,6 +64,8 @@ static std::string escaped(std::string_view text, Escapes escapes) {
   }
   return out;
 }
+
+}  // namespace
 
 std::string visible(std::string_view text) {
   return escaped(

@@ -1,4 +1,4 @@
-/* standard_files.cpp - the places of closed files are taken with O_PATH, which allows no reading and no writing. */
+// The places of closed files are taken with O_PATH, which allows no reading and no writing.
 #include "standard_files.h"
 
 #include <fcntl.h>
@@ -10,7 +10,7 @@
 void occupy_standard_files() {
   for (const int file : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(file, F_GETFD) < 0) {
-      static_cast<void>(open("/", O_PATH)); /* takes the lowest free number, which this one is */
+      static_cast<void>(open("/", O_PATH));  // takes the lowest free number, which this one is
     }
   }
 }

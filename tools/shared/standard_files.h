@@ -1,17 +1,12 @@
-/* standard_files.h - standard input, output and error of a tool that was started without one of them. */
-#ifndef XID_TEXT_STANDARD_FILES_H
-#define XID_TEXT_STANDARD_FILES_H
+// Standard input, output and error of a tool that was started without one of them.
+#pragma once
 
 #include <optional>
 #include <string>
 
-/*
- * Call it first: fills each that is closed with a place that can be neither read nor written, so that no log, socket or
- * temporary file gets its number and with it what was meant for the user.
- */
+// Call it first: fills each that is closed with a place that can be neither read nor written, so that no log, socket or
+// temporary file gets its number and with it what was meant for the user.
 void occupy_standard_files();
 
-/* All that can be read from the file of this number; nothing when reading fails. */
+// All that can be read from the file of this number; nothing when reading fails.
 std::optional<std::string> text_of_file(int file);
-
-#endif /* XID_TEXT_STANDARD_FILES_H */

@@ -1,12 +1,16 @@
-/* xid_bytes.cpp - an XID's data are the bytes of its gtrid, and directly behind them those of its bqual. */
+// An XID's data are the bytes of its gtrid, and directly behind them those of its bqual.
 #include "xid_bytes.h"
 
 #include <algorithm>
 #include <cstddef>
 
-static size_t length_within(int32_t length, size_t most) {
+namespace {
+
+size_t length_within(int32_t length, size_t most) {
   return std::min(static_cast<size_t>(std::max(length, 0)), most);
 }
+
+}  // namespace
 
 XID xid_of(int32_t format, std::string_view gtrid, std::string_view bqual) {
   XID xid{};

@@ -1,21 +1,21 @@
-/*
- * libraries.cpp - loads the common routines, the client library and then libxadtm, and looks their names up.
- *
- * libxadtm names no library but libc: its calls are bound to whatever the process has loaded for all by then, so the
- * order matters and the first two are opened with RTLD_GLOBAL.
- */
+// Loads the common routines, the client library and then libxadtm, and looks their names up.
+//
+// libxadtm names no library but libc: its calls are bound to whatever the process has loaded for all by then, so the
+// order matters and the first two are opened with RTLD_GLOBAL.
 #include "libraries.h"
 
 #include <dlfcn.h>
 
 #include <stdexcept>
 
-static std::runtime_error load_error() {
+namespace {
+
+std::runtime_error load_error() {
   const char *reason = dlerror();
   return std::runtime_error(reason == nullptr ? "unknown error of the loader" : reason);
 }
 
-static void *load(const std::filesystem::path &path, int visibility) {
+void *load(const std::filesystem::path &path, int visibility) {
   void *library = dlopen(path.c_str(), RTLD_NOW | visibility);
   if (library == nullptr) {
     throw load_error();
@@ -24,14 +24,14 @@ static void *load(const std::filesystem::path &path, int visibility) {
 }
 
 template <typename Pointer>
-static void bind(void *library, const char *name, Pointer &pointer) {
+void bind(void *library, const char *name, Pointer &pointer) {
   pointer = reinterpret_cast<Pointer>(dlsym(library, name));
   if (pointer == nullptr) {
     throw load_error();
   }
 }
 
-static void bind_common(void *common, Libraries &libraries) {
+void bind_common(void *common, Libraries &libraries) {
   bind(common, "intl_open", libraries.reader_open);
   bind(common, "intl_nextsection", libraries.reader_section);
   bind(common, "intl_nextentry", libraries.reader_entry);
@@ -39,7 +39,7 @@ static void bind_common(void *common, Libraries &libraries) {
   bind(common, "intl_close", libraries.reader_close);
 }
 
-static void bind_client(void *quillet, ClientCalls &client) {
+void bind_client(void *quillet, ClientCalls &client) {
   bind(quillet, "cs_ctx_global", client.ctx_global);
   bind(quillet, "cs_config", client.config);
   bind(quillet, "cs_objects", client.objects);
@@ -55,7 +55,7 @@ static void bind_client(void *quillet, ClientCalls &client) {
   bind(quillet, "ct_fetch", client.fetch);
 }
 
-static void bind_server(void *quillet, Libraries &libraries) {
+void bind_server(void *quillet, Libraries &libraries) {
   bind(quillet, "zdb_create_server", libraries.create_server);
   bind(quillet, "zdb_add_user", libraries.add_user);
   bind(quillet, "zdb_set_dtm", libraries.set_dtm);
@@ -64,12 +64,14 @@ static void bind_server(void *quillet, Libraries &libraries) {
   bind(quillet, "zdb_break_sessions", libraries.break_sessions);
 }
 
-static const char *switch_name(const std::string &flavour) {
+const char *switch_name(const std::string &flavour) {
   if (flavour == "mts") {
     return "tarvex_MTS_xa_switch";
   }
   return flavour == "tux" ? "tarvex_TUX_xa_switch" : "tarvex_TXS_xa_switch";
 }
+
+}  // namespace
 
 Libraries load_libraries(const std::filesystem::path &folder, const std::string &flavour) {
   Libraries libraries;

@@ -1,8 +1,5 @@
-/*
- * libraries.h - the libraries that a script needs, loaded as an application server would load them.
- */
-#ifndef XADRIVE_LIBRARIES_H
-#define XADRIVE_LIBRARIES_H
+// The libraries that a script needs, loaded as an application server would load them.
+#pragma once
 
 #include <filesystem>
 #include <string>
@@ -12,7 +9,7 @@
 #include "quillet.h"
 #include "xadtm.h"
 
-/* What application code calls in the client library. */
+// What application code calls in the client library.
 struct ClientCalls {
   decltype(&::cs_ctx_global) ctx_global = nullptr;
   decltype(&::cs_config) config = nullptr;
@@ -29,10 +26,10 @@ struct ClientCalls {
   decltype(&::ct_fetch) fetch = nullptr;
 };
 
-/* What is called in the libraries; they stay loaded for the life of the process. */
+// What is called in the libraries; they stay loaded for the life of the process.
 struct Libraries {
-  const struct xa_switch_t *xa = nullptr; /* null when no flavour was asked for */
-  std::string flavour;                    /* whose switch it is; empty without one */
+  const struct xa_switch_t *xa = nullptr;  // null when no flavour was asked for
+  std::string flavour;                     // whose switch it is; empty without one
   decltype(&::TrvXA_GetStatementNr) statement_number = nullptr;
   ClientCalls client;
 
@@ -50,10 +47,6 @@ struct Libraries {
   decltype(&::intl_close) reader_close = nullptr;
 };
 
-/*
- * Loads all of them, with the switch of the flavour (none when empty), from the folder, or from where the loader finds
- * them when the folder is empty. Throws std::runtime_error naming what failed.
- */
+// Loads all of them, with the switch of the flavour (none when empty), from the folder, or from where the loader finds
+// them when the folder is empty. Throws std::runtime_error naming what failed.
 Libraries load_libraries(const std::filesystem::path &folder, const std::string &flavour);
-
-#endif /* XADRIVE_LIBRARIES_H */

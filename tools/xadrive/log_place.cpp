@@ -1,6 +1,4 @@
-/*
- * log_place.cpp - finds out where the library writes its trace log, by the order in which the library itself looks.
- */
+// Finds out where the library writes its trace log, by the order in which the library itself looks.
 #include "log_place.h"
 
 #include <strings.h>
@@ -9,13 +7,15 @@
 #include <cstdlib>
 #include <vector>
 
-static std::string environment(const char *name) {
+namespace {
+
+std::string environment(const char *name) {
   const char *value = std::getenv(name);
   return value == nullptr ? "" : value;
 }
 
-/* The first value of [all] logfile in an open configuration file; empty when there is none. */
-static std::string configured_log(const Libraries &libraries, INTL_READER &reader) {
+// The first value of [all] logfile in an open configuration file; empty when there is none.
+std::string configured_log(const Libraries &libraries, INTL_READER &reader) {
   int32_t status = 0;
   const char *section = libraries.reader_section(&reader, &status);
   while (section != nullptr && status == 0 && strcasecmp(section, "all") != 0) {
@@ -33,8 +33,8 @@ static std::string configured_log(const Libraries &libraries, INTL_READER &reade
   return "";
 }
 
-/* Where the configuration file may be, in the library's order. */
-static std::vector<std::string> config_files() {
+// Where the configuration file may be, in the library's order.
+std::vector<std::string> config_files() {
   if (std::getenv("XACONFIGFILE") != nullptr) {
     return {environment("XACONFIGFILE")};
   }
@@ -46,19 +46,19 @@ static std::vector<std::string> config_files() {
   return {release + "/config/xa_config", release + "/xa_config", home + "/config/xa_config", home + "/xa_config"};
 }
 
-static std::string log_of_config_file(const Libraries &libraries) {
+std::string log_of_config_file(const Libraries &libraries) {
   for (const std::string &path : config_files()) {
     INTL_READER reader{};
     if (libraries.reader_open(path.c_str(), &reader) == 1) {
       std::string log = configured_log(libraries, reader);
-      (void)libraries.reader_close(&reader); /* nothing was written */
+      (void)libraries.reader_close(&reader);  // nothing was written
       return log;
     }
   }
   return "";
 }
 
-static std::string log_of_open_string(const std::string &open_string) {
+std::string log_of_open_string(const std::string &open_string) {
   size_t option = open_string.find("-L");
   option = std::min(option, open_string.find("-l"));
   if (option == std::string::npos) {
@@ -68,10 +68,12 @@ static std::string log_of_open_string(const std::string &open_string) {
   return path.substr(0, path.find_first_of(" \t\n\v\f\r"));
 }
 
-static std::string default_log() {
+std::string default_log() {
   const std::string tarvex = environment("TARVEX");
   return tarvex.empty() ? "stderr" : tarvex + "/trv_xa_log";
 }
+
+}  // namespace
 
 std::string log_place(const Libraries &libraries, const std::string &open_string) {
   std::string place = log_of_config_file(libraries);

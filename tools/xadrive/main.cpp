@@ -1,6 +1,4 @@
-/*
- * main.cpp - the command line of xadrive: options, reading the script, exit status.
- */
+// The command line of xadrive: options, reading the script, exit status.
 #include <fcntl.h>
 #include <getopt.h>
 #include <unistd.h>
@@ -19,11 +17,11 @@
 #include "shown_text.h"
 #include "standard_files.h"
 
-static constexpr int exit_fine = 0;
-static constexpr int exit_differs = 1;
-static constexpr int exit_unusable = 2;
-
 namespace {
+
+constexpr int exit_fine = 0;
+constexpr int exit_differs = 1;
+constexpr int exit_unusable = 2;
 
 struct Options {
   std::string script;
@@ -32,9 +30,7 @@ struct Options {
   bool check_only = false;
 };
 
-}  // namespace
-
-static constexpr const char *help_head = R"(usage: xadrive [--flavour mts|tux|txs] [--lib-dir DIR] [--check] SCRIPT|-
+constexpr const char *help_head = R"(usage: xadrive [--flavour mts|tux|txs] [--lib-dir DIR] [--check] SCRIPT|-
 
 Plays an XA script: loads libtrvcommon.so, libquillet.so and libxadtm.so, takes the switch record of a
 transaction-manager flavour and makes the calls that the script's lines ask for, one after the other.
@@ -52,7 +48,7 @@ cannot be loaded, or output that could not be written (the script is played to i
 Lines of a script (words in capitals stand for values, brackets for what may be left out):
 )";
 
-static constexpr const char *help_tail = R"(
+constexpr const char *help_tail = R"(
 A line may end in "=> RESULT": an XA code for an XA call (=> XA_OK), a number of XIDs and perhaps their
 names for recover (=> 2 X1 X2), a number for statement and break, a branch state for state (=> prepared),
 done (which is what these expect by themselves) or refused for server, user, dtm and force, and for sql ok
@@ -85,13 +81,13 @@ Example:
   close 1 => XA_OK
 )";
 
-static int usage_error(const std::string &message) {
+int usage_error(const std::string &message) {
   std::cerr << "xadrive: " << visible(message) << "; --help explains the usage\n";
   return exit_unusable;
 }
 
-/* Fills options in; an exit status when there is nothing more to do. */
-static std::optional<int> read_options(int argc, char **argv, Options &options) {
+// Fills options in; an exit status when there is nothing more to do.
+std::optional<int> read_options(int argc, char **argv, Options &options) {
   static constexpr option long_options[] = {
       {"flavour", required_argument, nullptr, 'f'},
       {"lib-dir", required_argument, nullptr, 'l'},
@@ -99,7 +95,7 @@ static std::optional<int> read_options(int argc, char **argv, Options &options) 
       {"help", no_argument, nullptr, 'h'},
       {nullptr, 0, nullptr, 0},
   };
-  opterr = 0; /* getopt's own messages show words as they are */
+  opterr = 0;  // getopt's own messages show words as they are
   int letter = 0;
   while ((letter = getopt_long(argc, argv, "f:l:ch", long_options, nullptr)) != -1) {
     switch (letter) {
@@ -129,7 +125,7 @@ static std::optional<int> read_options(int argc, char **argv, Options &options) 
   return std::nullopt;
 }
 
-static std::optional<std::string> text_of_script(const std::string &path) {
+std::optional<std::string> text_of_script(const std::string &path) {
   if (path == "-") {
     return text_of_file(STDIN_FILENO);
   }
@@ -139,7 +135,7 @@ static std::optional<std::string> text_of_script(const std::string &path) {
   return text;
 }
 
-static bool makes_calls(const Script &script) {
+bool makes_calls(const Script &script) {
   for (const Command &command : script.commands) {
     if (command.verb <= Verb::sql) {
       return true;
@@ -148,8 +144,8 @@ static bool makes_calls(const Script &script) {
   return false;
 }
 
-/* The open string of the first open, which decides where the log goes; none without any open. */
-static std::optional<std::string> first_open_string(const Script &script) {
+// The open string of the first open, which decides where the log goes; none without any open.
+std::optional<std::string> first_open_string(const Script &script) {
   for (const Command &command : script.commands) {
     if (command.verb == Verb::open) {
       return command.info.value_or("");
@@ -158,7 +154,7 @@ static std::optional<std::string> first_open_string(const Script &script) {
   return std::nullopt;
 }
 
-static int play_script(const Options &options, const Script &script) {
+int play_script(const Options &options, const Script &script) {
   const std::string flavour = options.flavour.empty() ? script.flavour : options.flavour;
   if (flavour.empty() && makes_calls(script)) {
     std::cerr << "xadrive: " << visible(script.file)
@@ -173,7 +169,7 @@ static int play_script(const Options &options, const Script &script) {
   return as_expected ? exit_fine : exit_differs;
 }
 
-static int run(int argc, char **argv) {
+int run(int argc, char **argv) {
   Options options;
   if (const std::optional<int> status = read_options(argc, argv, options)) {
     return *status;
@@ -194,8 +190,8 @@ static int run(int argc, char **argv) {
   return options.check_only ? exit_fine : play_script(options, script);
 }
 
-/* The script has been played to its end, so that no branch is left half done; but nobody has seen all of it. */
-static int with_output(int status) {
+// The script has been played to its end, so that no branch is left half done; but nobody has seen all of it.
+int with_output(int status) {
   if (std::cout.flush() || status != exit_fine) {
     return status;
   }
@@ -203,9 +199,11 @@ static int with_output(int status) {
   return exit_unusable;
 }
 
+}  // namespace
+
 int main(int argc, char **argv) {
   occupy_standard_files();
-  std::signal(SIGPIPE, SIG_IGN); /* a script goes on when nobody reads its output any more */
+  std::signal(SIGPIPE, SIG_IGN);  // a script goes on when nobody reads its output any more
   try {
     return with_output(run(argc, argv));
   } catch (const std::exception &error) {

@@ -1,6 +1,4 @@
-/*
- * open_string.cpp - reads the options of an open string: a "-", a letter in either case, a value up to white space.
- */
+// Reads the options of an open string: a "-", a letter in either case, a value up to white space.
 #include "open_string.h"
 
 #include <cctype>

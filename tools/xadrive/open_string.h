@@ -1,13 +1,8 @@
-/*
- * open_string.h - reads the options of an open string as the library does.
- */
-#ifndef XADRIVE_OPEN_STRING_H
-#define XADRIVE_OPEN_STRING_H
+// Reads the options of an open string as the library does.
+#pragma once
 
 #include <string>
 #include <string_view>
 
-/* The value of the option with that capital letter, of the last one if there are several; empty without any. */
+// The value of the option with that capital letter, of the last one if there are several; empty without any.
 std::string option_of(std::string_view open_string, char letter);
-
-#endif /* XADRIVE_OPEN_STRING_H */

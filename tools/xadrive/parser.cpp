@@ -1,8 +1,6 @@
-/*
- * parser.cpp - reads a script's text line by line, along a table of the verbs and their arguments.
- *
- * Sections: the verb table; single arguments; expectations; lines; the whole script.
- */
+// Reads a script's text line by line, along a table of the verbs and their arguments.
+//
+// Sections: the verb table; single arguments; expectations; lines; the whole script.
 #include "parser.h"
 
 #include <algorithm>
@@ -18,7 +16,7 @@
 
 namespace {
 
-/* One letter an argument: see take_argument. */
+// One letter an argument: see take_argument.
 struct VerbForm {
   std::string_view word;
   Verb verb;
@@ -27,11 +25,9 @@ struct VerbForm {
   std::string_view form;
 };
 
-}  // namespace
-
 // clang-format off
-static constexpr VerbForm verb_forms[] = {
-  /* word        verb              result                    args    form */
+constexpr VerbForm verb_forms[] = {
+  // word        verb              result                    args    form
   {"open",      Verb::open,       ResultKind::xa_code,      "rsf",  "open RMID \"OPEN STRING\"|null [FLAGS]"},
   {"close",     Verb::close,      ResultKind::xa_code,      "rSf",  "close RMID [\"CLOSE STRING\"] [FLAGS]"},
   {"start",     Verb::start,      ResultKind::xa_code,      "rxf",  "start RMID XID [FLAGS]"},
@@ -59,14 +55,14 @@ static constexpr VerbForm verb_forms[] = {
 };
 // clang-format on
 
-static constexpr int32_t most_xids = 100000;
-static constexpr double longest_sleep = 3600;
+constexpr int32_t most_xids = 100000;
+constexpr double longest_sleep = 3600;
 
-static bool is_library_call(Verb verb) {
+bool is_library_call(Verb verb) {
   return verb <= Verb::statement;
 }
 
-static const VerbForm &form_of(const Token &token) {
+const VerbForm &form_of(const Token &token) {
   for (const VerbForm &form : verb_forms) {
     if (token.is(form.word)) {
       return form;
@@ -75,11 +71,13 @@ static const VerbForm &form_of(const Token &token) {
   throw ScriptError(quoted(token.text) + " is no verb; --help lists them");
 }
 
-/* Single arguments. */
+}  // namespace
+
+// Single arguments.
 
 namespace {
 
-/* The words of a line that have not been read yet. */
+// The words of a line that have not been read yet.
 class Rest {
  public:
   explicit Rest(std::span<const Token> tokens) : tokens_(tokens) {}
@@ -99,9 +97,7 @@ class Rest {
   std::span<const Token> tokens_;
 };
 
-}  // namespace
-
-static int32_t integer_argument(const Token &token, const char *what) {
+int32_t integer_argument(const Token &token, const char *what) {
   const std::optional<int32_t> number = token.quoted ? std::nullopt : integer_of(token.text);
   if (!number) {
     throw ScriptError(std::string(what) + " must be a number of 32 bits, not " + quoted(token.text));
@@ -109,7 +105,7 @@ static int32_t integer_argument(const Token &token, const char *what) {
   return *number;
 }
 
-static int32_t flags_argument(const Token &token) {
+int32_t flags_argument(const Token &token) {
   const std::optional<int32_t> flags = token.quoted ? std::nullopt : flags_of(token.text);
   if (!flags) {
     throw ScriptError(quoted(token.text) + " is no flag word; join TM... names with '|', or write 0x and hex digits");
@@ -117,7 +113,7 @@ static int32_t flags_argument(const Token &token) {
   return *flags;
 }
 
-static std::string bytes_argument(const std::string &digits) {
+std::string bytes_argument(const std::string &digits) {
   const std::optional<std::string> bytes = bytes_of_hex(digits);
   if (!bytes) {
     throw ScriptError(quoted(digits) + " is no row of hexadecimal digit pairs; put plain text in quotes");
@@ -125,14 +121,14 @@ static std::string bytes_argument(const std::string &digits) {
   return *bytes;
 }
 
-static int32_t choice_argument(const Token &token, const char *yes, const char *no) {
+int32_t choice_argument(const Token &token, const char *yes, const char *no) {
   if (!token.is(yes) && !token.is(no)) {
     throw ScriptError("write " + std::string(yes) + " or " + no + " instead of " + quoted(token.text));
   }
   return token.is(yes) ? 1 : 0;
 }
 
-static double seconds_argument(const Token &token) {
+double seconds_argument(const Token &token) {
   double seconds = 0;
   const char *end = token.text.data() + token.text.size();
   const auto [stop, error] = std::from_chars(token.text.data(), end, seconds);
@@ -142,7 +138,7 @@ static double seconds_argument(const Token &token) {
   return seconds;
 }
 
-static int32_t scan_places_argument(const Token &token) {
+int32_t scan_places_argument(const Token &token) {
   const int32_t places = integer_argument(token, "COUNT");
   if (places > most_xids) {
     throw ScriptError("COUNT may be at most " + std::to_string(most_xids));
@@ -150,7 +146,7 @@ static int32_t scan_places_argument(const Token &token) {
   return places;
 }
 
-static std::optional<std::string> info_argument(const Token &token) {
+std::optional<std::string> info_argument(const Token &token) {
   if (token.is("null")) {
     return std::nullopt;
   }
@@ -160,44 +156,44 @@ static std::optional<std::string> info_argument(const Token &token) {
   return token.text;
 }
 
-static std::string sql_argument(const Token &token) {
+std::string sql_argument(const Token &token) {
   if (!token.quoted) {
     throw ScriptError("put the SQL " + token.text + " in double quotes");
   }
   return token.text;
 }
 
-static std::optional<XID> xid_argument(const Token &token, XidBook &xids) {
+std::optional<XID> xid_argument(const Token &token, XidBook &xids) {
   if (token.is("null")) {
     return std::nullopt;
   }
   return xids.get(token.text);
 }
 
-/* Adds one word to the command as it is shown. */
-static void show(Command &command, const std::string &word) {
+// Adds one word to the command as it is shown.
+void show(Command &command, const std::string &word) {
   command.shown += ' ';
   command.shown += word;
 }
 
-static std::string spelt(const Token &token) {
+std::string spelt(const Token &token) {
   return token.quoted ? quoted(token.text) : token.text;
 }
 
-/* Only the bytes of an XID may be anything; other texts end at a null byte when they are passed on. */
-static void check_text(char letter, const Token &token) {
+// Only the bytes of an XID may be anything; other texts end at a null byte when they are passed on.
+void check_text(char letter, const Token &token) {
   if (letter != 'b' && token.text.find('\0') != std::string::npos) {
     throw ScriptError(quoted(token.text) + " holds a null byte; take it out");
   }
 }
 
-static void take_optional(char letter, Rest &rest, Command &command) {
+void take_optional(char letter, Rest &rest, Command &command) {
   switch (letter) {
-    case 'f': /* flags, none by default */
+    case 'f':  // flags, none by default
       command.flags = rest.empty() ? TMNOFLAGS : flags_argument(rest.take("FLAGS"));
       show(command, flags_text(command.flags));
       return;
-    case 'S': /* a close string, empty by default */
+    case 'S':  // a close string, empty by default
       command.info = "";
       if (!rest.empty() && (rest.peek().quoted || rest.peek().is("null"))) {
         const Token &token = rest.take("the string");
@@ -206,17 +202,17 @@ static void take_optional(char letter, Rest &rest, Command &command) {
         show(command, spelt(token));
       }
       return;
-    case 'R': /* the mark of a login without the DTM role */
+    case 'R':  // the mark of a login without the DTM role
       command.number = rest.empty() ? 1 : choice_argument(rest.take("nodtm"), "dtm", "nodtm");
       command.shown += command.number == 0 ? " nodtm" : "";
       return;
-    case 'W': /* one more name */
+    case 'W':  // one more name
       if (!rest.empty()) {
         command.words.push_back(rest.take("the name").text);
         show(command, command.words.back());
       }
       return;
-    default: /* '*': all that is left */
+    default:  // '*': all that is left
       while (!rest.empty()) {
         const Token &token = rest.take("the text");
         command.words.push_back(token.text);
@@ -225,7 +221,7 @@ static void take_optional(char letter, Rest &rest, Command &command) {
   }
 }
 
-static void take_required(char letter, const Token &token, Command &command, XidBook &xids) {
+void take_required(char letter, const Token &token, Command &command, XidBook &xids) {
   check_text(letter, token);
   switch (letter) {
     case 'r':
@@ -262,13 +258,13 @@ static void take_required(char letter, const Token &token, Command &command, Xid
     case 'b':
       command.words.push_back(token.quoted ? token.text : bytes_argument(token.text));
       break;
-    default: /* 'w' */
+    default:  // 'w'
       command.words.push_back(token.text);
   }
   show(command, spelt(token));
 }
 
-static void take_argument(char letter, Rest &rest, Command &command, XidBook &xids) {
+void take_argument(char letter, Rest &rest, Command &command, XidBook &xids) {
   static constexpr std::string_view optional_letters = "fSRW*";
   if (optional_letters.find(letter) != std::string_view::npos) {
     take_optional(letter, rest, command);
@@ -277,9 +273,13 @@ static void take_argument(char letter, Rest &rest, Command &command, XidBook &xi
   }
 }
 
-/* Expectations. */
+}  // namespace
 
-static std::optional<int32_t> expected_code(ResultKind kind, const std::string &text) {
+// Expectations.
+
+namespace {
+
+std::optional<int32_t> expected_code(ResultKind kind, const std::string &text) {
   switch (kind) {
     case ResultKind::answer:
       return number_of(Vocabulary::answers, text);
@@ -294,7 +294,7 @@ static std::optional<int32_t> expected_code(ResultKind kind, const std::string &
   return code ? code : integer_of(text);
 }
 
-static const char *results_of(ResultKind kind) {
+const char *results_of(ResultKind kind) {
   switch (kind) {
     case ResultKind::answer:
       return "done or refused";
@@ -310,8 +310,8 @@ static const char *results_of(ResultKind kind) {
   }
 }
 
-/* The names of the XIDs that a scan is to return: all or none. */
-static void take_xids(Rest &rest, Expectation &expected, XidBook &xids) {
+// The names of the XIDs that a scan is to return: all or none.
+void take_xids(Rest &rest, Expectation &expected, XidBook &xids) {
   const std::string count = expected.text;
   while (!rest.empty()) {
     const std::string &name = rest.take("an XID").text;
@@ -327,7 +327,7 @@ static void take_xids(Rest &rest, Expectation &expected, XidBook &xids) {
   std::sort(expected.xids.begin(), expected.xids.end());
 }
 
-static void take_rows(Rest &rest, Expectation &expected) {
+void take_rows(Rest &rest, Expectation &expected) {
   while (!rest.empty()) {
     const Token &token = rest.take("a row");
     if (!token.quoted) {
@@ -339,8 +339,8 @@ static void take_rows(Rest &rest, Expectation &expected) {
   }
 }
 
-/* The expectation behind "=>". */
-static Expectation take_expectation(ResultKind kind, Rest &rest, XidBook &xids) {
+// The expectation behind "=>".
+Expectation take_expectation(ResultKind kind, Rest &rest, XidBook &xids) {
   const Token &result = rest.take("the result after =>");
   const std::optional<int32_t> code = expected_code(kind, result.text);
   if (!code) {
@@ -355,7 +355,7 @@ static Expectation take_expectation(ResultKind kind, Rest &rest, XidBook &xids) 
   return expected;
 }
 
-static void take_result(Rest &rest, Command &command, XidBook &xids) {
+void take_result(Rest &rest, Command &command, XidBook &xids) {
   if (command.kind == ResultKind::answer) {
     command.expected = Expectation{1, {}, {}, "done"};
   }
@@ -372,7 +372,9 @@ static void take_result(Rest &rest, Command &command, XidBook &xids) {
   }
 }
 
-/* Lines. */
+}  // namespace
+
+// Lines.
 
 namespace {
 
@@ -390,7 +392,7 @@ class ScriptParser {
   void settle_sql(Command &command) const;
 
   Script &script_;
-  std::map<int32_t, std::string> open_strings_; /* by rmid, the last that names an LRM */
+  std::map<int32_t, std::string> open_strings_;  // by rmid, the last that names an LRM
   std::set<std::string> threads_;
   bool opened_ = false;
   bool called_ = false;
@@ -398,7 +400,7 @@ class ScriptParser {
 
 }  // namespace
 
-/* Takes "@NAME" or "@NAME&" when the line begins with it. */
+// Takes "@NAME" or "@NAME&" when the line begins with it.
 void ScriptParser::take_thread(Rest &rest, Command &command) {
   command.thread = main_thread;
   if (rest.peek().quoted || !rest.peek().text.starts_with('@')) {
@@ -440,7 +442,7 @@ void ScriptParser::settle_open(const Command &command) {
   }
 }
 
-/* The name under which the library publishes the resource manager's connection is known from its open string only. */
+// The name under which the library publishes the resource manager's connection is known from its open string only.
 void ScriptParser::settle_sql(Command &command) const {
   const auto opened = open_strings_.find(command.rmid);
   if (opened == open_strings_.end()) {
@@ -451,7 +453,7 @@ void ScriptParser::settle_sql(Command &command) const {
   command.lookup_key = option_of(opened->second, 'K');
 }
 
-/* The rules that look beyond one line; then the command is the script's. */
+// The rules that look beyond one line; then the command is the script's.
 void ScriptParser::settle(Command command) {
   const bool of_main = command.thread == main_thread;
   switch (command.verb) {
@@ -522,7 +524,7 @@ void ScriptParser::parse_line(int number, std::string_view line) {
   settle(std::move(command));
 }
 
-/* The whole script. */
+// The whole script.
 
 Script parse_script(const std::string &file, std::string_view text, std::vector<std::string> &errors) {
   Script script;

@@ -1,8 +1,5 @@
-/*
- * parser.h - reads a script's text; nothing runs before the whole of it has been read.
- */
-#ifndef XADRIVE_PARSER_H
-#define XADRIVE_PARSER_H
+// Reads a script's text; nothing runs before the whole of it has been read.
+#pragma once
 
 #include <string>
 #include <string_view>
@@ -10,12 +7,10 @@
 
 #include "script.h"
 
-/* Bad lines are added to errors, one "LINE: what is wrong and what to write" each; the script is whole without any. */
+// Bad lines are added to errors, one "LINE: what is wrong and what to write" each; the script is whole without any.
 Script parse_script(const std::string &file, std::string_view text, std::vector<std::string> &errors);
 
-/* The forms of all lines, one a row, for the help text. */
+// The forms of all lines, one a row, for the help text.
 std::string script_forms();
 
 bool is_flavour(std::string_view name);
-
-#endif /* XADRIVE_PARSER_H */

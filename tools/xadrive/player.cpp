@@ -1,9 +1,7 @@
-/*
- * player.cpp - plays a parsed script: runs each command on its thread, prints its result, stops at the first surprise.
- *
- * The main thread goes through the script and waits for each line, unless the line is a background one; several threads
- * print only then, so output and verdict stand under one mutex.
- */
+// Plays a parsed script: runs each command on its thread, prints its result, stops at the first surprise.
+//
+// The main thread goes through the script and waits for each line, unless the line is a background one; several threads
+// print only then, so output and verdict stand under one mutex.
 #include "player.h"
 
 #include <algorithm>
@@ -26,9 +24,9 @@ namespace {
 
 struct Outcome {
   int32_t code = 0;
-  std::vector<std::string> xids;  /* sorted names of the XIDs that a scan returned */
-  std::vector<std::string> rows;  /* of SQL, in the server's order */
-  std::vector<std::string> lines; /* shown below the command */
+  std::vector<std::string> xids;   // sorted names of the XIDs that a scan returned
+  std::vector<std::string> rows;   // of SQL, in the server's order
+  std::vector<std::string> lines;  // shown below the command
 };
 
 class Player {
@@ -51,23 +49,23 @@ class Player {
   const Script &script_;
   const Libraries &libraries_;
   std::mutex mutex_;
-  bool surprised_ = false; /* under mutex_ */
-  Workers workers_;        /* last: its threads use all of the above */
+  bool surprised_ = false;  // under mutex_
+  Workers workers_;         // last: its threads use all of the above
 };
 
-}  // namespace
-
-static const char *pointer_to(const std::optional<std::string> &text) {
+const char *pointer_to(const std::optional<std::string> &text) {
   return text ? text->c_str() : nullptr;
 }
 
-static Outcome outcome(int32_t code) {
+Outcome outcome(int32_t code) {
   return {code, {}, {}, {}};
 }
 
-static const XID *pointer_to(const std::optional<XID> &xid) {
+const XID *pointer_to(const std::optional<XID> &xid) {
   return xid ? &*xid : nullptr;
 }
+
+}  // namespace
 
 int32_t Player::call_switch(const Command &command) const {
   const struct xa_switch_t &xa = *libraries_.xa;
@@ -160,7 +158,9 @@ Outcome Player::outcome_of(const Command &command) const {
   }
 }
 
-static std::string text_of(ResultKind kind, const Outcome &outcome) {
+namespace {
+
+std::string text_of(ResultKind kind, const Outcome &outcome) {
   switch (kind) {
     case ResultKind::xa_code:
       return name_of(Vocabulary::xa_codes, outcome.code);
@@ -184,10 +184,12 @@ static std::string text_of(ResultKind kind, const Outcome &outcome) {
   return text;
 }
 
-static bool meets(const Outcome &outcome, const Expectation &expected) {
+bool meets(const Outcome &outcome, const Expectation &expected) {
   return outcome.code == expected.code && (expected.xids.empty() || outcome.xids == expected.xids) &&
          (expected.rows.empty() || outcome.rows == expected.rows);
 }
+
+}  // namespace
 
 bool Player::surprised() {
   const std::scoped_lock lock(mutex_);
@@ -213,7 +215,7 @@ void Player::report(const Command &command, const Outcome &outcome) {
   surprised_ = true;
   for (const std::string &row : outcome.rows) {
     got += ' ';
-    got += ::quoted(row); /* not the standard library's, which the row's type would bring in */
+    got += ::quoted(row);  // not the standard library's, which the row's type would bring in
   }
   std::cerr << "xadrive: " << visible(script_.file) << ':' << command.line << ": @" << shown << ": expected "
             << visible(command.expected->text) << ", got " << got << std::endl;

@@ -1,10 +1,8 @@
-/*
- * sql_runner.cpp - runs SQL as application code does: looks the published connection up in the client library's object
- * registry, sends the command on a command handle of its own and reads all results.
- *
- * Messages come through callbacks that every connection inherits from the context. They are called on the thread that
- * makes the call they belong to, so each thread notes where its run wants them.
- */
+// Runs SQL as application code does: looks the published connection up in the client library's object
+// registry, sends the command on a command handle of its own and reads all results.
+//
+// Messages come through callbacks that every connection inherits from the context. They are called on the thread that
+// makes the call they belong to, so each thread notes where its run wants them.
 #include "sql_runner.h"
 
 #include <algorithm>
@@ -13,11 +11,11 @@
 
 namespace {
 
-/* A column's buffer holds its longest value, within bounds: numbers become longer as texts, and no one reads more. */
+// A column's buffer holds its longest value, within bounds: numbers become longer as texts, and no one reads more.
 constexpr int32_t least_buffer = 64;
 constexpr int32_t most_buffer = 1 << 20;
 
-thread_local std::vector<std::string> *heard = nullptr; /* the lines of this thread's run; null between runs */
+thread_local std::vector<std::string> *heard = nullptr;  // the lines of this thread's run; null between runs
 
 struct BoundColumn {
   std::vector<char> buffer;
@@ -25,7 +23,7 @@ struct BoundColumn {
   int32_t indicator = 0;
 };
 
-/* A command handle of this run's own, and what it has read by now. */
+// A command handle of this run's own, and what it has read by now.
 class SqlCommand {
  public:
   SqlCommand(const ClientCalls &client, QLT_CONNECTION *connection, SqlRun &run) : client_(client), run_(run) {
@@ -43,7 +41,7 @@ class SqlCommand {
     heard = nullptr;
   }
 
-  /* Whether the server did all of it and all of its answer could be read. */
+  // Whether the server did all of it and all of its answer could be read.
   bool run(const std::string &sql);
 
  private:
@@ -63,7 +61,9 @@ class SqlCommand {
 
 extern "C" {
 
-static int32_t hear_server(CS_CONTEXT *, QLT_CONNECTION *, QLT_SERVER_MESSAGE *message) {
+namespace {
+
+int32_t hear_server(CS_CONTEXT *, QLT_CONNECTION *, QLT_SERVER_MESSAGE *message) {
   if (heard != nullptr) {
     heard->push_back("message " + std::to_string(message->msg_number) + ", severity " +
                      std::to_string(message->msg_severity) + ": " + message->msg_text);
@@ -71,30 +71,38 @@ static int32_t hear_server(CS_CONTEXT *, QLT_CONNECTION *, QLT_SERVER_MESSAGE *m
   return CS_SUCCEED;
 }
 
-static int32_t hear_client(CS_CONTEXT *, QLT_CONNECTION *, QLT_CLIENT_MESSAGE *message) {
+int32_t hear_client(CS_CONTEXT *, QLT_CONNECTION *, QLT_CLIENT_MESSAGE *message) {
   if (heard != nullptr) {
     heard->push_back(std::string("client library: ") + message->msg_text);
   }
   return CS_SUCCEED;
 }
 
+}  // namespace
+
 }  // extern "C"
 
-static CS_CONTEXT *context_of(const ClientCalls &client) {
+namespace {
+
+CS_CONTEXT *context_of(const ClientCalls &client) {
   CS_CONTEXT *context = nullptr;
   return client.ctx_global(QLT_VERSION, &context) == CS_SUCCEED ? context : nullptr;
 }
 
+}  // namespace
+
 void listen_for_messages(const Libraries &libraries) {
   const ClientCalls &client = libraries.client;
   CS_CONTEXT *context = context_of(client);
-  /* Without callbacks only the messages are missing from the output. */
+  // Without callbacks only the messages are missing from the output.
   (void)client.callback(context, nullptr, CS_SET, QLT_SERVERMSG_CB, reinterpret_cast<void *>(hear_server));
   (void)client.callback(context, nullptr, CS_SET, QLT_CLIENTMSG_CB, reinterpret_cast<void *>(hear_client));
 }
 
-/* False when it is too long for a key. */
-static bool set_key_part(char (&part)[QLT_MAX_NAME], int32_t &length, const std::string &text) {
+namespace {
+
+// False when it is too long for a key.
+bool set_key_part(char (&part)[QLT_MAX_NAME], int32_t &length, const std::string &text) {
   if (text.size() > sizeof part) {
     return false;
   }
@@ -103,12 +111,10 @@ static bool set_key_part(char (&part)[QLT_MAX_NAME], int32_t &length, const std:
   return true;
 }
 
-/*
- * The connection that the library published for the LRM, null when there is none. Beside the LRM's name, MTS has the
- * lookup key in the entry's key and TXS the thread.
- */
-static QLT_CONNECTION *published_connection(const Libraries &libraries, CS_CONTEXT *context, const std::string &lrm,
-                                            const std::string &lookup_key) {
+// The connection that the library published for the LRM, null when there is none. Beside the LRM's name, MTS has the
+// lookup key in the entry's key and TXS the thread.
+QLT_CONNECTION *published_connection(const Libraries &libraries, CS_CONTEXT *context, const std::string &lrm,
+                                     const std::string &lookup_key) {
   const ClientCalls &client = libraries.client;
   QLT_OBJECT_NAME name{};
   name.obj_type = QLT_OBJ_CONNECTION;
@@ -133,6 +139,8 @@ static QLT_CONNECTION *published_connection(const Libraries &libraries, CS_CONTE
   const int32_t found = client.objects(context, CS_GET, &name, &data);
   return found == CS_SUCCEED && data.actuallyexists == 1 ? data.connection : nullptr;
 }
+
+}  // namespace
 
 bool SqlCommand::send(const std::string &sql) {
   const auto length = static_cast<int32_t>(sql.size());
@@ -175,7 +183,7 @@ void SqlCommand::note_row_count() {
   }
 }
 
-/* Everything is read as text: the client library's own conversion is the plainest there is. */
+// Everything is read as text: the client library's own conversion is the plainest there is.
 bool SqlCommand::bind(int32_t number, BoundColumn &column) {
   QLT_FORMAT format{};
   if (client_.describe(command_, number, &format) != CS_SUCCEED) {
@@ -190,7 +198,9 @@ bool SqlCommand::bind(int32_t number, BoundColumn &column) {
   return client_.bind(command_, number, &format, column.buffer.data(), &column.length, &column.indicator) == CS_SUCCEED;
 }
 
-static std::string row_text(const std::vector<BoundColumn> &columns) {
+namespace {
+
+std::string row_text(const std::vector<BoundColumn> &columns) {
   std::string text;
   for (const BoundColumn &column : columns) {
     text += &column == columns.data() ? "" : " | ";
@@ -203,7 +213,9 @@ static std::string row_text(const std::vector<BoundColumn> &columns) {
   return text;
 }
 
-/* A procedure's status and output parameters are shown, but are no rows. */
+}  // namespace
+
+// A procedure's status and output parameters are shown, but are no rows.
 void SqlCommand::note_row(int32_t type, const std::string &text) {
   if (type == CS_STATUS_RESULT) {
     run_.lines.push_back("status " + text);

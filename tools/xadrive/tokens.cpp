@@ -1,6 +1,4 @@
-/*
- * tokens.cpp - splits one script line into words and quoted texts.
- */
+// Splits one script line into words and quoted texts.
 #include "tokens.h"
 
 #include <algorithm>
@@ -9,12 +7,14 @@
 #include "hex_text.h"
 #include "shown_text.h"
 
-static bool is_blank(char c) {
+namespace {
+
+bool is_blank(char c) {
   return c == ' ' || c == '\t' || c == '\r';
 }
 
-/* Takes the two digits after \x. */
-static char take_hex_escape(std::string_view &rest) {
+// Takes the two digits after \x.
+char take_hex_escape(std::string_view &rest) {
   unsigned value = 0;
   const std::string_view digits = rest.substr(0, 2);
   const auto end = std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
@@ -25,8 +25,8 @@ static char take_hex_escape(std::string_view &rest) {
   return static_cast<char>(value);
 }
 
-/* Takes what stands after a backslash. */
-static char take_escape(std::string_view &rest) {
+// Takes what stands after a backslash.
+char take_escape(std::string_view &rest) {
   if (rest.empty()) {
     throw ScriptError("a quoted text has no closing \"; add it");
   }
@@ -47,8 +47,8 @@ static char take_escape(std::string_view &rest) {
   }
 }
 
-/* Takes a text behind its opening quote, the closing one included. */
-static Token take_quoted(std::string_view &rest) {
+// Takes a text behind its opening quote, the closing one included.
+Token take_quoted(std::string_view &rest) {
   Token token{"", true};
   while (!rest.empty() && rest.front() != '"') {
     const char c = rest.front();
@@ -65,7 +65,7 @@ static Token take_quoted(std::string_view &rest) {
   return token;
 }
 
-static Token take_word(std::string_view &rest) {
+Token take_word(std::string_view &rest) {
   size_t end = 0;
   while (end < rest.size() && !is_blank(rest[end])) {
     if (rest[end] == '"') {
@@ -77,6 +77,8 @@ static Token take_word(std::string_view &rest) {
   rest.remove_prefix(end);
   return token;
 }
+
+}  // namespace
 
 std::vector<Token> tokens_of(std::string_view line) {
   std::vector<Token> tokens;

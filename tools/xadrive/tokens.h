@@ -1,18 +1,15 @@
-/*
- * tokens.h - splits one script line into words and quoted texts.
- *
- * Words are separated by blanks; a text in double quotes keeps its blanks and knows the escapes \" \\ \n \t \xHH. A "#"
- * at the start of a word begins a comment.
- */
-#ifndef XADRIVE_TOKENS_H
-#define XADRIVE_TOKENS_H
+// Splits one script line into words and quoted texts.
+//
+// Words are separated by blanks; a text in double quotes keeps its blanks and knows the escapes \" \\ \n \t \xHH. A "#"
+// at the start of a word begins a comment.
+#pragma once
 
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
-/* What is wrong with a line, and what to write instead. */
+// What is wrong with a line, and what to write instead.
 struct ScriptError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
@@ -24,9 +21,7 @@ struct Token {
   bool is(std::string_view word) const { return !quoted && text == word; }
 };
 
-/* Throws ScriptError. */
+// Throws ScriptError.
 std::vector<Token> tokens_of(std::string_view line);
-/* The text in quotes, escaped so that it reads back. */
+// The text in quotes, escaped so that it reads back.
 std::string quoted(std::string_view text);
-
-#endif /* XADRIVE_TOKENS_H */

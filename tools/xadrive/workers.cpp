@@ -1,6 +1,4 @@
-/*
- * workers.cpp - named threads that do jobs one after the other.
- */
+// Named threads that do jobs one after the other.
 #include "workers.h"
 
 #include <utility>

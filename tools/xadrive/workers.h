@@ -1,11 +1,8 @@
-/*
- * workers.h - named threads that do jobs one after the other.
- *
- * A thread is made when its name is first used and lives as long as its pool, so that all jobs of one name see the same
- * thread identity. One thread owns a pool and calls it; only the jobs run elsewhere.
- */
-#ifndef XADRIVE_WORKERS_H
-#define XADRIVE_WORKERS_H
+// Named threads that do jobs one after the other.
+//
+// A thread is made when its name is first used and lives as long as its pool, so that all jobs of one name see the same
+// thread identity. One thread owns a pool and calls it; only the jobs run elsewhere.
+#pragma once
 
 #include <condition_variable>
 #include <functional>
@@ -18,13 +15,13 @@
 class Worker {
  public:
   Worker();
-  /* Does what is queued and ends the thread. */
+  // Does what is queued and ends the thread.
   ~Worker();
   Worker(const Worker &) = delete;
   Worker &operator=(const Worker &) = delete;
 
   void post(std::function<void()> job);
-  /* Waits until nothing is queued or running. */
+  // Waits until nothing is queued or running.
   void wait_idle();
 
  private:
@@ -35,7 +32,7 @@ class Worker {
   std::queue<std::function<void()>> jobs_;
   bool busy_ = false;
   bool stopping_ = false;
-  std::thread thread_; /* last: it uses all of the above */
+  std::thread thread_;  // last: it uses all of the above
 };
 
 class Workers {
@@ -46,5 +43,3 @@ class Workers {
  private:
   std::map<std::string, Worker> workers_;
 };
-
-#endif /* XADRIVE_WORKERS_H */

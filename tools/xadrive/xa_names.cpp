@@ -1,6 +1,4 @@
-/*
- * xa_names.cpp - the names that scripts use for result codes, flag words and branch states, as tables.
- */
+// The names that scripts use for result codes, flag words and branch states, as tables.
 #include "xa_names.h"
 
 #include <span>
@@ -16,10 +14,8 @@ struct NamedNumber {
   int32_t number;
 };
 
-}  // namespace
-
 // clang-format off
-static constexpr NamedNumber xa_codes[] = {
+constexpr NamedNumber xa_codes[] = {
   {"XA_OK",         XA_OK},
   {"XA_RDONLY",     XA_RDONLY},
   {"XA_RETRY",      XA_RETRY},
@@ -46,7 +42,7 @@ static constexpr NamedNumber xa_codes[] = {
   {"XAER_OUTSIDE",  XAER_OUTSIDE},
 };
 
-static constexpr NamedNumber branch_states[] = {
+constexpr NamedNumber branch_states[] = {
   {"unknown",               DTM_STATE_UNKNOWN},
   {"attached",              DTM_STATE_ATTACHED},
   {"ended",                 DTM_STATE_ENDED},
@@ -58,18 +54,18 @@ static constexpr NamedNumber branch_states[] = {
   {"heuristic-rollback",    DTM_STATE_HEUR_ROLLEDBACK},
 };
 
-static constexpr NamedNumber sql_results[] = {
+constexpr NamedNumber sql_results[] = {
   {"ok",     sql_ok},
   {"failed", sql_failed},
   {"none",   sql_none},
 };
 
-static constexpr NamedNumber answers[] = {
+constexpr NamedNumber answers[] = {
   {"done",    1},
   {"refused", 0},
 };
 
-static constexpr NamedNumber flags[] = {
+constexpr NamedNumber flags[] = {
   {"TMASYNC",      TMASYNC},
   {"TMONEPHASE",   TMONEPHASE},
   {"TMFAIL",       TMFAIL},
@@ -85,7 +81,7 @@ static constexpr NamedNumber flags[] = {
 };
 // clang-format on
 
-static std::span<const NamedNumber> table_of(Vocabulary vocabulary) {
+std::span<const NamedNumber> table_of(Vocabulary vocabulary) {
   switch (vocabulary) {
     case Vocabulary::xa_codes:
       return xa_codes;
@@ -99,7 +95,7 @@ static std::span<const NamedNumber> table_of(Vocabulary vocabulary) {
   return answers;
 }
 
-static std::optional<int32_t> find(std::span<const NamedNumber> table, std::string_view name) {
+std::optional<int32_t> find(std::span<const NamedNumber> table, std::string_view name) {
   for (const NamedNumber &row : table) {
     if (row.name == name) {
       return row.number;
@@ -107,6 +103,8 @@ static std::optional<int32_t> find(std::span<const NamedNumber> table, std::stri
   }
   return std::nullopt;
 }
+
+}  // namespace
 
 std::optional<int32_t> number_of(Vocabulary vocabulary, std::string_view name) {
   return find(table_of(vocabulary), name);
@@ -121,9 +119,13 @@ std::string name_of(Vocabulary vocabulary, int32_t number) {
   return std::to_string(number);
 }
 
-static std::optional<int32_t> flag_of(std::string_view name) {
+namespace {
+
+std::optional<int32_t> flag_of(std::string_view name) {
   return name == "TMNOFLAGS" ? std::optional(TMNOFLAGS) : find(flags, name);
 }
+
+}  // namespace
 
 bool is_flag_name(std::string_view name) {
   return flag_of(name).has_value();

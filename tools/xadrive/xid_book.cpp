@@ -1,6 +1,4 @@
-/*
- * xid_book.cpp - the XIDs of a script and their names.
- */
+// The XIDs of a script and their names.
 #include "xid_book.h"
 
 #include <algorithm>
@@ -10,16 +8,18 @@
 #include "xa_names.h"
 #include "xid_bytes.h"
 
-static constexpr int32_t automatic_format = 0x5841;
+namespace {
 
-static XID make_xid(int32_t format, std::string_view gtrid, std::string_view bqual) {
+constexpr int32_t automatic_format = 0x5841;
+
+XID make_xid(int32_t format, std::string_view gtrid, std::string_view bqual) {
   if (gtrid.size() > MAXGTRIDSIZE || bqual.size() > MAXBQUALSIZE) {
     throw ScriptError("an XID's gtrid and bqual have at most 64 bytes each; shorten the longer one");
   }
   return xid_of(format, gtrid, bqual);
 }
 
-static bool is_xid_name(std::string_view name) {
+bool is_xid_name(std::string_view name) {
   static constexpr std::string_view letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
   static constexpr std::string_view others = "0123456789._-";
   return !name.empty() && letters.find(name.front()) != std::string_view::npos &&
@@ -28,7 +28,7 @@ static bool is_xid_name(std::string_view name) {
          });
 }
 
-static void check_name(const std::string &name) {
+void check_name(const std::string &name) {
   if (is_flag_name(name)) {
     throw ScriptError(name + " is a flag; put the name of an XID before it");
   }
@@ -36,6 +36,8 @@ static void check_name(const std::string &name) {
     throw ScriptError(quoted(name) + " cannot name an XID; use a letter, then letters, digits, '.', '_' or '-'");
   }
 }
+
+}  // namespace
 
 void XidBook::define(const std::string &name, int32_t format, std::string_view gtrid, std::string_view bqual) {
   check_name(name);

@@ -1,8 +1,6 @@
-/*
- * arguments.cpp - takes the command line apart.
- *
- * getopt is not used: it would take a negative formatID for options, and prints what it does not know.
- */
+// Takes the command line apart.
+//
+// getopt is not used: it would take a negative formatID for options, and prints what it does not know.
 #include "arguments.h"
 
 #include <cctype>
@@ -10,19 +8,19 @@
 
 #include "commands.h"
 
-static bool is_option(std::string_view word) {
+namespace {
+
+bool is_option(std::string_view word) {
   return word.size() > 1 && word[0] == '-' && std::isdigit(static_cast<unsigned char>(word[1])) == 0;
 }
 
-static void set_flavour(Arguments &arguments, const std::string &name) {
+void set_flavour(Arguments &arguments, const std::string &name) {
   if (name != "mts" && name != "tux" && name != "txs") {
     throw UsageError("--flavour takes mts, tux or txs");
   }
   arguments.flavour = name;
   arguments.flavour_given = true;
 }
-
-namespace {
 
 class Reader {
  public:
@@ -66,7 +64,7 @@ class Reader {
     }
   }
 
-  /* What an option without a value sets; null for other words. */
+  // What an option without a value sets; null for other words.
   bool *mark_of(const std::string &word) {
     if (word == "--json") {
       return &arguments_.json;

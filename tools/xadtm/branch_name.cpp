@@ -1,8 +1,6 @@
-/*
- * branch_name.cpp - the checks that a branch name and its parts must pass.
- *
- * Servers compare names character by character, so only the one spelling that the library itself writes is accepted.
- */
+// The checks that a branch name and its parts must pass.
+//
+// Servers compare names character by character, so only the one spelling that the library itself writes is accepted.
 #include "branch_name.h"
 
 #include <cstdint>
@@ -14,10 +12,14 @@
 #include "shown_text.h"
 #include "xid_bytes.h"
 
-static constexpr size_t longest_lrm = 31;
+namespace {
 
-static constexpr const char *form_of_names =
+constexpr size_t longest_lrm = 31;
+
+constexpr const char *form_of_names =
     "; a branch name is formatID_gtrid_bqual_:LRM, as the commands branches and names encode print it";
+
+}  // namespace
 
 XID make_xid(int32_t format, std::string_view gtrid, std::string_view bqual) {
   if (format == -1) {
@@ -43,7 +45,9 @@ std::string shown_lrm(std::string_view lrm) {
   return lrm.empty() ? "(no name)" : pasteable(lrm);
 }
 
-static std::string decode(std::string_view text, const std::string &what) {
+namespace {
+
+std::string decode(std::string_view text, const std::string &what) {
   const std::optional<std::string> bytes = bytes_of_branch_text(text);
   if (!bytes) {
     throw UsageError("the name's " + what + " holds a character that is none of 0-9, a-z, A-Z, @ and #" +
@@ -52,8 +56,8 @@ static std::string decode(std::string_view text, const std::string &what) {
   return *bytes;
 }
 
-/* Cuts off what stands before the next underscore. */
-static std::string_view take_field(std::string_view &rest, const char *what) {
+// Cuts off what stands before the next underscore.
+std::string_view take_field(std::string_view &rest, const char *what) {
   const size_t end = rest.find('_');
   if (end == std::string_view::npos) {
     throw UsageError(std::string("the name ends within its ") + what + form_of_names);
@@ -63,13 +67,15 @@ static std::string_view take_field(std::string_view &rest, const char *what) {
   return field;
 }
 
-static int32_t read_format(std::string_view digits) {
+int32_t read_format(std::string_view digits) {
   const std::optional<uint32_t> bits = number_of_hex(digits);
   if (!bits) {
     throw UsageError(std::string("the name's formatID is no number of up to eight hexadecimal digits") + form_of_names);
   }
   return static_cast<int32_t>(*bits);
 }
+
+}  // namespace
 
 NamedBranch read_branch_name(std::string_view name) {
   std::string_view rest = name;

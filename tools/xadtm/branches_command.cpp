@@ -1,4 +1,4 @@
-/* branches_command.cpp - xadtm branches: lists the branches in doubt. */
+// Xadtm branches: lists the branches in doubt.
 #include <algorithm>
 #include <iomanip>
 #include <iostream>
@@ -11,17 +11,19 @@
 #include "texts.h"
 #include "xid_bytes.h"
 
-static std::string bqual_text(const XID &xid) {
+namespace {
+
+std::string bqual_text(const XID &xid) {
   return bqual_of(xid).empty() ? "-" : hex_of(bqual_of(xid));
 }
 
-static void print_row(const std::string &format, const std::string &gtrid, int gtrid_width, const std::string &bqual,
-                      int bqual_width, const std::string &name) {
+void print_row(const std::string &format, const std::string &gtrid, int gtrid_width, const std::string &bqual,
+               int bqual_width, const std::string &name) {
   std::cout << std::left << std::setw(11) << format << "  " << std::setw(gtrid_width) << gtrid << "  "
             << std::setw(bqual_width) << bqual << "  " << name << '\n';
 }
 
-static void print_table(const std::vector<XID> &xids, const std::string &lrm) {
+void print_table(const std::vector<XID> &xids, const std::string &lrm) {
   int gtrid_width = sizeof "gtrid" - 1;
   int bqual_width = sizeof "bqual" - 1;
   for (const XID &xid : xids) {
@@ -38,7 +40,7 @@ static void print_table(const std::vector<XID> &xids, const std::string &lrm) {
   std::cout << "branches in doubt: " << xids.size() << '\n';
 }
 
-static void print_json(const std::vector<XID> &xids, const std::string &lrm) {
+void print_json(const std::vector<XID> &xids, const std::string &lrm) {
   std::cout << '[';
   const char *separator = "\n";
   for (const XID &xid : xids) {
@@ -49,6 +51,8 @@ static void print_json(const std::vector<XID> &xids, const std::string &lrm) {
   }
   std::cout << (xids.empty() ? "]\n" : "\n]\n");
 }
+
+}  // namespace
 
 int branches_command(const Arguments &arguments) {
   if (arguments.words.size() != 1) {

@@ -1,9 +1,7 @@
-/*
- * call_tree.cpp - pairs "Enter" lines with return lines.
- *
- * Logs are cut and processes are killed, so a return line may be missing. It is given up on when a call around it
- * returns, when an XA verb begins that is never called from within another, and when the process starts again.
- */
+// Pairs "Enter" lines with return lines.
+//
+// Logs are cut and processes are killed, so a return line may be missing. It is given up on when a call around it
+// returns, when an XA verb begins that is never called from within another, and when the process starts again.
 #include "call_tree.h"
 
 #include <algorithm>
@@ -16,40 +14,38 @@
 
 namespace {
 
-/* What a return line says. */
+// What a return line says.
 struct Return {
   std::string result;
   std::optional<int32_t> code;
 };
 
-}  // namespace
+constexpr std::array<std::string_view, 8> outermost_verbs = {"xa_open",     "xa_start",  "xa_prepare", "xa_commit",
+                                                             "xa_rollback", "xa_complt", "xa_forget",  "xa_recover"};
+// What may be kept of a thread beside its open calls.
+constexpr size_t most_nodes = 10000;
+constexpr std::string_view traced_entry = "trv_mts_xa_open";  // the one entry function that traces itself
 
-static constexpr std::array<std::string_view, 8> outermost_verbs = {
-    "xa_open", "xa_start", "xa_prepare", "xa_commit", "xa_rollback", "xa_complt", "xa_forget", "xa_recover"};
-/* What may be kept of a thread beside its open calls. */
-static constexpr size_t most_nodes = 10000;
-static constexpr std::string_view traced_entry = "trv_mts_xa_open"; /* the one entry function that traces itself */
-
-static bool is_outermost(std::string_view function) {
+bool is_outermost(std::string_view function) {
   return std::find(outermost_verbs.begin(), outermost_verbs.end(), function) != outermost_verbs.end();
 }
 
-/* These end without a line, so what they call is shown beside them. */
-static bool ends_silently(std::string_view function) {
+// These end without a line, so what they call is shown beside them.
+bool ends_silently(std::string_view function) {
   return function == "xal_getlrm" || function == "xal_addlrm";
 }
 
-static bool is_verb(std::string_view function) {
+bool is_verb(std::string_view function) {
   return is_outermost(function) || function == "xa_end" || function == "xa_close";
 }
 
-/* Errors, rollbacks, and outcomes that others have decided. */
-static bool is_failure(int32_t code) {
+// Errors, rollbacks, and outcomes that others have decided.
+bool is_failure(int32_t code) {
   return code < 0 || (code >= XA_HEURMIX && code <= XA_HEURHAZ) || (code >= XA_RBBASE && code <= XA_RBEND);
 }
 
-/* Reads "retstat: -4 ([XAER_NOTA])", behind what the text begins with. */
-static std::optional<Return> read_status(std::string_view text) {
+// Reads "retstat: -4 ([XAER_NOTA])", behind what the text begins with.
+std::optional<Return> read_status(std::string_view text) {
   static constexpr std::string_view mark = "retstat: ";
   const size_t at = text.find(mark);
   if (at == std::string_view::npos) {
@@ -67,7 +63,7 @@ static std::optional<Return> read_status(std::string_view text) {
   return Return{named ? std::string(text.substr(open + 2, close - open - 2)) : std::to_string(code), code};
 }
 
-static std::optional<Return> read_return(std::string_view text) {
+std::optional<Return> read_return(std::string_view text) {
   if (text.starts_with(" retstat: ") || text.starts_with("return, retstat: ") || text.starts_with("Return ")) {
     return read_status(text);
   }
@@ -83,8 +79,8 @@ static std::optional<Return> read_return(std::string_view text) {
   return std::nullopt;
 }
 
-/* All in one line, runs of white space as one blank. */
-static std::string one_line(std::string_view text) {
+// All in one line, runs of white space as one blank.
+std::string one_line(std::string_view text) {
   std::string out;
   for (const char c : text) {
     const bool blank = c == ' ' || c == '\t' || c == '\n';
@@ -98,7 +94,7 @@ static std::string one_line(std::string_view text) {
   return out;
 }
 
-static LogNode &append(ThreadCalls &calls, const LogRecord &record) {
+LogNode &append(ThreadCalls &calls, const LogRecord &record) {
   LogNode node;
   node.depth = calls.open.size();
   node.parent = calls.open.empty() ? 0 : calls.open.back() + 1;
@@ -108,29 +104,29 @@ static LogNode &append(ThreadCalls &calls, const LogRecord &record) {
   return calls.nodes.emplace_back(std::move(node));
 }
 
-static LogNode &append_call(ThreadCalls &calls, const LogRecord &record) {
+LogNode &append_call(ThreadCalls &calls, const LogRecord &record) {
   LogNode &call = append(calls, record);
   call.is_call = true;
   call.name = record.function;
   return call;
 }
 
-static void set_result(LogNode &call, const LogRecord &record, const Return &result) {
+void set_result(LogNode &call, const LogRecord &record, const Return &result) {
   call.returned = true;
   call.end = record.seconds;
   call.result = result.result;
   call.failed = call.failed || (is_verb(call.name) && result.code && is_failure(*result.code));
 }
 
-static void open_call(ThreadCalls &calls) {
+void open_call(ThreadCalls &calls) {
   LogNode &call = calls.nodes.back();
   call.open = true;
   calls.open_by_name[call.name].push_back(calls.open.size());
   calls.open.push_back(calls.nodes.size() - 1);
 }
 
-/* Closes all calls but the outermost ones, so many of them. */
-static void close_inside(ThreadCalls &calls, size_t count) {
+// Closes all calls but the outermost ones, so many of them.
+void close_inside(ThreadCalls &calls, size_t count) {
   while (calls.open.size() > count) {
     LogNode &call = calls.nodes[calls.open.back()];
     call.open = false;
@@ -142,6 +138,8 @@ static void close_inside(ThreadCalls &calls, size_t count) {
     calls.open.pop_back();
   }
 }
+
+}  // namespace
 
 void CallTree::enter(ThreadCalls &calls, const LogRecord &record) {
   const bool is_in_entry = !calls.open.empty() && calls.nodes[calls.open.back()].name == traced_entry;
@@ -157,8 +155,10 @@ void CallTree::enter(ThreadCalls &calls, const LogRecord &record) {
   }
 }
 
-/* The innermost open call of the function; the calls inside it are given up. Null when there is none. */
-static LogNode *back_to(ThreadCalls &calls, const std::string &function) {
+namespace {
+
+// The innermost open call of the function; the calls inside it are given up. Null when there is none.
+LogNode *back_to(ThreadCalls &calls, const std::string &function) {
   const auto places = calls.open_by_name.find(function);
   if (places == calls.open_by_name.end()) {
     return nullptr;
@@ -167,8 +167,8 @@ static LogNode *back_to(ThreadCalls &calls, const std::string &function) {
   return &calls.nodes[calls.open.back()];
 }
 
-/* Ends a call; false when its beginning is not there. */
-static bool leave(ThreadCalls &calls, const LogRecord &record, const Return &result) {
+// Ends a call; false when its beginning is not there.
+bool leave(ThreadCalls &calls, const LogRecord &record, const Return &result) {
   LogNode *call = back_to(calls, record.function);
   if (call == nullptr) {
     return false;
@@ -178,8 +178,8 @@ static bool leave(ThreadCalls &calls, const LogRecord &record, const Return &res
   return true;
 }
 
-/* The report of a failed call, which is written whatever is traced: the code, then what the call was given. */
-static void report(ThreadCalls &calls, const LogRecord &record, const Return &result) {
+// The report of a failed call, which is written whatever is traced: the code, then what the call was given.
+void report(ThreadCalls &calls, const LogRecord &record, const Return &result) {
   LogNode *open = back_to(calls, record.function);
   LogNode &call = open != nullptr ? *open : append_call(calls, record);
   const size_t end = record.text.find('\n');
@@ -189,28 +189,30 @@ static void report(ThreadCalls &calls, const LogRecord &record, const Return &re
   call.text = given.empty() ? call.text : given;
 }
 
-static void add_message(ThreadCalls &calls, const LogRecord &record) {
+void add_message(ThreadCalls &calls, const LogRecord &record) {
   LogNode &message = append(calls, record);
   message.name = record.type;
   message.text = one_line(record.text);
 }
 
-static bool is_trace(const std::string &type) {
+bool is_trace(const std::string &type) {
   return type.ends_with("trace");
 }
 
-static bool is_start_of_process(const LogRecord &record) {
+bool is_start_of_process(const LogRecord &record) {
   return record.function == "xalog_open_file" && record.text.ends_with(" started");
 }
 
-/* The line behind a verb's "Enter" that holds its arguments. */
-static bool are_arguments(const ThreadCalls &calls, const LogRecord &record) {
+// The line behind a verb's "Enter" that holds its arguments.
+bool are_arguments(const ThreadCalls &calls, const LogRecord &record) {
   if (calls.open.empty() || !record.text.starts_with("rmid: ")) {
     return false;
   }
   const LogNode &call = calls.nodes[calls.open.back()];
   return call.name == record.function && call.type == record.type && call.text.empty();
 }
+
+}  // namespace
 
 void CallTree::count(const LogNode &node) {
   totals_.calls += node.is_call ? 1 : 0;
@@ -229,7 +231,7 @@ void CallTree::hand_out(ThreadCalls &calls) {
   calls.nodes.clear();
 }
 
-/* The open calls stay, each the parent of the next. */
+// The open calls stay, each the parent of the next.
 void CallTree::hand_out_part(ThreadCalls &calls) {
   sink_(calls);
   std::vector<LogNode> kept;
@@ -252,12 +254,16 @@ void CallTree::drop_messages() {
   most_threads_ = 2 * threads_.size() + most_idle_threads;
 }
 
-/* Whether the call before which they stand may still come. */
-static bool ends_in_messages(const ThreadCalls &calls) {
+namespace {
+
+// Whether the call before which they stand may still come.
+bool ends_in_messages(const ThreadCalls &calls) {
   return !calls.nodes.empty() && !calls.nodes.back().is_call && calls.nodes.back().depth == 0;
 }
 
-/* Hands out what is whole, and forgets threads of which nothing is left. */
+}  // namespace
+
+// Hands out what is whole, and forgets threads of which nothing is left.
 void CallTree::settle(Threads::iterator place) {
   ThreadCalls &calls = place->second;
   if (calls.nodes.size() > 2 * calls.open.size() + most_nodes) {
@@ -270,7 +276,7 @@ void CallTree::settle(Threads::iterator place) {
   threads_.erase(place);
 }
 
-/* A process's number may be used again. */
+// A process's number may be used again.
 void CallTree::end_process(const std::string &process) {
   auto place = threads_.lower_bound({process, ""});
   while (place != threads_.end() && place->first.first == process) {

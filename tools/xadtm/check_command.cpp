@@ -1,6 +1,4 @@
-/*
- * check_command.cpp - xadtm check: tries a configuration and says everything that is known about it.
- */
+// Xadtm check: tries a configuration and says everything that is known about it.
 #include <algorithm>
 #include <iostream>
 
@@ -14,7 +12,7 @@
 
 namespace {
 
-/* What came of the three calls; those that were not made have no text. */
+// What came of the three calls; those that were not made have no text.
 struct Trial {
   std::string open;
   std::string recover;
@@ -23,9 +21,7 @@ struct Trial {
   bool fine = false;
 };
 
-}  // namespace
-
-static Trial try_out(const xa_switch_t &xa, const std::string &info) {
+Trial try_out(const xa_switch_t &xa, const std::string &info) {
   Trial trial;
   const int32_t opened = xa.xa_open_entry(info.c_str(), tool_rmid, TMNOFLAGS);
   trial.open = code_text(opened);
@@ -42,33 +38,35 @@ static Trial try_out(const xa_switch_t &xa, const std::string &info) {
   return trial;
 }
 
-static void print_trial(const Trial &trial) {
+void print_trial(const Trial &trial) {
   std::cout << "tried\n  xa_open, with the check that the server is ready: " << trial.open << '\n';
   if (!trial.recover.empty()) {
     std::cout << "  xa_recover: " << trial.recover << "\n  xa_close: " << trial.close << '\n';
   }
 }
 
-/* The settings of the LRM's section are taken before the connection is made. */
-static bool has_connected(const std::vector<Heard> &heard) {
+// The settings of the LRM's section are taken before the connection is made.
+bool has_connected(const std::vector<Heard> &heard) {
   return std::any_of(heard.begin(), heard.end(), [](const Heard &one) { return one.said.starts_with("Connect("); });
 }
 
-/* Under mts an open string without a name opens; the others refuse it. */
-static void report_name(const std::string &lrm) {
+// Under mts an open string without a name opens; the others refuse it.
+void report_name(const std::string &lrm) {
   if (lrm.empty()) {
     std::cout << "no LRM name: MTS alone opens that, and only resource managers without a name recover the branches; "
                  "add -N and the name of an LRM, without a blank between them\n";
   }
 }
 
-static void print_heard(const std::vector<Heard> &heard) {
+void print_heard(const std::vector<Heard> &heard) {
   std::cout << (heard.empty() ? "the library had nothing to complain about\n" : "the library said\n");
   for (const Heard &one : heard) {
     std::cout << "  " << one.type << ": " << one.text << '\n';
     std::cout << (one.advice.empty() ? "" : "    -> " + one.advice + "\n");
   }
 }
+
+}  // namespace
 
 int check_command(const Arguments &arguments) {
   if (arguments.words.size() != 1) {

@@ -1,4 +1,4 @@
-/* check_config.cpp - what the configuration file holds, what of it is not in force, and what it decides. */
+// What the configuration file holds, what of it is not in force, and what it decides.
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
@@ -14,7 +14,7 @@ struct LogPlace {
   std::string origin;
 };
 
-/* An entry whose values are settings, and how the library's messages speak of them. */
+// An entry whose values are settings, and how the library's messages speak of them.
 struct SettingsEntry {
   const char *part;
   const char *entry;
@@ -22,9 +22,7 @@ struct SettingsEntry {
   const char *call;
 };
 
-}  // namespace
-
-static constexpr SettingsEntry settings_entries[] = {
+constexpr SettingsEntry settings_entries[] = {
     {"all", "properties", "Context Property", "ct_config"},
     {"all", "cs_dt_info", "cs_dt_info setting", "cs_dt_info"},
     {"xa", "properties", "Property", "ct_con_props"},
@@ -32,7 +30,7 @@ static constexpr SettingsEntry settings_entries[] = {
     {"xa", "options", "Option", "ct_options"},
 };
 
-static const SettingsEntry *settings_entry(const ConfigPart &part, const ConfigLine &line) {
+const SettingsEntry *settings_entry(const ConfigPart &part, const ConfigLine &line) {
   const auto *found =
       std::find_if(std::begin(settings_entries), std::end(settings_entries), [&](const SettingsEntry &candidate) {
         return same_name(candidate.part, part.name) && same_name(candidate.entry, line.name);
@@ -40,15 +38,19 @@ static const SettingsEntry *settings_entry(const ConfigPart &part, const ConfigL
   return found == std::end(settings_entries) ? nullptr : found;
 }
 
+}  // namespace
+
 // ---- Settings -------------------------------------------------------------------------------------------------------
 
-static std::string unsupported(const SettingsEntry &entry, const std::string &keyword) {
+namespace {
+
+std::string unsupported(const SettingsEntry &entry, const std::string &keyword) {
   return std::string(entry.label) + " " + keyword + " not supported, ignored";
 }
 
-/* What the library said against a setting; null when it takes it. Keywords may be written in either case. */
-static const Heard *complaint_about(const SettingsEntry &entry, const std::string &keyword, const std::string &value,
-                                    const std::vector<Heard> &heard) {
+// What the library said against a setting; null when it takes it. Keywords may be written in either case.
+const Heard *complaint_about(const SettingsEntry &entry, const std::string &keyword, const std::string &value,
+                             const std::vector<Heard> &heard) {
   const std::string label = entry.label;
   const std::string texts[] = {
       unsupported(entry, keyword),
@@ -63,8 +65,8 @@ static const Heard *complaint_about(const SettingsEntry &entry, const std::strin
   return found == heard.end() ? nullptr : &*found;
 }
 
-/* Values of keywords that do not exist may be passwords. */
-static void print_setting(const Findings &findings, const SettingsEntry &entry, const std::string &setting) {
+// Values of keywords that do not exist may be passwords.
+void print_setting(const Findings &findings, const SettingsEntry &entry, const std::string &setting) {
   const size_t equals = setting.find('=');
   const std::string keyword = setting.substr(0, equals);
   const std::string value = equals == std::string::npos ? "" : setting.substr(equals + 1);
@@ -88,9 +90,13 @@ static void print_setting(const Findings &findings, const SettingsEntry &entry, 
   std::cout << "  <- not in force: " << complaint->text << '\n';
 }
 
+}  // namespace
+
 // ---- The file -------------------------------------------------------------------------------------------------------
 
-static void print_values(const Findings &findings, const ConfigPart &part, const ConfigLine &line) {
+namespace {
+
+void print_values(const Findings &findings, const ConfigPart &part, const ConfigLine &line) {
   const SettingsEntry *settings = settings_entry(part, line);
   for (const std::string &value : line.values) {
     if (!line.known || (!line.ignored.empty() && findings.discretion.holds_password(value))) {
@@ -103,8 +109,8 @@ static void print_values(const Findings &findings, const ConfigPart &part, const
   }
 }
 
-/* A malformed line is in the place of the name. */
-static std::string name_shown(const Findings &findings, const ConfigLine &line) {
+// A malformed line is in the place of the name.
+std::string name_shown(const Findings &findings, const ConfigLine &line) {
   const auto end = std::find_if(line.name.begin(), line.name.end(),
                                 [](unsigned char c) { return c != '_' && std::isalnum(c) == 0; });
   const std::string name = line.known ? line.name : std::string(line.name.begin(), end);
@@ -112,7 +118,7 @@ static std::string name_shown(const Findings &findings, const ConfigLine &line) 
          (name == line.name ? "" : " (rest not shown)");
 }
 
-static void print_line(const Findings &findings, const ConfigPart &part, const ConfigLine &line) {
+void print_line(const Findings &findings, const ConfigPart &part, const ConfigLine &line) {
   std::cout << "    " << name_shown(findings, line) << '\n';
   print_values(findings, part, line);
   if (!line.ignored.empty()) {
@@ -120,8 +126,8 @@ static void print_line(const Findings &findings, const ConfigPart &part, const C
   }
 }
 
-/* A malformed header is in the place of the name, whole; what stands behind its first word may be anything. */
-static std::string header_shown(const Findings &findings, const ConfigPart &part) {
+// A malformed header is in the place of the name, whole; what stands behind its first word may be anything.
+std::string header_shown(const Findings &findings, const ConfigPart &part) {
   const size_t begin = std::min(part.name.find_first_not_of('['), part.name.size());
   const size_t end = std::min(part.name.find_first_of(" \t]=-", begin), part.name.size());
   const std::string name = part.name.substr(begin, end - begin);
@@ -129,8 +135,8 @@ static std::string header_shown(const Findings &findings, const ConfigPart &part
          (end == part.name.size() ? "" : " (rest not shown)") + ']';
 }
 
-/* Of a part that is not used only what makes it so. */
-static void print_part(const Findings &findings, const ConfigPart &part) {
+// Of a part that is not used only what makes it so.
+void print_part(const Findings &findings, const ConfigPart &part) {
   std::cout << "  " << header_shown(findings, part) << (part.ignored.empty() ? "" : "  <- not used: ") << part.ignored
             << '\n';
   for (const ConfigLine &line : part.lines) {
@@ -139,6 +145,8 @@ static void print_part(const Findings &findings, const ConfigPart &part) {
     }
   }
 }
+
+}  // namespace
 
 void report_config(const Findings &findings) {
   const ConfigFile &config = findings.config;
@@ -170,7 +178,9 @@ void report_server(const Findings &findings) {
 
 // ---- The log --------------------------------------------------------------------------------------------------------
 
-static LogPlace log_place(const Findings &findings) {
+namespace {
+
+LogPlace log_place(const Findings &findings) {
   if (const auto configured = log_entry(findings.config)) {
     return {*configured, "the configuration's logfile entry"};
   }
@@ -187,8 +197,8 @@ static LogPlace log_place(const Findings &findings) {
   return {"stderr", "nothing else being set"};
 }
 
-/* A path of the open string may hold a password that was meant for -P. */
-static std::string path_shown(const Findings &findings, const LogPlace &place) {
+// A path of the open string may hold a password that was meant for -P.
+std::string path_shown(const Findings &findings, const LogPlace &place) {
   const std::optional<LogOption> option = log_option(findings.open_string);
   if (!option || place.path != option->path) {
     return printable(place.path);
@@ -196,6 +206,8 @@ static std::string path_shown(const Findings &findings, const LogPlace &place) {
   return option->is_part || findings.discretion.holds_password(place.path) ? "(path not shown)"
                                                                            : printable(without_passwords(place.path));
 }
+
+}  // namespace
 
 bool report_log(const Findings &findings) {
   const LogPlace place = log_place(findings);

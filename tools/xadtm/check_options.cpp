@@ -1,4 +1,4 @@
-/* check_options.cpp - what the open string holds, which of it is not used, and why. */
+// What the open string holds, which of it is not used, and why.
 #include <algorithm>
 #include <cctype>
 #include <iostream>
@@ -14,15 +14,13 @@ struct Option {
   const char *meaning;
 };
 
-}  // namespace
-
-static constexpr Option options_known[] = {
+constexpr Option options_known[] = {
     {'N', "LRM name"},      {'U', "user"},       {'P', "password"},
     {'S', "server"},        {'K', "lookup key"}, {'L', "log file"},
     {'T', "trace keyword"}, {'V', "version"},    {'C', "connection limit, which is refused here"},
 };
 
-static const char *meaning_of(char letter, const std::string &flavour) {
+const char *meaning_of(char letter, const std::string &flavour) {
   if (letter == 'K' && flavour != "mts") {
     return nullptr;
   }
@@ -31,13 +29,13 @@ static const char *meaning_of(char letter, const std::string &flavour) {
   return found == std::end(options_known) ? nullptr : found->meaning;
 }
 
-static bool stands_again(const Findings &findings, size_t index) {
+bool stands_again(const Findings &findings, size_t index) {
   const auto here = findings.options.begin() + static_cast<ptrdiff_t>(index);
   return std::any_of(here + 1, findings.options.end(),
                      [&](const OpenOption &later) { return later.letter == here->letter && !later.behind_error; });
 }
 
-static std::string why_log_unused(const Findings &findings, size_t index) {
+std::string why_log_unused(const Findings &findings, size_t index) {
   if (log_entry(findings.config)) {
     return "not used: the configuration's logfile entry decides";
   }
@@ -51,7 +49,7 @@ static std::string why_log_unused(const Findings &findings, size_t index) {
   return taken->path.empty() ? "not used: it is empty or has more than 511 characters" : "";
 }
 
-static std::string why_trace_unused(const Findings &findings, const OpenOption &option) {
+std::string why_trace_unused(const Findings &findings, const OpenOption &option) {
   if (config_value(findings.config, "all", "traceflags")) {
     return "not used: the configuration's traceflags entry decides";
   }
@@ -60,8 +58,8 @@ static std::string why_trace_unused(const Findings &findings, const OpenOption &
              : std::string("ignored: there is no such trace keyword; known are ") + trace_keywords;
 }
 
-/* Why an option is not used; empty when it is. */
-static std::string why_unused(const Findings &findings, size_t index) {
+// Why an option is not used; empty when it is.
+std::string why_unused(const Findings &findings, size_t index) {
   const OpenOption &option = findings.options[index];
   switch (option.letter) {
     case 'L':
@@ -79,14 +77,14 @@ static std::string why_unused(const Findings &findings, size_t index) {
   }
 }
 
-static bool is_number(const std::string &text) {
+bool is_number(const std::string &text) {
   constexpr size_t most = 9;
   return text.size() <= most &&
          std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
 }
 
-/* A value that means nothing behind its letter may be a password with a wrong letter. */
-static bool may_be_shown(const OpenOption &option) {
+// A value that means nothing behind its letter may be a password with a wrong letter.
+bool may_be_shown(const OpenOption &option) {
   switch (option.letter) {
     case 'T':
       return is_trace_keyword(option.value);
@@ -98,7 +96,7 @@ static bool may_be_shown(const OpenOption &option) {
   }
 }
 
-static std::string value_shown(const OpenOption &option, bool is_known) {
+std::string value_shown(const OpenOption &option, bool is_known) {
   if (option.letter == 'P') {
     return option.value.empty() ? " (empty)" : " ***";
   }
@@ -108,7 +106,7 @@ static std::string value_shown(const OpenOption &option, bool is_known) {
   return std::string(" ").append(printable(without_passwords(option.value)));
 }
 
-static std::string why_wrong(const OpenOption &option) {
+std::string why_wrong(const OpenOption &option) {
   if (!option.is_error || option.letter == 'C') {
     return "";
   }
@@ -116,8 +114,8 @@ static std::string why_wrong(const OpenOption &option) {
                               : "refused: it has more than 31 characters";
 }
 
-/* The library looks for "-T" everywhere. */
-static bool holds_trace_option(const std::string &value) {
+// The library looks for "-T" everywhere.
+bool holds_trace_option(const std::string &value) {
   for (size_t at = value.find('-'); at != std::string::npos; at = value.find('-', at + 1)) {
     if (at + 1 < value.size() && (value[at + 1] == 'T' || value[at + 1] == 't') &&
         is_trace_keyword(value.substr(at + 2))) {
@@ -127,7 +125,7 @@ static bool holds_trace_option(const std::string &value) {
   return false;
 }
 
-static std::string remarks_on(const Findings &findings, size_t index) {
+std::string remarks_on(const Findings &findings, size_t index) {
   const OpenOption &option = findings.options[index];
   std::string remarks;
   for (const std::string &remark : {why_wrong(option), why_unused(findings, index)}) {
@@ -147,6 +145,8 @@ static std::string remarks_on(const Findings &findings, size_t index) {
   }
   return remarks;
 }
+
+}  // namespace
 
 void report_options(const Findings &findings) {
   for (size_t i = 0; i < findings.options.size(); ++i) {

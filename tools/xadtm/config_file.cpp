@@ -1,7 +1,5 @@
-/*
- * config_file.cpp - finds the configuration file and reads it through the maker's reader, marking what the library
- * passes over without a word.
- */
+// Finds the configuration file and reads it through the maker's reader, marking what the library
+// passes over without a word.
 #include "config_file.h"
 
 #include <fcntl.h>
@@ -17,24 +15,30 @@
 #include "common_routines.h"
 #include "trace_keywords.h"
 
-static constexpr size_t longest_path = 1023;
-static constexpr size_t longest_log_path = 1024;
+namespace {
 
-static constexpr std::array<std::string_view, 5> all_entries = {"logfile", "traceflags", "cs_dt_info", "properties",
-                                                                "maxoutconn"};
-static constexpr std::array<std::string_view, 7> xa_entries = {"lrm",          "dsn",     "server",    "properties",
-                                                               "capabilities", "options", "maxoutconn"};
+constexpr size_t longest_path = 1023;
+constexpr size_t longest_log_path = 1024;
+
+constexpr std::array<std::string_view, 5> all_entries = {"logfile", "traceflags", "cs_dt_info", "properties",
+                                                         "maxoutconn"};
+constexpr std::array<std::string_view, 7> xa_entries = {"lrm",          "dsn",     "server",    "properties",
+                                                        "capabilities", "options", "maxoutconn"};
+
+}  // namespace
 
 bool same_name(const std::string &left, const std::string &right) {
   return com_unsignstricmp(left.c_str(), right.c_str()) == 0;
 }
 
-static std::string environment(const char *name) {
+namespace {
+
+std::string environment(const char *name) {
   const char *value = com_getenv(name);
   return value == nullptr ? "" : value;
 }
 
-static std::vector<std::string> candidates(std::string &origin) {
+std::vector<std::string> candidates(std::string &origin) {
   if (com_getenv("XACONFIGFILE") != nullptr) {
     origin = "$XACONFIGFILE";
     return {environment("XACONFIGFILE")};
@@ -56,7 +60,7 @@ static std::vector<std::string> candidates(std::string &origin) {
   return paths;
 }
 
-static std::vector<std::string> read_values(INTL_READER &reader) {
+std::vector<std::string> read_values(INTL_READER &reader) {
   std::vector<std::string> values;
   int32_t status = 0;
   while (const char *value = intl_nextvalue(&reader, &status)) {
@@ -65,7 +69,7 @@ static std::vector<std::string> read_values(INTL_READER &reader) {
   return values;
 }
 
-static ConfigPart read_part(INTL_READER &reader, const char *name, int32_t status) {
+ConfigPart read_part(INTL_READER &reader, const char *name, int32_t status) {
   ConfigPart part{name, {}, status == 0 ? "" : "it holds a malformed line; mend that"};
   while (const char *entry = intl_nextentry(&reader, &status)) {
     ConfigLine line;
@@ -77,7 +81,7 @@ static ConfigPart read_part(INTL_READER &reader, const char *name, int32_t statu
   return part;
 }
 
-static std::vector<ConfigPart> read_parts(INTL_READER &reader) {
+std::vector<ConfigPart> read_parts(INTL_READER &reader) {
   std::vector<ConfigPart> parts;
   int32_t status = 0;
   while (const char *name = intl_nextsection(&reader, &status)) {
@@ -87,33 +91,37 @@ static std::vector<ConfigPart> read_parts(INTL_READER &reader) {
 }
 
 template <size_t Count>
-static bool is_listed(const std::array<std::string_view, Count> &names, const std::string &name) {
+bool is_listed(const std::array<std::string_view, Count> &names, const std::string &name) {
   return std::any_of(names.begin(), names.end(),
                      [&](std::string_view listed) { return same_name(std::string(listed), name); });
 }
 
-static bool is_list(const std::string &entry) {
+bool is_list(const std::string &entry) {
   return same_name(entry, "properties") || same_name(entry, "capabilities") || same_name(entry, "options");
 }
 
-static bool is_usable(const ConfigLine &line) {
+bool is_usable(const ConfigLine &line) {
   return !line.values.empty() && !line.values.front().empty() &&
          (!same_name(line.name, "logfile") || line.values.front().size() <= longest_log_path);
 }
 
+}  // namespace
+
 using Line = std::vector<ConfigLine>::const_iterator;
 
-static bool is_log_entry(const ConfigLine &line) {
+namespace {
+
+bool is_log_entry(const ConfigLine &line) {
   return same_name(line.name, "logfile") && is_usable(line) && can_hold_log(line.values.front());
 }
 
-static bool has_usable(Line begin, Line end, const char *entry) {
+bool has_usable(Line begin, Line end, const char *entry) {
   return std::any_of(begin, end,
                      [=](const ConfigLine &line) { return same_name(line.name, entry) && is_usable(line); });
 }
 
-/* Why an entry is not used that takes one value, if it is so. */
-static std::string why_single_unused(const std::vector<ConfigLine> &lines, Line line) {
+// Why an entry is not used that takes one value, if it is so.
+std::string why_single_unused(const std::vector<ConfigLine> &lines, Line line) {
   if (!is_usable(*line)) {
     return line->values.empty() || line->values.front().empty() ? "it has no value"
                                                                 : "it has more than 1024 characters";
@@ -133,7 +141,7 @@ static std::string why_single_unused(const std::vector<ConfigLine> &lines, Line 
   return line->values.size() > 1 ? "only its first value is used" : "";
 }
 
-static std::string why_line_unused(const std::vector<ConfigLine> &lines, Line line) {
+std::string why_line_unused(const std::vector<ConfigLine> &lines, Line line) {
   if (line->malformed) {
     return "it is malformed; write NAME=VALUE";
   }
@@ -146,7 +154,7 @@ static std::string why_line_unused(const std::vector<ConfigLine> &lines, Line li
   return is_list(line->name) ? "" : why_single_unused(lines, line);
 }
 
-static void mark_lines(ConfigPart &part) {
+void mark_lines(ConfigPart &part) {
   const bool is_all = same_name(part.name, "all");
   for (ConfigLine &line : part.lines) {
     line.known = !line.malformed && (is_all ? is_listed(all_entries, line.name) : is_listed(xa_entries, line.name));
@@ -156,15 +164,15 @@ static void mark_lines(ConfigPart &part) {
   }
 }
 
-static bool names_lrm(const ConfigPart &part, const std::string &lrm) {
+bool names_lrm(const ConfigPart &part, const std::string &lrm) {
   return std::any_of(part.lines.begin(), part.lines.end(), [&](const ConfigLine &line) {
     return (same_name(line.name, "lrm") || same_name(line.name, "dsn")) && !line.values.empty() &&
            line.values.front() == lrm;
   });
 }
 
-/* The first [all] section counts, and the first [xa] section that names the LRM. */
-static void mark_parts(std::vector<ConfigPart> &parts, const std::string &lrm) {
+// The first [all] section counts, and the first [xa] section that names the LRM.
+void mark_parts(std::vector<ConfigPart> &parts, const std::string &lrm) {
   bool have_all = false;
   bool have_xa = false;
   for (ConfigPart &part : parts) {
@@ -187,6 +195,8 @@ static void mark_parts(std::vector<ConfigPart> &parts, const std::string &lrm) {
   }
 }
 
+}  // namespace
+
 ConfigFile read_config(const std::string &lrm) {
   ConfigFile file;
   for (const std::string &path : candidates(file.origin)) {
@@ -197,7 +207,7 @@ ConfigFile read_config(const std::string &lrm) {
     }
     file.path = path;
     file.parts = read_parts(reader);
-    static_cast<void>(intl_close(&reader)); /* only read */
+    static_cast<void>(intl_close(&reader));  // only read
     mark_parts(file.parts, lrm);
     break;
   }

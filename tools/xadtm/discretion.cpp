@@ -1,4 +1,4 @@
-/* discretion.cpp - what may be a password, and what is cut or hidden for its sake. */
+// What may be a password, and what is cut or hidden for its sake.
 #include "discretion.h"
 
 #include <algorithm>
@@ -7,13 +7,17 @@
 
 #include "texts.h"
 
-static constexpr std::string_view letters_shown = "NUSKL";
-static constexpr std::string_view letters_known = "NUSKLTVC";
-static constexpr std::string_view quote = "open string ";
+namespace {
 
-static bool is_any_of(char letter, std::string_view letters) {
+constexpr std::string_view letters_shown = "NUSKL";
+constexpr std::string_view letters_known = "NUSKLTVC";
+constexpr std::string_view quote = "open string ";
+
+bool is_any_of(char letter, std::string_view letters) {
   return letter != '\0' && letters.find(letter) != std::string_view::npos;
 }
+
+}  // namespace
 
 Discretion::Discretion(std::string open_string, const std::vector<OpenOption> &options,
                        const std::vector<std::string> &known_values)
@@ -40,7 +44,7 @@ bool Discretion::holds_password(std::string_view text) const {
                      [&](const std::string &password) { return holds_word(text, password); });
 }
 
-/* A message that quotes the open string does so at its end; it may be cut anywhere, so it goes as a whole. */
+// A message that quotes the open string does so at its end; it may be cut anywhere, so it goes as a whole.
 std::string Discretion::of_library(std::string text) const {
   if (const size_t at = text.find(quote); at != std::string::npos) {
     text.resize(at + quote.size() - 1);

@@ -1,4 +1,4 @@
-/* log_command.cpp - xadtm log: shows the calls of a trace log. */
+// Xadtm log: shows the calls of a trace log.
 #include <algorithm>
 #include <fstream>
 #include <iostream>
@@ -9,8 +9,10 @@
 #include "open_string.h"
 #include "texts.h"
 
-/* What stands inside a call, or, when nothing was traced, the messages before it. */
-static void choose_causes(const std::vector<LogNode> &nodes, size_t failed, std::vector<bool> &chosen) {
+namespace {
+
+// What stands inside a call, or, when nothing was traced, the messages before it.
+void choose_causes(const std::vector<LogNode> &nodes, size_t failed, std::vector<bool> &chosen) {
   size_t at = failed + 1;
   for (; at < nodes.size() && nodes[at].depth > nodes[failed].depth; ++at) {
     chosen[at] = true;
@@ -23,8 +25,8 @@ static void choose_causes(const std::vector<LogNode> &nodes, size_t failed, std:
   }
 }
 
-/* The failed calls, those around them, and their causes. */
-static std::vector<bool> choose_failures(const std::vector<LogNode> &nodes) {
+// The failed calls, those around them, and their causes.
+std::vector<bool> choose_failures(const std::vector<LogNode> &nodes) {
   std::vector<bool> chosen(nodes.size(), false);
   for (size_t i = 0; i < nodes.size(); ++i) {
     if (!nodes[i].failed || chosen[i]) {
@@ -38,7 +40,7 @@ static std::vector<bool> choose_failures(const std::vector<LogNode> &nodes) {
   return chosen;
 }
 
-static std::string duration_of(const LogNode &call) {
+std::string duration_of(const LogNode &call) {
   if (call.untimed) {
     return "";
   }
@@ -52,8 +54,8 @@ static std::string duration_of(const LogNode &call) {
   return seconds < 0 ? "  (the clock was set back)" : "  " + std::to_string(seconds) + " s";
 }
 
-/* What is quoted of an open string stands at the text's end. */
-static std::string shown(const std::string &text) {
+// What is quoted of an open string stands at the text's end.
+std::string shown(const std::string &text) {
   for (const std::string_view mark : {"info: ", "open string "}) {
     if (const size_t at = text.find(mark); at != std::string::npos) {
       const size_t end = at + mark.size();
@@ -63,7 +65,7 @@ static std::string shown(const std::string &text) {
   return printable(without_passwords(text));
 }
 
-static void print_node(const LogNode &node) {
+void print_node(const LogNode &node) {
   constexpr size_t deepest = 40;
   std::cout << node.when << std::string(2 + 2 * std::min(node.depth, deepest), ' ') << printable(node.name);
   if (!node.is_call) {
@@ -75,9 +77,7 @@ static void print_node(const LogNode &node) {
   std::cout << (node.text.empty() ? "" : "  " + shown(node.text)) << '\n';
 }
 
-namespace {
-
-/* Prints calls as they come; a heading says whose they are when that changes. */
+// Prints calls as they come; a heading says whose they are when that changes.
 class Printer {
  public:
   explicit Printer(bool only_failures) : only_failures_(only_failures) {}
@@ -117,7 +117,9 @@ void Printer::print(const ThreadCalls &calls) {
   }
 }
 
-static void print_totals(const CallTotals &totals, const LogFile &file) {
+namespace {
+
+void print_totals(const CallTotals &totals, const LogFile &file) {
   std::cout << "calls: " << totals.calls << ", failed: " << totals.failed << ", without a return: " << totals.unfinished
             << ", returns without their beginning: " << totals.stray_returns
             << ", lines that could not be read: " << file.unreadable() << '\n';
@@ -126,6 +128,8 @@ static void print_totals(const CallTotals &totals, const LogFile &file) {
                  "string, has them written\n";
   }
 }
+
+}  // namespace
 
 int log_command(const Arguments &arguments) {
   if (arguments.words.size() != 2) {

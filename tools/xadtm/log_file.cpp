@@ -1,4 +1,4 @@
-/* log_file.cpp - takes the lines of a trace log apart and puts the records together. */
+// Takes the lines of a trace log apart and puts the records together.
 #include "log_file.h"
 
 #include <algorithm>
@@ -7,26 +7,28 @@
 #include <ctime>
 #include <optional>
 
-static constexpr size_t when_size = sizeof "2026/01/02 03:04:05" - 1;
+namespace {
 
-static constexpr std::array<std::string_view, 15> types = {"",
-                                                           "Error",
-                                                           "Fatal Error",
-                                                           "XA trace",
-                                                           "RM trace",
-                                                           "Connection trace",
-                                                           "ZDB I/F trace",
-                                                           "Misc trace",
-                                                           "Event trace",
-                                                           "Verbose trace",
-                                                           "Function trace",
-                                                           "Quillet trace",
-                                                           "Message",
-                                                           "Warning",
-                                                           "Note"};
+constexpr size_t when_size = sizeof "2026/01/02 03:04:05" - 1;
 
-/* Takes what stands before the separator, and the separator, off the rest; false when it is not there. */
-static bool take(std::string_view &rest, std::string_view separator, std::string &part) {
+constexpr std::array<std::string_view, 15> types = {"",
+                                                    "Error",
+                                                    "Fatal Error",
+                                                    "XA trace",
+                                                    "RM trace",
+                                                    "Connection trace",
+                                                    "ZDB I/F trace",
+                                                    "Misc trace",
+                                                    "Event trace",
+                                                    "Verbose trace",
+                                                    "Function trace",
+                                                    "Quillet trace",
+                                                    "Message",
+                                                    "Warning",
+                                                    "Note"};
+
+// Takes what stands before the separator, and the separator, off the rest; false when it is not there.
+bool take(std::string_view &rest, std::string_view separator, std::string &part) {
   const size_t end = rest.find(separator);
   if (end == std::string_view::npos) {
     return false;
@@ -36,13 +38,13 @@ static bool take(std::string_view &rest, std::string_view separator, std::string
   return true;
 }
 
-static bool has_form(std::string_view text, std::string_view form) {
+bool has_form(std::string_view text, std::string_view form) {
   return text.size() == form.size() && std::equal(text.begin(), text.end(), form.begin(), [](char c, char wanted) {
            return wanted == '0' ? std::isdigit(static_cast<unsigned char>(c)) != 0 : c == wanted;
          });
 }
 
-static std::optional<int64_t> seconds_of(const std::string &when) {
+std::optional<int64_t> seconds_of(const std::string &when) {
   if (!has_form(when, "0000/00/00 00:00:00")) {
     return std::nullopt;
   }
@@ -57,21 +59,21 @@ static std::optional<int64_t> seconds_of(const std::string &when) {
   return timegm(&parts);
 }
 
-static bool is_made_of(std::string_view text, std::string_view characters) {
+bool is_made_of(std::string_view text, std::string_view characters) {
   return !text.empty() && text.find_first_not_of(characters) == std::string_view::npos;
 }
 
-static bool is_process(std::string_view text) {
+bool is_process(std::string_view text) {
   constexpr size_t longest = sizeof "0x12345678" - 1;
   return text.size() <= longest && text.starts_with("0x") && is_made_of(text.substr(2), "0123456789abcdef");
 }
 
-static bool is_thread(std::string_view text) {
+bool is_thread(std::string_view text) {
   return text == "N/A" || is_made_of(text, "0123456789ABCDEF.");
 }
 
-/* A record's first line; nothing when it is none. */
-static std::optional<LogRecord> first_line(std::string_view line) {
+// A record's first line; nothing when it is none.
+std::optional<LogRecord> first_line(std::string_view line) {
   LogRecord record;
   record.when = line.substr(0, when_size);
   const std::optional<int64_t> seconds = seconds_of(record.when);
@@ -95,11 +97,9 @@ static std::optional<LogRecord> first_line(std::string_view line) {
   return record;
 }
 
-/*
- * Whether a line belongs to the record before it. Texts of the library go on with a tab, or as the list says; those of
- * servers, which stand behind "Msg: ", go on with anything.
- */
-static bool goes_on(const LogRecord &record, std::string_view line) {
+// Whether a line belongs to the record before it. Texts of the library go on with a tab, or as the list says; those of
+// servers, which stand behind "Msg: ", go on with anything.
+bool goes_on(const LogRecord &record, std::string_view line) {
   if (line.empty() || line.front() == '\t' || line == " No rows returned.") {
     return true;
   }
@@ -109,10 +109,10 @@ static bool goes_on(const LogRecord &record, std::string_view line) {
   return record.text.find("Msg: ") != std::string::npos;
 }
 
-/* Texts of the library are far shorter; the rest of a longer one is passed over. */
-static constexpr size_t longest_text = 65536;
+// Texts of the library are far shorter; the rest of a longer one is passed over.
+constexpr size_t longest_text = 65536;
 
-static bool read_line(std::istream &stream, std::string &line) {
+bool read_line(std::istream &stream, std::string &line) {
   line.clear();
   bool any = false;
   for (char c = 0; stream.get(c); any = true) {
@@ -126,13 +126,15 @@ static bool read_line(std::istream &stream, std::string &line) {
   return any;
 }
 
+}  // namespace
+
 bool LogFile::next(LogRecord &record) {
   bool begun = has_ahead_;
   if (begun) {
     record = std::move(ahead_);
     has_ahead_ = false;
   }
-  bool whole = begun; /* no foreign line has come in between */
+  bool whole = begun;  // no foreign line has come in between
   for (std::string line; read_line(stream_, line);) {
     ++lines_;
     if (std::optional<LogRecord> found = first_line(line)) {

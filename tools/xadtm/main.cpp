@@ -1,6 +1,4 @@
-/*
- * main.cpp - xadtm's command line: help, choice of the command, exit status.
- */
+// Xadtm's command line: help, choice of the command, exit status.
 #include <csignal>
 #include <exception>
 #include <iostream>
@@ -17,12 +15,10 @@ struct Command {
   const char *name;
   int (*run)(const Arguments &arguments);
   const char *options;
-  bool settles; /* its exit status tells what has been done, whatever becomes of the output */
+  bool settles;  // its exit status tells what has been done, whatever becomes of the output
 };
 
-}  // namespace
-
-static constexpr const char *help = R"(usage: xadtm check -o OPEN_STRING [--flavour F]
+constexpr const char *help = R"(usage: xadtm check -o OPEN_STRING [--flavour F]
        xadtm branches -o OPEN_STRING [--flavour F] [--json]
        xadtm commit|rollback|forget NAME -o OPEN_STRING [--flavour F] [--yes]
        xadtm names encode FORMATID GTRID BQUAL LRM
@@ -75,7 +71,7 @@ log       shows a trace log (traceflags, -T): the calls as a tree, each with the
           exit status: 0 read, 2 bad usage or a file that cannot be read
 )";
 
-static constexpr Command commands[] = {
+constexpr Command commands[] = {
     {"check", check_command, "-o --flavour", false},
     {"branches", branches_command, "-o --flavour --json", false},
     {"commit", settle_command, "-o --flavour --yes", true},
@@ -85,8 +81,8 @@ static constexpr Command commands[] = {
     {"log", log_command, "--failures", false},
 };
 
-/* An option that would do nothing is a mistake: somebody may rely on it. */
-static void check_options(const Command &command, const Arguments &arguments) {
+// An option that would do nothing is a mistake: somebody may rely on it.
+void check_options(const Command &command, const Arguments &arguments) {
   for (const std::string &option : arguments.given) {
     if (std::string_view(command.options).find(option) == std::string_view::npos) {
       throw UsageError(option + " does not go with " + command.name +
@@ -95,7 +91,7 @@ static void check_options(const Command &command, const Arguments &arguments) {
   }
 }
 
-static int run_command(const Command &command, const Arguments &arguments) {
+int run_command(const Command &command, const Arguments &arguments) {
   check_options(command, arguments);
   const int status = command.run(arguments);
   if (!std::cout.flush() && !command.settles) {
@@ -104,14 +100,14 @@ static int run_command(const Command &command, const Arguments &arguments) {
   return status;
 }
 
-static int show_help() {
+int show_help() {
   if (!(std::cout << help << std::flush)) {
     throw UsageError("the output cannot be written; look at the place that it goes to");
   }
   return exit_done;
 }
 
-static int run(const Arguments &arguments) {
+int run(const Arguments &arguments) {
   if (arguments.help) {
     return show_help();
   }
@@ -126,15 +122,17 @@ static int run(const Arguments &arguments) {
   throw UsageError("there is no such command; xadtm --help lists them");
 }
 
-static int complain(const std::exception &error, int status) {
+int complain(const std::exception &error, int status) {
   std::cout.flush();
   std::cerr << "xadtm: " << visible(error.what()) << '\n';
   return status;
 }
 
+}  // namespace
+
 int main(int argc, char **argv) {
   occupy_standard_files();
-  std::signal(SIGPIPE, SIG_IGN); /* the exit status tells the outcome, whoever reads the output */
+  std::signal(SIGPIPE, SIG_IGN);  // the exit status tells the outcome, whoever reads the output
   try {
     return run(read_arguments(argc, argv));
   } catch (const UsageError &error) {

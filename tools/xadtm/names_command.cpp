@@ -1,4 +1,4 @@
-/* names_command.cpp - xadtm names: XIDs to branch names and back. */
+// Xadtm names: XIDs to branch names and back.
 #include <cstdint>
 #include <iostream>
 #include <optional>
@@ -10,7 +10,9 @@
 #include "shown_text.h"
 #include "xid_bytes.h"
 
-static int32_t format_of(std::string_view text) {
+namespace {
+
+int32_t format_of(std::string_view text) {
   const std::optional<int32_t> number = integer_of(text);
   if (!number) {
     throw UsageError(
@@ -20,7 +22,7 @@ static int32_t format_of(std::string_view text) {
   return *number;
 }
 
-static std::string bytes_of(std::string_view digits, const std::string &what) {
+std::string bytes_of(std::string_view digits, const std::string &what) {
   if (digits == "-") {
     return "";
   }
@@ -32,20 +34,22 @@ static std::string bytes_of(std::string_view digits, const std::string &what) {
   return *bytes;
 }
 
-static void encode(const std::vector<std::string> &words) {
+void encode(const std::vector<std::string> &words) {
   const std::string lrm = original_of(words[5]);
   check_lrm(lrm);
   const XID xid = make_xid(format_of(words[2]), bytes_of(words[3], "gtrid"), bytes_of(words[4], "bqual"));
   std::cout << pasteable(branch_name(xid, lrm)) << '\n';
 }
 
-static void decode(const std::string &name) {
+void decode(const std::string &name) {
   const auto [xid, lrm] = read_branch_name(original_of(name));
   std::cout << "formatID " << xid.formatID << '\n';
   std::cout << "gtrid    " << hex_of(gtrid_of(xid)) << '\n';
   std::cout << "bqual    " << (bqual_of(xid).empty() ? "-" : hex_of(bqual_of(xid))) << '\n';
   std::cout << "LRM      " << shown_lrm(lrm) << '\n';
 }
+
+}  // namespace
 
 int names_command(const Arguments &arguments) {
   const std::vector<std::string> &words = arguments.words;

@@ -1,23 +1,23 @@
-/*
- * open_string.cpp - a word holds one option at the most: the first "-" in it begins the option, and white space ends
- * its value.
- */
+// A word holds one option at the most: the first "-" in it begins the option, and white space ends
+// its value.
 #include "open_string.h"
 
 #include <cctype>
 
 #include "texts.h"
 
-static constexpr size_t longest_value = 31;
-static constexpr size_t longest_log_path = 511;
-static constexpr std::string_view null_info = "<nil>"; /* as the library writes it */
+namespace {
 
-static bool is_blank(char c) {
+constexpr size_t longest_value = 31;
+constexpr size_t longest_log_path = 511;
+constexpr std::string_view null_info = "<nil>";  // as the library writes it
+
+bool is_blank(char c) {
   return std::isspace(static_cast<unsigned char>(c)) != 0;
 }
 
-/* Takes the next word off the text; empty at the end. */
-static std::string_view take_word(std::string_view &rest) {
+// Takes the next word off the text; empty at the end.
+std::string_view take_word(std::string_view &rest) {
   size_t begin = 0;
   while (begin < rest.size() && is_blank(rest[begin])) {
     ++begin;
@@ -31,8 +31,8 @@ static std::string_view take_word(std::string_view &rest) {
   return word;
 }
 
-/* Takes the option out of a word; nothing without one. */
-static std::optional<OpenOption> option_in(std::string_view word) {
+// Takes the option out of a word; nothing without one.
+std::optional<OpenOption> option_in(std::string_view word) {
   const size_t dash = word.find('-');
   if (dash == std::string_view::npos) {
     return std::nullopt;
@@ -45,17 +45,19 @@ static std::optional<OpenOption> option_in(std::string_view word) {
   return option;
 }
 
-static bool is_stored(char letter, bool has_key) {
+bool is_stored(char letter, bool has_key) {
   return letter == 'N' || letter == 'U' || letter == 'P' || letter == 'S' || (letter == 'K' && has_key);
 }
 
-/* A version is wrong at the end of the string, too: white space must follow it. */
-static bool is_error(const OpenOption &option, bool has_key, bool at_end) {
+// A version is wrong at the end of the string, too: white space must follow it.
+bool is_error(const OpenOption &option, bool has_key, bool at_end) {
   if (option.letter == 'V') {
     return option.value != "11" || at_end;
   }
   return option.letter == 'C' || (is_stored(option.letter, has_key) && option.value.size() > longest_value);
 }
+
+}  // namespace
 
 std::vector<OpenOption> read_open_string(std::string_view text, bool has_key) {
   std::vector<OpenOption> options;

@@ -1,8 +1,5 @@
-/*
- * open_string.h - an open string's options, taken apart as the library does it.
- */
-#ifndef XADTM_TOOL_OPEN_STRING_H
-#define XADTM_TOOL_OPEN_STRING_H
+// An open string's options, taken apart as the library does it.
+#pragma once
 
 #include <optional>
 #include <string>
@@ -10,33 +7,29 @@
 #include <vector>
 
 struct OpenOption {
-  char letter = '\0'; /* upper case; zero for a "-" with nothing behind it */
+  char letter = '\0';  // upper case; zero for a "-" with nothing behind it
   std::string value;
-  bool is_error = false;        /* the library reports it and stores nothing that stands behind it */
-  bool behind_error = false;    /* as for this one, then */
-  bool may_be_password = false; /* it is in the word behind a -P that has no value */
+  bool is_error = false;         // the library reports it and stores nothing that stands behind it
+  bool behind_error = false;     // as for this one, then
+  bool may_be_password = false;  // it is in the word behind a -P that has no value
 };
 
-/* The lookup key (-K) is an option under some flavours only. */
+// The lookup key (-K) is an option under some flavours only.
 std::vector<OpenOption> read_open_string(std::string_view text, bool has_key);
 
-/* The words or parts of words outside all options, which the library passes over. */
+// The words or parts of words outside all options, which the library passes over.
 std::vector<std::string> stray_texts(std::string_view text);
 
-/* What the library takes for the option -N, -U, -P, -S or -K. */
+// What the library takes for the option -N, -U, -P, -S or -K.
 std::string stored_value(const std::vector<OpenOption> &options, char letter);
 
-/*
- * The log file's path as the library looks for it: behind the first "-L" of the text, even when that is part of another
- * option's value. Nothing without one; one that is empty or too long stands for none as well, but ends the search.
- */
+// The log file's path as the library looks for it: behind the first "-L" of the text, even when that is part of another
+// option's value. Nothing without one; one that is empty or too long stands for none as well, but ends the search.
 struct LogOption {
   std::string path;
-  bool is_part = false; /* of another option, or of a stray text */
+  bool is_part = false;  // of another option, or of a stray text
 };
 std::optional<LogOption> log_option(std::string_view text);
 
-/* Only the values of options that hold no password, for texts of unknown origin; all else is masked. */
+// Only the values of options that hold no password, for texts of unknown origin; all else is masked.
 std::string masked_open_string(std::string_view text);
-
-#endif /* XADTM_TOOL_OPEN_STRING_H */

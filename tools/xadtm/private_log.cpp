@@ -1,4 +1,4 @@
-/* private_log.cpp - the temporary log, and what its messages mean for an operator. */
+// The temporary log, and what its messages mean for an operator.
 #include "private_log.h"
 
 #include <unistd.h>
@@ -17,16 +17,14 @@
 namespace {
 
 struct Advice {
-  std::string_view part; /* of the message */
+  std::string_view part;  // of the message
   const char *advice;
 };
 
-}  // namespace
-
-static constexpr const char *cannot_list =
+constexpr const char *cannot_list =
     "the server did not list its branches in full; see whether it is still recovering, then check again";
 
-static constexpr Advice advices[] = {
+constexpr Advice advices[] = {
     {"No $XACONFIGFILE or $TARVEX found",
      "set XACONFIGFILE to the path of xa_config, or TARVEX to the folder that holds it"},
     {"Configuration file search path",
@@ -71,12 +69,12 @@ static constexpr Advice advices[] = {
     {"open string", "the next line tells what is wrong with it"},
 };
 
-static constexpr const char *usual_advice =
+constexpr const char *usual_advice =
     "set traceflags=all in the [all] section and run xadtm branches; xadtm log FILE --failures then shows what led to "
     "it";
 
-/* Servers and client libraries say themselves what to do, as far as they know it. */
-static std::string advice_for(const LogRecord &record) {
+// Servers and client libraries say themselves what to do, as far as they know it.
+std::string advice_for(const LogRecord &record) {
   if (record.text.find("Msg: ") != std::string::npos) {
     return "";
   }
@@ -87,6 +85,8 @@ static std::string advice_for(const LogRecord &record) {
   }
   return record.type == "Error" || record.type == "Fatal Error" ? usual_advice : "";
 }
+
+}  // namespace
 
 PrivateLog::PrivateLog() {
   std::error_code error;
@@ -108,8 +108,10 @@ PrivateLog::~PrivateLog() {
   close(file_);
 }
 
-/* Traces, reports that are shown as results, and what the library says about itself. */
-static bool is_chatter(const LogRecord &record) {
+namespace {
+
+// Traces, reports that are shown as results, and what the library says about itself.
+bool is_chatter(const LogRecord &record) {
   if (record.type.ends_with("trace")) {
     return record.text.find("(CS_SET, ") == std::string::npos || record.text.find("failed!") == std::string::npos;
   }
@@ -118,7 +120,7 @@ static bool is_chatter(const LogRecord &record) {
          (record.type == "Message" && record.text.find("(CS_SET, ") != std::string::npos);
 }
 
-static std::string contents_of(int file) {
+std::string contents_of(int file) {
   std::string text;
   std::array<char, 4096> buffer{};
   ssize_t got = 0;
@@ -128,9 +130,11 @@ static std::string contents_of(int file) {
   return text;
 }
 
-static std::string trimmed(const std::string &text) {
+std::string trimmed(const std::string &text) {
   return text.substr(0, text.find_last_not_of(" \n") + 1);
 }
+
+}  // namespace
 
 std::vector<Heard> PrivateLog::read(const Discretion &discretion) const {
   std::vector<Heard> all;

@@ -1,4 +1,4 @@
-/* session.cpp - opening, scanning and closing. */
+// Opening, scanning and closing.
 #include "session.h"
 
 #include <unistd.h>
@@ -35,11 +35,11 @@ const std::string &open_string_of(const Arguments &arguments) {
   return *arguments.open_string;
 }
 
-/*
- * Calls xa_open with standard error kept back: until the library has a log it writes its errors there, without line
- * ends, and quotes the open string with its password.
- */
-static int32_t open_quietly(const xa_switch_t &xa, const std::string &info, std::string &errors) {
+namespace {
+
+// Calls xa_open with standard error kept back: until the library has a log it writes its errors there, without line
+// ends, and quotes the open string with its password.
+int32_t open_quietly(const xa_switch_t &xa, const std::string &info, std::string &errors) {
   std::FILE *kept = std::tmpfile();
   const int own = kept == nullptr ? -1 : dup(STDERR_FILENO);
   if (own < 0 || dup2(fileno(kept), STDERR_FILENO) < 0) {
@@ -52,9 +52,11 @@ static int32_t open_quietly(const xa_switch_t &xa, const std::string &info, std:
   for (int c = std::fgetc(kept); c != EOF; c = std::fgetc(kept)) {
     errors += static_cast<char>(c);
   }
-  static_cast<void>(std::fclose(kept)); /* only read since */
+  static_cast<void>(std::fclose(kept));  // only read since
   return code;
 }
+
+}  // namespace
 
 std::vector<OpenOption> options_of(const Arguments &arguments) {
   return read_open_string(open_string_of(arguments), arguments.flavour == "mts");
@@ -80,7 +82,7 @@ Session::Session(const Arguments &arguments) : xa_(switch_of(arguments.flavour))
 }
 
 Session::~Session() {
-  /* The process ends; what cannot be closed ends with it. */
+  // The process ends; what cannot be closed ends with it.
   static_cast<void>(xa_.xa_close_entry("", tool_rmid, TMNOFLAGS));
 }
 

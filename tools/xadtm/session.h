@@ -1,8 +1,5 @@
-/*
- * session.h - the resource manager, opened through a switch record as a transaction manager opens it.
- */
-#ifndef XADTM_TOOL_SESSION_H
-#define XADTM_TOOL_SESSION_H
+// The resource manager, opened through a switch record as a transaction manager opens it.
+#pragma once
 
 #include <string>
 #include <vector>
@@ -15,19 +12,19 @@ inline constexpr int32_t tool_rmid = 1;
 
 const xa_switch_t &switch_of(const std::string &flavour);
 
-/* The decoded form of a result, "XAER_NOTA (-4)". */
+// The decoded form of a result, "XAER_NOTA (-4)".
 std::string code_text(int32_t code);
 
-/* The open string of -o; throws UsageError when it is missing or longer than the XA standard allows. */
+// The open string of -o; throws UsageError when it is missing or longer than the XA standard allows.
 const std::string &open_string_of(const Arguments &arguments);
 
-/* The options of the open string, as the flavour takes them. */
+// The options of the open string, as the flavour takes them.
 std::vector<OpenOption> options_of(const Arguments &arguments);
 
-/* Closes the resource manager when it ends. */
+// Closes the resource manager when it ends.
 class Session {
  public:
-  /* Opens; throws Refused. */
+  // Opens; throws Refused.
   explicit Session(const Arguments &arguments);
   ~Session();
   Session(const Session &) = delete;
@@ -35,7 +32,7 @@ class Session {
 
   const xa_switch_t &xa() const { return xa_; }
   const std::string &lrm() const { return lrm_; }
-  /* All branches in doubt; throws Refused. */
+  // All branches in doubt; throws Refused.
   std::vector<XID> in_doubt() const;
 
  private:
@@ -43,7 +40,5 @@ class Session {
   std::string lrm_;
 };
 
-/* Reads a whole recovery scan; the code of the call that failed, or 0. */
+// Reads a whole recovery scan; the code of the call that failed, or 0.
 int32_t scan_branches(const xa_switch_t &xa, std::vector<XID> &xids);
-
-#endif /* XADTM_TOOL_SESSION_H */

@@ -1,4 +1,4 @@
-/* settle_command.cpp - xadtm commit, rollback and forget: settle one branch past its transaction manager. */
+// Xadtm commit, rollback and forget: settle one branch past its transaction manager.
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,7 +14,9 @@
 #include "shown_text.h"
 #include "xid_bytes.h"
 
-static int32_t settle(const xa_switch_t &xa, const std::string &verb, const XID &xid) {
+namespace {
+
+int32_t settle(const xa_switch_t &xa, const std::string &verb, const XID &xid) {
   if (verb == "commit") {
     return xa.xa_commit_entry(&xid, tool_rmid, TMNOFLAGS);
   }
@@ -22,8 +24,8 @@ static int32_t settle(const xa_switch_t &xa, const std::string &verb, const XID 
                             : xa.xa_forget_entry(&xid, tool_rmid, TMNOFLAGS);
 }
 
-/* Nothing is to be settled that could not be shown. */
-static void show(const XID &xid, const std::string &name) {
+// Nothing is to be settled that could not be shown.
+void show(const XID &xid, const std::string &name) {
   std::cout << "branch   " << pasteable(name) << '\n';
   std::cout << "formatID " << xid.formatID << '\n';
   std::cout << "gtrid    " << hex_of(gtrid_of(xid)) << '\n';
@@ -36,20 +38,20 @@ static void show(const XID &xid, const std::string &name) {
   }
 }
 
-/* Whether the question can be both seen and answered. */
-static bool can_ask() {
+// Whether the question can be both seen and answered.
+bool can_ask() {
   return isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1;
 }
 
-/* A line that was cut off is no answer. */
-static bool is_confirmed(const std::string &verb) {
+// A line that was cut off is no answer.
+bool is_confirmed(const std::string &verb) {
   std::cout << "Type yes to " << verb << " it: " << std::flush;
   std::string answer;
   return std::getline(std::cin, answer) && !std::cin.eof() && answer == "yes";
 }
 
-/* The exit status tells the outcome even when the output has come to nothing meanwhile. */
-static int report(const std::string &verb, int32_t code) {
+// The exit status tells the outcome even when the output has come to nothing meanwhile.
+int report(const std::string &verb, int32_t code) {
   const std::string result = std::string("xa_").append(verb).append(": ").append(code_text(code)).append("\n");
   if (!(std::cout << result << std::flush)) {
     std::cerr << result;
@@ -62,8 +64,8 @@ static int report(const std::string &verb, int32_t code) {
   return outcome.status;
 }
 
-/* Whether the branch is there to be settled; says why not. */
-static bool is_there(const Session &session, const NamedBranch &branch) {
+// Whether the branch is there to be settled; says why not.
+bool is_there(const Session &session, const NamedBranch &branch) {
   const std::vector<XID> xids = session.in_doubt();
   if (std::any_of(xids.begin(), xids.end(), [&](const XID &xid) { return same_xid(xid, branch.xid); })) {
     return true;
@@ -73,6 +75,8 @@ static bool is_there(const Session &session, const NamedBranch &branch) {
                "list shows it, and zdbd --admin DIR rollback NAME ends it\n";
   return false;
 }
+
+}  // namespace
 
 int settle_command(const Arguments &arguments) {
   const std::string &verb = arguments.words[0];

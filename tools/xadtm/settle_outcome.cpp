@@ -1,4 +1,4 @@
-/* settle_outcome.cpp - first the results that mean different things to different verbs, then the others, as a table. */
+// First the results that mean different things to different verbs, then the others, as a table.
 #include "settle_outcome.h"
 
 #include <algorithm>
@@ -16,10 +16,8 @@ struct Row {
   const char *advice;
 };
 
-}  // namespace
-
 // clang-format off
-static constexpr Row rows[] = {
+constexpr Row rows[] = {
   {XA_RETRY, exit_refused,
    "it cannot be settled now; try again later"},
   {XAER_PROTO, exit_refused,
@@ -40,15 +38,15 @@ static constexpr Row rows[] = {
 };
 // clang-format on
 
-static constexpr const char *lost =
+constexpr const char *lost =
     "the server could not be asked, or did not answer; xadtm check tells whether it can be reached, and xadtm branches "
     "whether the branch is still there: if it is, nothing was done, and the command can be repeated";
 
-static bool is_rollback(int32_t code) {
+bool is_rollback(int32_t code) {
   return code >= XA_RBBASE && code <= XA_RBEND;
 }
 
-static Row row_of(const std::string &verb, int32_t code) {
+Row row_of(const std::string &verb, int32_t code) {
   if (code == XA_OK || (verb == "rollback" && is_rollback(code))) {
     return {code, exit_done, ""};
   }
@@ -64,6 +62,8 @@ static Row row_of(const std::string &verb, int32_t code) {
   const auto *found = std::find_if(std::begin(rows), std::end(rows), [=](const Row &row) { return row.code == code; });
   return found == std::end(rows) ? Row{code, exit_unknown, lost} : *found;
 }
+
+}  // namespace
 
 SettleOutcome settle_outcome(const std::string &verb, int32_t code) {
   const Row row = row_of(verb, code);

@@ -1,4 +1,4 @@
-/* texts.cpp - how texts are shown. */
+// How texts are shown.
 #include "texts.h"
 
 #include <algorithm>
@@ -7,9 +7,13 @@
 #include "hex_text.h"
 #include "shown_text.h"
 
-static bool is_printing(unsigned char c) {
+namespace {
+
+bool is_printing(unsigned char c) {
   return c >= ' ' && c < 0x7F;
 }
+
+}  // namespace
 
 std::string json_text(std::string_view text) {
   std::string out = "\"";
@@ -36,25 +40,29 @@ std::string printable(std::string_view text) {
   return out;
 }
 
-static bool is_blank(char c) {
+namespace {
+
+bool is_blank(char c) {
   return std::isspace(static_cast<unsigned char>(c)) != 0;
 }
 
-static size_t skip(std::string_view text, size_t at, bool blanks) {
+size_t skip(std::string_view text, size_t at, bool blanks) {
   while (at < text.size() && is_blank(text[at]) == blanks) {
     ++at;
   }
   return at;
 }
 
-/* Where the password ends that begins at the place: it may stand behind white space by mistake. */
-static size_t password_end(std::string_view text, size_t at) {
+// Where the password ends that begins at the place: it may stand behind white space by mistake.
+size_t password_end(std::string_view text, size_t at) {
   if (at == text.size() || !is_blank(text[at])) {
     return skip(text, at, false);
   }
   const size_t next = skip(text, at, true);
   return next == text.size() || text[next] == '-' ? at : skip(text, next, false);
 }
+
+}  // namespace
 
 std::string without_passwords(std::string_view text) {
   std::string out;
@@ -85,9 +93,13 @@ std::string replaced(std::string text, std::string_view part, std::string_view b
   return text;
 }
 
-static bool is_part_of_word(char c) {
+namespace {
+
+bool is_part_of_word(char c) {
   return c == '_' || std::isalnum(static_cast<unsigned char>(c)) != 0;
 }
+
+}  // namespace
 
 bool holds_word(std::string_view text, std::string_view word) {
   for (size_t at = text.find(word); !word.empty() && at != std::string_view::npos; at = text.find(word, at + 1)) {

@@ -1,9 +1,7 @@
-/*
- * failing_files.cpp - definitions in a program win over those of the C library, for SQLite's calls too.
- *
- * For the faults that take unsynced writes along, each file keeps what undoes them, until it is synced. The names in
- * the folder are undone in the same way, until the folder is.
- */
+// Definitions in a program win over those of the C library, for SQLite's calls too.
+//
+// For the faults that take unsynced writes along, each file keeps what undoes them, until it is synced. The names in
+// the folder are undone in the same way, until the folder is.
 #include "failing_files.h"
 
 #include <dlfcn.h>
@@ -31,18 +29,18 @@ std::atomic<bool> watching{false};
 std::atomic<uint64_t> seen{0};
 Plan plan;
 std::string folder;
-std::mutex mutex; /* guards what follows */
+std::mutex mutex;  // guards what follows
 std::string paths[files_max];
 
-/* What stood in the place of a write, or the whole of a file that was removed. */
+// What stood in the place of a write, or the whole of a file that was removed.
 struct Undo {
   std::string path;
-  bool of_name; /* it is the folder's sync that makes it needless */
+  bool of_name;  // it is the folder's sync that makes it needless
   bool existed;
   off_t size;
   off_t at;
   std::string bytes;
-  bool lost; /* a sync of it failed: no later one helps */
+  bool lost;  // a sync of it failed: no later one helps
 };
 std::vector<Undo> undos;
 
@@ -55,7 +53,7 @@ bool takes_along() {
   return plan.fault == Fault::lost_sync || plan.fault == Fault::cut || plan.fault == Fault::torn;
 }
 
-/* What is done here for its own sake has all the memory that it wants. */
+// What is done here for its own sake has all the memory that it wants.
 thread_local int at_own_work = 0;
 struct OwnWork {
   OwnWork() { ++at_own_work; }
@@ -143,7 +141,7 @@ void end_if_planned() {
   }
 }
 
-/* Also tells a cut of power from it. */
+// Also tells a cut of power from it.
 bool call_fails(Fault fault, const std::string &path) {
   if (!is_watched(path)) {
     return false;
@@ -161,7 +159,7 @@ int disk_error() {
   return plan.for_good ? ENOSPC : EIO;
 }
 
-/* The call opens a file by its name. */
+// The call opens a file by its name.
 int open_watched(const char *name, int flags, mode_t mode) {
   const OwnWork own;
   const std::string path = name;
@@ -316,7 +314,7 @@ int open64(const char *name, int flags, ...) __attribute__((alias("open")));
 ssize_t pwrite64(int file, const void *bytes, std::size_t count, off64_t at) __attribute__((alias("pwrite")));
 int ftruncate64(int file, off64_t size) noexcept __attribute__((alias("ftruncate")));
 
-/* A lost process has lost its unsynced files, however it ends. */
+// A lost process has lost its unsynced files, however it ends.
 void _exit(int status) {
   if (plan.fault == Fault::lost_sync && has_failed()) {
     end_process();

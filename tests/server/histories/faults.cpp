@@ -1,14 +1,12 @@
-/*
- * faults.cpp - the n-th call of a server's life fails, for n = 1, 2, 3 and so on until a life passes untouched; then
- * the server starts without faults, and what was answered must hold: nothing that was answered as done is missing,
- * nothing that was answered as not done is there, and what was not answered is either.
- *
- *   zdb_faults [--fault NAME] [--story N] [--from N] [--spread N] [--for-good yes]
- *
- * Without --fault and --story: all of them. With --spread, n grows by an N-th each time. Each life and each look at
- * what it has left is a process of its own. A failure of memory that leaves the server as an exception counts as no
- * answer.
- */
+// The n-th call of a server's life fails, for n = 1, 2, 3 and so on until a life passes untouched; then
+// the server starts without faults, and what was answered must hold: nothing that was answered as done is missing,
+// nothing that was answered as not done is there, and what was not answered is either.
+//
+//   zdb_faults [--fault NAME] [--story N] [--from N] [--spread N] [--for-good yes]
+//
+// Without --fault and --story: all of them. With --spread, n grows by an N-th each time. Each life and each look at
+// what it has left is a process of its own. A failure of memory that leaves the server as an exception counts as no
+// answer.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -36,10 +34,10 @@ namespace {
 
 // ---- What a branch may have come to ---------------------------------------------------------------------------------
 
-/* A set of what can be met after a restart. */
+// A set of what can be met after a restart.
 enum Outcome : unsigned { absent = 1, prepared = 2, committed = 4, heuristic_commit = 8, heuristic_rollback = 16 };
 
-/* A branch's letter, and what it may be. */
+// A branch's letter, and what it may be.
 using Outcomes = std::map<char, unsigned>;
 
 struct Step {
@@ -47,7 +45,7 @@ struct Step {
   char branch;
 };
 
-/* In the first life "k" is prepared; what becomes of it is each story's first step. */
+// In the first life "k" is prepared; what becomes of it is each story's first step.
 constexpr const char *stories[] = {
     "commit k, work a, commit1 a, work b, prepare b, commit b, alone c",
     "rollback k, work a, prepare a, rollback a, work b, rollback b, work c, commit1 c, work d, prepare d",
@@ -83,7 +81,7 @@ unsigned outcome_of(const std::string &request, unsigned before) {
   return request == "rollback" || request == "work" || request == "large" ? absent : committed;
 }
 
-/* A line of a life is "REQUEST=BRANCH?" before it is made, then "+" done, "-" not done, or "?" not known. */
+// A line of a life is "REQUEST=BRANCH?" before it is made, then "+" done, "-" not done, or "?" not known.
 void note(Outcomes &outcomes, const std::string &line) {
   const std::size_t mark = line.find('=');
   unsigned &outcome = outcomes.try_emplace(line[mark + 1], absent).first->second;
@@ -109,7 +107,7 @@ class Life {
   Life(zdb::DurableServer &server, int answers)
       : server_(server), client_(std::make_unique<Client>(server.server())), answers_(answers) {}
 
-  /* A refused prepare or one-phase commit is followed by the rollback that a manager asks for. */
+  // A refused prepare or one-phase commit is followed by the rollback that a manager asks for.
   void play(const char *story) {
     for (const Step &step : steps_of(story)) {
       const bool done = ask(step.request, step.branch);
@@ -190,7 +188,7 @@ void live(const Place &place, const char *story, const Plan &fault, int answers)
   dprintf(answers, has_failed() ? "" : "untouched\n");
 }
 
-/* The first life: tables, and the branch that every story finds prepared. Its end leaves its logs as they are. */
+// The first life: tables, and the branch that every story finds prepared. Its end leaves its logs as they are.
 void make(const Place &place) {
   zdb::create_folder(place.folder());
   zdb::DurableServer server(place.folder());
@@ -230,7 +228,7 @@ unsigned seen_outcome(const zdb::Server &server, const Client &client, char bran
   }
 }
 
-/* The other tables went along with the branches' rows. */
+// The other tables went along with the branches' rows.
 bool is_consistent(const Client &client) {
   return client.sql(
              "select (select rows from total) = count(*) and 3 * (select rows from total) = 2 * (select 60 - "
@@ -238,7 +236,7 @@ bool is_consistent(const Client &client) {
              "from moves where bytes <> 1") == "1#1";
 }
 
-/* A prepared branch keeps the lock. */
+// A prepared branch keeps the lock.
 std::string checked(const zdb::Server &server, const Client &client, const Outcomes &outcomes) {
   std::string wrong;
   bool locked = false;
@@ -254,7 +252,7 @@ std::string checked(const zdb::Server &server, const Client &client, const Outco
   return wrong + (is_consistent(client) ? "" : " the tables contradict one another;");
 }
 
-/* Ends what is left over, and returns what must be met then. */
+// Ends what is left over, and returns what must be met then.
 Outcomes settle(const zdb::Server &server, const Client &client, const Outcomes &outcomes) {
   Outcomes settled;
   for (const auto &[branch, possible] : outcomes) {
@@ -278,7 +276,7 @@ std::string integrity(const std::string &file) {
   return statement.text(0) == "ok" ? "" : " " + file + ": " + statement.text(0) + ";";
 }
 
-/* Empty when all is as it must be. */
+// Empty when all is as it must be.
 std::string look(const Place &place, const Outcomes &outcomes) {
   std::string wrong;
   Outcomes expected = outcomes;
@@ -302,7 +300,7 @@ std::string look(const Place &place, const Outcomes &outcomes) {
 
 constexpr unsigned life_seconds_max = 20;
 
-/* By itself, by a cut of power, or as the server does when a sync has failed. */
+// By itself, by a cut of power, or as the server does when a sync has failed.
 bool ends_well(int status) {
   return status == 0 || (WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) ||
          (WIFEXITED(status) && WEXITSTATUS(status) == zdb::storage_failure_status);
@@ -333,7 +331,7 @@ class Run {
     std::filesystem::copy(place_.folder(), saved(), std::filesystem::copy_options::recursive);
   }
 
-  /* Returns the number of differences. */
+  // Returns the number of differences.
   int lives_of(const FaultName &fault, std::size_t story) {
     int differences = 0;
     lives_ = died_ = 0;
@@ -350,7 +348,7 @@ class Run {
  private:
   std::string saved() const { return place_.path() / "saved"; }
 
-  /* False when the fault was not reached. */
+  // False when the fault was not reached.
   bool life(const Plan &plan, std::size_t story, int &differences) {
     std::filesystem::remove_all(place_.folder());
     std::filesystem::copy(saved(), place_.folder(), std::filesystem::copy_options::recursive);

@@ -1,9 +1,7 @@
-/*
- * xadrive_test.cpp - runs xadrive with scripts and checks what it prints and how it ends.
- *
- * The program is given the configuration file beside this test and a fresh log; its two output streams come back as
- * one.
- */
+// Runs xadrive with scripts and checks what it prints and how it ends.
+//
+// The program is given the configuration file beside this test and a fresh log; its two output streams come back as
+// one.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -111,7 +109,7 @@ TEST(Usage, what_cannot_run_ends_with_2_and_says_why) {
   }
 }
 
-/* Standard files that are closed or of no use; the script is played to its end in any case. */
+// Standard files that are closed or of no use; the script is played to its end in any case.
 TEST(Usage, files_that_are_no_use_show_in_the_exit_status) {
   const std::string script = scratch("script");
   const std::string end = scratch("end");
@@ -166,7 +164,7 @@ TEST_P(Flavours, branch_script_plays_as_expected) {
   EXPECT_EQ(run.status, 0) << run.output;
 }
 
-/* The readiness query is one that every server answers. */
+// The readiness query is one that every server answers.
 TEST_P(Flavours, sql_runs_where_the_library_has_published_a_connection) {
   const std::string head =
       std::string("flavour ")

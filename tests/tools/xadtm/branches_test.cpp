@@ -1,4 +1,4 @@
-/* branches_test.cpp - branches in doubt at a server: listed, committed, rolled back and forgotten. */
+// Branches in doubt at a server: listed, committed, rolled back and forgotten.
 #include <gtest/gtest.h>
 
 #include "terminal.h"
@@ -6,7 +6,7 @@
 
 namespace {
 
-/* Runs a command at a terminal, types the answer, and gives back what the terminal showed. */
+// Runs a command at a terminal, types the answer, and gives back what the terminal showed.
 Outcome run_at_terminal(const Site &site, const std::string &command, const std::string &answer) {
   Terminal terminal(site.there(command));
   terminal.type(answer);
@@ -70,7 +70,7 @@ TEST(Branches, of_an_lrm_without_a_name_are_settled_under_mts) {
   }
 }
 
-/* More than two batches of a scan, one of them full to the last row. */
+// More than two batches of a scan, one of them full to the last row.
 TEST(Branches, any_number_is_listed) {
   const Site site;
   std::vector<std::string> xids;
@@ -133,7 +133,7 @@ TEST(Settle, only_yes_at_a_terminal_goes_on) {
     EXPECT_EQ(refused.status, 4) << answer << refused.output;
     EXPECT_TRUE(refused.says("Type yes to rollback it")) << refused.output;
   }
-  EXPECT_TRUE(Terminal(site.there("exec " + command)).await("Type yes")); /* which hangs up, and waits for its end */
+  EXPECT_TRUE(Terminal(site.there("exec " + command)).await("Type yes"));  // which hangs up, and waits for its end
   EXPECT_EQ(site.run(command + " --yes > /dev/full").status, 2);
   const std::string unread = "{ sleep 0.1; " + command + " --yes; echo $? > status; } | true; cat status";
   EXPECT_TRUE(site.run(unread).output.ends_with("\n2\n"));

@@ -1,4 +1,4 @@
-/* check_test.cpp - xadtm check: configurations that work, that work with remarks, and that do not. */
+// Xadtm check: configurations that work, that work with remarks, and that do not.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -14,7 +14,7 @@ Outcome check(const Site &site, const std::string &open_string, const std::strin
   return site.run(environment + " TMPDIR=tmp " XADTM " check " + options + " -o '" + open_string + "'");
 }
 
-/* What every check keeps to, whatever comes of it. */
+// What every check keeps to, whatever comes of it.
 void expect_discreet(const Site &site, const Outcome &outcome) {
   EXPECT_FALSE(outcome.says("topSecret")) << outcome.output;
   EXPECT_TRUE(std::filesystem::is_empty(site.at("tmp")));
@@ -45,7 +45,7 @@ TEST(Check, what_works_is_shown_with_its_origins) {
   }
 }
 
-/* Each row: an open string, and a line that tells what becomes of one of its parts. All can be used. */
+// Each row: an open string, and a line that tells what becomes of one of its parts. All can be used.
 TEST(Check, unused_parts_of_the_open_string_are_named) {
   const Site site;
   const std::pair<std::string, std::string> rows[] = {
@@ -99,7 +99,7 @@ TEST(Check, unused_parts_of_the_configuration_are_named) {
         "      CS_NOPE=(value not shown)  <- not in force: Context Property CS_NOPE not supported, ignored\n",
         "    nosuch\n      (value not shown)\n      <- ignored: no entry of this name belongs here\n    properties\n",
         "      CS_TDS_VERSION=5.0\n",
-        /* refused silently, but for an event trace */
+        // refused silently, but for an event trace
         "      CS_PACKETSIZE=0  <- not in force: ct_con_props(CS_SET, CS_PACKETSIZE) failed!",
         "      CS_DATA_NOBIT=perhaps  <- not in force: Unknown value perhaps for Capability: CS_DATA_NOBIT, ignored\n",
         "      CS_OPT_ROWCOUNT=5\n",
@@ -135,7 +135,7 @@ TEST(Check, configured_twice_or_in_vain_is_named) {
   expect_discreet(site, outcome);
 }
 
-/* The library takes options after an error for not given, and every "-L" for the log's. */
+// The library takes options after an error for not given, and every "-L" for the log's.
 TEST(Check, the_open_string_is_read_as_the_library_reads_it) {
   const Site site;
   struct {
@@ -159,7 +159,7 @@ TEST(Check, the_open_string_is_read_as_the_library_reads_it) {
   EXPECT_TRUE(site.run(XADTM " branches -o '-NL1 -Uteller -PtopSecret -V12 -NL7'").says("5841_l34_og_:L1\n"));
 }
 
-/* What is hidden must not tell by its absence what the password is. */
+// What is hidden must not tell by its absence what the password is.
 TEST(Check, passwords_are_kept_however_they_are_chosen_and_misplaced) {
   const Site site;
   site.write("pw",
@@ -190,7 +190,7 @@ TEST(Check, passwords_are_kept_however_they_are_chosen_and_misplaced) {
   }
 }
 
-/* A server that stands still does not answer; the check is killed while it waits. */
+// A server that stands still does not answer; the check is killed while it waits.
 TEST(Check, nothing_is_left_of_the_private_log_when_it_is_killed) {
   const Site site;
   ZdbdProcess zdbd(site);

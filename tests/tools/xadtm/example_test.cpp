@@ -1,4 +1,4 @@
-/* example_test.cpp - the example that integrators copy, on a server that dies. */
+// The example that integrators copy, on a server that dies.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -15,7 +15,7 @@ namespace {
 constexpr const char *row_7 = "select id from t where id = 7";
 constexpr std::chrono::milliseconds between_looks(5);
 
-/* Runs the example while the server that dies at the step is replaced; its output, or none when the server lived. */
+// Runs the example while the server that dies at the step is replaced; its output, or none when the server lived.
 std::optional<Outcome> run_while_it_dies(const Site &site, int step, const std::string &command, bool is_replaced) {
   ZdbdProcess dying(site, step);
   if (!dying.is_up()) {
@@ -36,7 +36,7 @@ std::optional<Outcome> run_while_it_dies(const Site &site, int step, const std::
 
 class Example : public testing::TestWithParam<bool> {};
 
-/* Whether another server takes the dead one's place while the example repeats its calls. */
+// Whether another server takes the dead one's place while the example repeats its calls.
 TEST_P(Example, answers_are_true_wherever_the_server_dies) {
   const bool is_replaced = GetParam();
   const Site site;
@@ -47,10 +47,10 @@ TEST_P(Example, answers_are_true_wherever_the_server_dies) {
   std::filesystem::copy(site.at("bank1"), site.at("kept"), std::filesystem::copy_options::recursive);
   const std::string command = std::string(ONE_BRANCH " -w ") + (is_replaced ? "60" : "0") +
                               " '-NL1 -Uteller -PtopSecret' L1 T1 'insert into t values (7)'";
-  using Truth = std::tuple<int, bool, bool>; /* exit status, whether the row and whether the branch is there */
+  using Truth = std::tuple<int, bool, bool>;  // exit status, whether the row and whether the branch is there
   std::set<Truth> truths = {{0, true, false}, {1, false, false}, {3, true, false}, {3, false, false}};
   if (!is_replaced) {
-    truths.emplace(3, false, true); /* never given up while there is somebody to ask */
+    truths.emplace(3, false, true);  // never given up while there is somebody to ask
   }
   std::set<Truth> seen;
   for (int step = 1; step < 400; ++step) {

@@ -1,4 +1,4 @@
-/* log_test.cpp - xadtm log, on logs made by hand and on one that the library wrote. */
+// Xadtm log, on logs made by hand and on one that the library wrote.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,7 +16,7 @@ Outcome log_of(const std::string &text, const std::string &options = "") {
   return outcome;
 }
 
-/* A line of thread A0 of process 0x10, at one of the first nine seconds of a minute. */
+// A line of thread A0 of process 0x10, at one of the first nine seconds of a minute.
 std::string line(int second, const std::string &function, const std::string &text, const std::string &who = "0x10,A0") {
   std::string out = "2026/01/02 03:04:0";
   out.append(std::to_string(second)).append(": ").append(who).append(": [").append(function);
@@ -104,7 +104,7 @@ TEST(Log, passwords_are_masked_in_every_form) {
   }
 }
 
-/* A failed call inside one that did not fail is shown in its place. */
+// A failed call inside one that did not fail is shown in its place.
 TEST(Log, what_is_around_a_failure_is_shown) {
   const Outcome shown =
       log_of(line(1, "xa_rollback", "XA trace: Enter") + line(1, "xc_get", "Connection trace: Enter") +
@@ -172,7 +172,7 @@ TEST(Log, a_log_of_any_depth_is_shown) {
   EXPECT_TRUE(log_of(text).says("calls: 100000, failed: 0, without a return: 100000"));
 }
 
-/* It is read once, and what has returned is shown and forgotten. */
+// It is read once, and what has returned is shown and forgotten.
 TEST(Log, an_endless_log_is_shown_as_it_comes) {
   const std::string path = scratch("endless");
   write_text(path, line(1, "f", "Error: no server") + line(2, "xa_open", "XA trace: Enter") +
@@ -187,7 +187,7 @@ TEST(Log, an_endless_log_is_shown_as_it_comes) {
   }
 }
 
-/* A call with very much in it comes in parts; nothing of it is lost or counted twice. */
+// A call with very much in it comes in parts; nothing of it is lost or counted twice.
 TEST(Log, a_call_with_very_much_in_it_is_shown_in_parts) {
   std::string text = line(1, "f", "Misc trace: Enter") + line(1, "xa_end", "XA trace: Enter");
   for (int i = 0; i < 15000; ++i) {

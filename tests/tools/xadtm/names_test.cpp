@@ -1,4 +1,4 @@
-/* names_test.cpp - xadtm names, and the command line as a whole. */
+// Xadtm names, and the command line as a whole.
 #include <gtest/gtest.h>
 
 #include "tool.h"
@@ -18,7 +18,7 @@ void expect_usage_errors(const std::vector<Wrong> &rows) {
   }
 }
 
-/* The names are those that servers store, worked out by hand from the six-bit groups. */
+// The names are those that servers store, worked out by hand from the six-bit groups.
 TEST(Names, xids_become_names_and_come_back) {
   const std::string longest(128, 'f');
   const std::pair<std::string, std::string> rows[] = {
@@ -44,7 +44,7 @@ TEST(Names, xids_become_names_and_come_back) {
   EXPECT_TRUE(xadtm("names decode fffffffe_0g__:").says("\nLRM      (no name)\n"));
 }
 
-/* Nothing of a name reaches the terminal as it is that could play with it, and what is shown can be given back. */
+// Nothing of a name reaches the terminal as it is that could play with it, and what is shown can be given back.
 TEST(Names, hostile_ones_are_shown_so_that_they_can_be_pasted) {
   const std::pair<std::string, std::string> rows[] = {
       {"L\x1b[2J", "L\\x1b[2J"},

@@ -1,4 +1,4 @@
-/* server_test.cpp - xadtm at servers that run elsewhere: over a socket, not there, dying, and answering wrongly. */
+// Xadtm at servers that run elsewhere: over a socket, not there, dying, and answering wrongly.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -10,7 +10,7 @@
 
 namespace {
 
-const std::string t1 = "5841_l34_og_:L1"; /* the branch "a" of "T1" */
+const std::string t1 = "5841_l34_og_:L1";  // the branch "a" of "T1"
 
 TEST(Server, all_commands_work_over_a_socket) {
   const Site site;
@@ -53,12 +53,12 @@ TEST(Server, one_that_is_not_there_is_named) {
   }
 }
 
-/* The server dies at every step in turn. What the exit status says must hold at the one that takes its place. */
+// The server dies at every step in turn. What the exit status says must hold at the one that takes its place.
 TEST(Server, exit_statuses_are_true_wherever_it_dies) {
   const Site site;
   site.prepare({"T1.a"});
   std::filesystem::copy(site.at("bank1"), site.at("kept"), std::filesystem::copy_options::recursive);
-  std::set<std::pair<int, bool>> seen; /* exit statuses, and whether the branch was still there */
+  std::set<std::pair<int, bool>> seen;  // exit statuses, and whether the branch was still there
   for (int step = 1; step < 200; ++step) {
     std::filesystem::remove_all(site.at("bank1"));
     std::filesystem::copy(site.at("kept"), site.at("bank1"), std::filesystem::copy_options::recursive);
@@ -78,7 +78,7 @@ TEST(Server, exit_statuses_are_true_wherever_it_dies) {
   EXPECT_EQ(seen, truths);
 }
 
-/* A client names branches as it likes; what the operator reads must be what there is, and serve to settle it. */
+// A client names branches as it likes; what the operator reads must be what there is, and serve to settle it.
 TEST(Server, hostile_names_do_not_reach_the_operators_terminal) {
   const Site site;
   const std::string names[] = {"\x1b[2Jgone", "a\tprepared\n5841_l34_og_:L1",
@@ -106,10 +106,10 @@ TEST(Server, hostile_names_do_not_reach_the_operators_terminal) {
   EXPECT_EQ(site.administer("drop-user '\\x1b]0;evil\\x07'").status, 0);
 }
 
-/* What the server does with the next requests, and what the command makes of it. */
+// What the server does with the next requests, and what the command makes of it.
 struct Misdeed {
   const char *procedure;
-  int32_t times; /* -1: always */
+  int32_t times;  // -1: always
   ZDB_REPLY_KIND kind;
   int32_t value;
   const char *words;

@@ -1,4 +1,4 @@
-/* serving.cpp - the processes and threads behind the site's socket. */
+// The processes and threads behind the site's socket.
 #include "serving.h"
 
 #include <gtest/gtest.h>

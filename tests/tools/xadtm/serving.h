@@ -1,6 +1,5 @@
-/* serving.h - servers in processes or threads of their own, which a test can let die and answer wrongly. */
-#ifndef TESTS_XADTM_SERVING_H
-#define TESTS_XADTM_SERVING_H
+// Servers in processes or threads of their own, which a test can let die and answer wrongly.
+#pragma once
 
 #include <sys/types.h>
 
@@ -12,22 +11,22 @@
 #include "tool.h"
 #include "wire/listener.h"
 
-/* zdbd, serving the site's folder on the site's socket; stopped as an operator stops it. */
+// zdbd, serving the site's folder on the site's socket; stopped as an operator stops it.
 class ZdbdProcess {
  public:
-  /* It dies at that step, as by kill -9, unless that is 0; is_up then tells whether it has come so far as to serve. */
+  // It dies at that step, as by kill -9, unless that is 0; is_up then tells whether it has come so far as to serve.
   explicit ZdbdProcess(const Site &site, int crash_at = 0);
   ~ZdbdProcess() { stop(); }
   ZdbdProcess(const ZdbdProcess &) = delete;
   ZdbdProcess &operator=(const ZdbdProcess &) = delete;
 
   bool is_up() const { return is_up_; }
-  /* Whether it has died by itself. */
+  // Whether it has died by itself.
   bool has_died();
   void kill_hard();
-  /* Takes connections and serves nobody, until it is killed. */
+  // Takes connections and serves nobody, until it is killed.
   void stand_still() const { kill(process_, SIGSTOP); }
-  /* Its exit status, -1 when it has died. */
+  // Its exit status, -1 when it has died.
   int stop();
 
  private:
@@ -37,7 +36,7 @@ class ZdbdProcess {
   bool is_up_ = false;
 };
 
-/* A server of this process, on the site's socket, whose replies can be scripted. It knows one branch. */
+// A server of this process, on the site's socket, whose replies can be scripted. It knows one branch.
 class ScriptedServer final : private zdb::Service {
  public:
   static constexpr const char *branch = "5841_l34_og_:L1";
@@ -56,7 +55,5 @@ class ScriptedServer final : private zdb::Service {
   std::unique_ptr<zdb::Listener> listener_;
 };
 
-/* Lets the site's interfaces file lead to its socket. */
+// Lets the site's interfaces file lead to its socket.
 void use_socket(const Site &site);
-
-#endif /* TESTS_XADTM_SERVING_H */

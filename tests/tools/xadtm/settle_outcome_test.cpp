@@ -1,4 +1,4 @@
-/* settle_outcome_test.cpp - what results mean that no server here gives. */
+// What results mean that no server here gives.
 #include "settle_outcome.h"
 
 #include <gtest/gtest.h>

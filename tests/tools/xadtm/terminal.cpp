@@ -1,4 +1,4 @@
-/* terminal.cpp - the program gets the one end of a pseudo-terminal, the test holds the other. */
+// The program gets the one end of a pseudo-terminal, the test holds the other.
 #include "terminal.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-/* tool.cpp - a folder such as an operator has, made by the programs that an operator uses. */
+// A folder such as an operator has, made by the programs that an operator uses.
 #include "tool.h"
 
 #include <gtest/gtest.h>

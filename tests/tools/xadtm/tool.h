@@ -1,16 +1,15 @@
-/* tool.h - runs xadtm and the programs that make something for it to look at. */
-#ifndef TESTS_XADTM_TOOL_H
-#define TESTS_XADTM_TOOL_H
+// Runs xadtm and the programs that make something for it to look at.
+#pragma once
 
 #include <string>
 #include <vector>
 
 #include "programs.h"
 
-/* Runs xadtm with the arguments, as a shell takes them. */
+// Runs xadtm with the arguments, as a shell takes them.
 Outcome xadtm(const std::string &arguments);
 
-/* A folder with a server's folder, the interfaces file that leads to it, and a configuration. */
+// A folder with a server's folder, the interfaces file that leads to it, and a configuration.
 class Site {
  public:
   Site();
@@ -20,20 +19,18 @@ class Site {
 
   std::string at(const std::string &name) const { return folder_ + "/" + name; }
   void write(const std::string &name, const std::string &text) const;
-  /* The shell command as it is run in the folder, with the environment of an application of the server. */
+  // The shell command as it is run in the folder, with the environment of an application of the server.
   std::string there(const std::string &command) const;
   Outcome run(const std::string &command) const;
-  /* Runs xadtm with the arguments and a good open string. */
+  // Runs xadtm with the arguments and a good open string.
   Outcome xadtm(const std::string &arguments) const;
-  /* An operator's command at the server. */
+  // An operator's command at the server.
   Outcome administer(const std::string &words) const;
-  /* Prepares branches of the LRM, each named as "T1.a" (gtrid and bqual), and leaves them. */
+  // Prepares branches of the LRM, each named as "T1.a" (gtrid and bqual), and leaves them.
   void prepare(const std::vector<std::string> &xids, const std::string &lrm = "L1") const;
-  /* The branches that the server has, as it shows them. */
+  // The branches that the server has, as it shows them.
   std::string branches() const { return administer("list").output; }
 
  private:
   std::string folder_;
 };
-
-#endif /* TESTS_XADTM_TOOL_H */
