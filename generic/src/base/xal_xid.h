@@ -8,8 +8,10 @@
 #include "xa.h"
 
 inline int32_t xid_clamped(int32_t length) {
-  const bool as_it_is = static_cast<uint32_t>(length) <= 64;
-  return __builtin_expect(as_it_is ? 1 : 0, 1) != 0 ? length : (length < 0 ? 0 : 64);
+  if (static_cast<uint32_t>(length) <= 64) [[likely]] {
+    return length;
+  }
+  return length < 0 ? 0 : 64;
 }
 // True when an XID's lengths are those that the XA standard allows. Others would be clamped in the branch's name, and
 // give it the name of another branch, or one that a recovery passes over.

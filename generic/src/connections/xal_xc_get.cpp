@@ -17,7 +17,6 @@
 
 namespace {
 
-constexpr int32_t look_again = 0;  // another thread holds the connection looked for; no XCRET code, no XA error
 constexpr uint32_t by_state = XCF_ASSOC | XCF_SUSPEND | XCF_RECOVER;
 
 // A thread is told by the address of its count of holds. It is small enough for the room that the loader gives each
@@ -46,20 +45,13 @@ XC_LINKS *purge(XA_CONNECTION *conn) {
   return next;
 }
 
-int32_t hand_out(XA_LRMINFO *lrm, XA_CONNECTION *conn, XA_CONNECTION **out, int32_t result) {
+void hand_out(XA_LRMINFO *lrm, XA_CONNECTION *conn) {
   _trvxadummy_take_mutex(conn->xc_mutex);
   xc_hold(conn);
   _trvxadummy_release_mutex(lrm->lrm_mutex);
-  *out = conn;
-  return result;
 }
 
-int32_t hand_out_unused(XA_LRMINFO *lrm, XA_CONNECTION *conn, XA_CONNECTION **out) {
-  conn->xc_state = XCS_INUSE;
-  return hand_out(lrm, conn, out, XCRET_CONN);
-}
-
-// The result for a record in a state that the flags ask for, else 0.
+// The XCRET code for a record in a state that the flags ask for; XCRET_NOCONN for any other.
 int32_t wanted_state(const XA_CONNECTION *conn, uint32_t flags) {
   if ((flags & XCF_ASSOC) != 0 && conn->xc_state == XCS_ASSOC) {
     return XCRET_ASSOC;
@@ -70,48 +62,69 @@ int32_t wanted_state(const XA_CONNECTION *conn, uint32_t flags) {
   if ((flags & XCF_RECOVER) != 0 && conn->xc_state == XCS_RECOVER) {
     return XCRET_RECOVER;
   }
-  return 0;
+  return XCRET_NOCONN;
 }
 
-// One walk over the LRM's records.
+// One walk over the LRM's records, and what it came to: an XCRET code, or the XA code of a failed xc_open, and the
+// connection that goes with it.
 struct Walk {
   const XID *xid;
   uint32_t flags;
   XA_CONNECTION *match = nullptr;
   XA_CONNECTION *candidate = nullptr;
+  int32_t result = XCRET_NOCONN;
+  XA_CONNECTION *handed_out = nullptr;
 };
+
+// How a lookup goes on.
+enum class Next : uint8_t {
+  record,      // with the next record of the list
+  look_again,  // from the start, after a while: another thread holds the connection looked for
+  done         // not at all: the walk has its result
+};
+
+Next answer(Walk &walk, XA_LRMINFO *lrm, XA_CONNECTION *conn, int32_t result) {
+  hand_out(lrm, conn);
+  walk.handed_out = conn;
+  walk.result = result;
+  return Next::done;
+}
+
+Next answer_unused(Walk &walk, XA_LRMINFO *lrm, XA_CONNECTION *conn) {
+  conn->xc_state = XCS_INUSE;
+  return answer(walk, lrm, conn, XCRET_CONN);
+}
 
 bool is_match(const Walk &walk, const XA_CONNECTION *conn) {
   return (walk.flags & XCF_MATCH) != 0 && walk.xid != nullptr && xid_equal(*walk.xid, conn->xc_xid);
 }
 
-// Looks at one live record: a result when it ends the walk, -1 to go on, look_again to start over.
-constexpr int32_t go_on = -1;
-int32_t visit(Walk &walk, XA_LRMINFO *lrm, XA_CONNECTION *conn, XA_CONNECTION **out) {
-  const int32_t state_result = (walk.flags & by_state) != 0 ? wanted_state(conn, walk.flags) : 0;
+// Looks at one live record.
+Next visit(Walk &walk, XA_LRMINFO *lrm, XA_CONNECTION *conn) {
+  const int32_t state_result = (walk.flags & by_state) != 0 ? wanted_state(conn, walk.flags) : XCRET_NOCONN;
   if (held(conn)) {
-    const bool looked_for = state_result != 0 || is_match(walk, conn);
-    return looked_for && held_elsewhere(conn) ? look_again : go_on;
+    const bool looked_for = state_result != XCRET_NOCONN || is_match(walk, conn);
+    return looked_for && held_elsewhere(conn) ? Next::look_again : Next::record;
   }
   if ((walk.flags & XCF_ANY) != 0) {
-    return hand_out(lrm, conn, out, XCRET_CONN);
+    return answer(walk, lrm, conn, XCRET_CONN);
   }
-  if (state_result != 0) {
-    return hand_out(lrm, conn, out, state_result);
+  if (state_result != XCRET_NOCONN) {
+    return answer(walk, lrm, conn, state_result);
   }
   if (walk.match == nullptr && is_match(walk, conn)) {
     walk.match = conn;
     if ((walk.flags & by_state) == 0) {
-      return hand_out(lrm, conn, out, XCRET_MATCH);
+      return answer(walk, lrm, conn, XCRET_MATCH);
     }
   }
   if ((walk.flags & XCF_UNUSED) != 0 && walk.candidate == nullptr && conn->xc_state == XCS_UNUSED) {
     walk.candidate = conn;
     if ((walk.flags & (XCF_MATCH | by_state)) == 0) {
-      return hand_out_unused(lrm, conn, out);
+      return answer_unused(walk, lrm, conn);
     }
   }
-  return go_on;
+  return Next::record;
 }
 
 // While a connection was made, another thread may have put the branch on one: a branch is carried by one only.
@@ -125,40 +138,48 @@ bool matched_meanwhile(const Walk &walk, const XA_LRMINFO *lrm, const XA_CONNECT
   return false;
 }
 
-// What the end of the list leaves: a match, an unused connection, a new one, or none.
-int32_t settle(const Walk &walk, XA_LRMINFO *lrm, XA_CONNECTION **out) {
-  if (walk.match != nullptr) {
-    return hand_out(lrm, walk.match, out, XCRET_MATCH);
+// Makes a new connection the walk's result.
+Next open_new(Walk &walk, XA_LRMINFO *lrm) {
+  XA_CONNECTION *opened = nullptr;
+  const int32_t ret = xc_open(lrm, &opened);
+  if (ret != XA_OK) {
+    _trvxadummy_release_mutex(lrm->lrm_mutex);
+    walk.result = ret;
+    return Next::done;
   }
-  if (walk.candidate != nullptr) {
-    return hand_out_unused(lrm, walk.candidate, out);
+  if (matched_meanwhile(walk, lrm, opened)) {
+    opened->xc_state = XCS_UNUSED;
+    xc_release(opened);
+    return Next::look_again;
   }
-  if ((walk.flags & XCF_OPEN) != 0) {
-    XA_CONNECTION *opened = nullptr;
-    const int32_t ret = xc_open(lrm, &opened);
-    if (ret != XA_OK) {
-      _trvxadummy_release_mutex(lrm->lrm_mutex);
-      return ret;
-    }
-    if (matched_meanwhile(walk, lrm, opened)) {
-      opened->xc_state = XCS_UNUSED;
-      xc_release(opened);
-      return look_again;
-    }
-    opened->xc_state = XCS_INUSE;
-    *out = opened;
-    return XCRET_CONN;
-  }
-  _trvxadummy_release_mutex(lrm->lrm_mutex);
-  return XCRET_NOCONN;
+  opened->xc_state = XCS_INUSE;
+  walk.handed_out = opened;
+  walk.result = XCRET_CONN;
+  return Next::done;
 }
 
-[[gnu::always_inline]] inline int32_t search(int32_t rmid, const XID *xid, XA_CONNECTION **out, uint32_t flags) {
+// What the end of the list leaves: a match, an unused connection, a new one, or none.
+Next settle(Walk &walk, XA_LRMINFO *lrm) {
+  if (walk.match != nullptr) {
+    return answer(walk, lrm, walk.match, XCRET_MATCH);
+  }
+  if (walk.candidate != nullptr) {
+    return answer_unused(walk, lrm, walk.candidate);
+  }
+  if ((walk.flags & XCF_OPEN) != 0) {
+    return open_new(walk, lrm);
+  }
+  _trvxadummy_release_mutex(lrm->lrm_mutex);
+  return Next::done;
+}
+
+// Walks over the records of rmid's LRM, newest first, and frees the closed ones. False when it is to look again.
+bool search(int32_t rmid, Walk &walk) {
   XA_LRMINFO *lrm = xal_getlrm(rmid);
   if (lrm == nullptr) {
-    return XCRET_NOLRM;
+    walk.result = XCRET_NOLRM;
+    return true;
   }
-  Walk walk{xid, flags};
   XC_LINKS *at = lrm->lrm_conns.xc_next;
   while (at != &lrm->lrm_conns) {
     auto *conn = static_cast<XA_CONNECTION *>(at);
@@ -166,17 +187,16 @@ int32_t settle(const Walk &walk, XA_LRMINFO *lrm, XA_CONNECTION **out) {
       at = purge(conn);
       continue;
     }
-    const int32_t result = visit(walk, lrm, conn, out);
-    if (result == look_again) {
+    const Next next = visit(walk, lrm, conn);
+    if (next == Next::look_again) {
       _trvxadummy_release_mutex(lrm->lrm_mutex);
-      return result;
     }
-    if (result != go_on) {
-      return result;
+    if (next != Next::record) {
+      return next == Next::done;
     }
     at = at->xc_next;
   }
-  return settle(walk, lrm, out);
+  return settle(walk, lrm) == Next::done;
 }
 
 }  // namespace
@@ -257,13 +277,14 @@ void xc_assert_settled([[maybe_unused]] int32_t rmid) {
 
 int32_t xc_get(int32_t rmid, const XID *xid, XA_CONNECTION **out, uint32_t flags) {
   const TraceScope trace("xc_get", TRACE_RM);
-  *out = nullptr;
-  int32_t result = look_again;
-  while ((result = search(rmid, xid, out, flags)) == look_again) {
+  Walk walk{xid, flags};
+  while (!search(rmid, walk)) {
     xc_wait_briefly();
+    walk = Walk{xid, flags};
   }
+  *out = walk.handed_out;
   if (trace.entered()) {
-    trace.detail(0, XALOG_RM)("Return %s\n%s", xacmn_log_xareturn(result), xacmn_log_dump_xid(xid));
+    trace.detail(0, XALOG_RM)("Return %s\n%s", xacmn_log_xareturn(walk.result), xacmn_log_dump_xid(xid));
   }
-  return result;
+  return walk.result;
 }

@@ -70,7 +70,7 @@ RMID_LIST *find_rmid(THREAD_LIST *node, int32_t rmid) {
   return nullptr;
 }
 
-[[gnu::always_inline]] inline XA_LRMINFO *find_lrm(const XA_THRDID &identity, int32_t rmid) {
+XA_LRMINFO *find_lrm(const XA_THRDID &identity, int32_t rmid) {
   THREAD_LIST *node = find_thread(identity);
   const RMID_LIST *entry = node != nullptr ? find_rmid(node, rmid) : nullptr;
   return entry != nullptr ? entry->rl_lrminfo : nullptr;
