@@ -138,7 +138,7 @@ bool is_named(const XA_CONNECTION &conn, const XID &xid) {
          memcmp(named.data, xid.data, static_cast<size_t>(conn.xc_named_data)) == 0;
 }
 
-[[gnu::noinline]] void name_anew(XA_CONNECTION &conn, const XID &xid) {
+void name_anew(XA_CONNECTION &conn, const XID &xid) {
   xid_copy(conn.xc_named_xid, xid);
   conn.xc_named_data = static_cast<int32_t>(xid_data_size(xid));
   conn.xc_name_length = static_cast<int32_t>(write_name(xid, conn.xc_lrm->lrm_name, conn.xc_name) - conn.xc_name);

