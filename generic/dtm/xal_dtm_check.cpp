@@ -40,6 +40,7 @@ int32_t read_config_value(const TraceScope &trace, XA_CONNECTION *conn, int32_t 
       trace.error()("No results returned for DTM configuration status, pre 12.0 ZDB?");
       return XAER_RMERR;
     case DTM_NO_ROW:
+      // This wording stays: operators and scripts search for it.
       trace.error()("No rows for returned for DTM configuration status");
       return XAER_RMERR;
     default:

@@ -15,6 +15,7 @@ int32_t outcome_of_unknown(const TraceScope &trace, XA_CONNECTION *conn, const X
     return XAER_RMERR;
   }
   if (dtm_is_heuristic(ret)) {
+    // This spelling stays: operators and scripts search for it.
     trace.message()("xa__dtm_prepare: Heuristic completion ocurred");
   }
   return ret;

@@ -24,6 +24,7 @@ int32_t xa__dtm_rollback(XA_CONNECTION *conn, const XID *xid) {
   const TraceScope trace("xa__dtm_rollback", TRACE_ZDB);
   int32_t ret = attach_and_roll_back(conn, xid);
   if (ret == XA_RBOTHER) {
+    // This spelling stays: operators and scripts search for it.
     trace.message()("Performing asyncronous abort");
     ret = dtm_request(conn, DTM_ABORT, xid, DTM_WANT_ROLLEDBACK, dtm_rollback_maps);
     if (ret == XA_RBOTHER) {

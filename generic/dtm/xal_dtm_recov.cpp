@@ -172,6 +172,7 @@ int32_t scan_verdict(const TraceScope &trace, const ScanEnd &end, int32_t last_c
     return CS_END_RESULTS;
   }
   if (end.has_status && end.status > 0) {
+    // This spelling stays: operators and scripts search for it.
     trace.warning()("some XIDs could not be returned (databsee still being recovered)");
     return CS_SUCCEED;
   }
@@ -342,6 +343,7 @@ int32_t xa__dtm_recover(XA_CONNECTION *conn, XID *xids, int32_t count, int32_t f
     return trace.xa(XAER_RMERR);
   }
   if ((flags & TMENDRSCAN) != 0 || stored < count) {
+    // This spelling stays: operators and scripts search for it.
     trace.event()("TMENDSCAN or receive count %d not requested count %d", stored, count);
     const int32_t ended = xa_dtm_terminate_scan(conn);
     if (ended != CS_END_RESULTS) {

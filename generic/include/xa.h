@@ -1,7 +1,8 @@
 /*
  * xa.h - the X/Open XA interface: branch identifiers, flags, return codes and the switch record.
  *
- * Names and values are those of the XA standard. Every word is a signed 32-bit integer on every platform, so an XID is
+ * Names and values are those of the XA standard (X/Open's "Distributed Transaction Processing: The XA Specification"),
+ * whose chapters are given below. Every word is a signed 32-bit integer on every platform, so an XID is
  * always 140 bytes and the switch record's flags and version are always 32 bits wide.
  */
 #ifndef XA_H
@@ -13,6 +14,7 @@
 extern "C" {
 #endif
 
+/* Chapter 4.2, transaction identification; 4.3, resource manager switch. */
 #define XIDDATASIZE 128 /* bytes of XID data */
 #define MAXGTRIDSIZE 64 /* most bytes of a global transaction identifier */
 #define MAXBQUALSIZE 64 /* most bytes of a branch qualifier */
@@ -30,7 +32,10 @@ typedef struct xid_t {
   char data[XIDDATASIZE];
 } XID;
 
-/* The record through which a transaction manager reaches a resource manager; entries in the standard's order. */
+/*
+ * Chapter 4.3: the record through which a transaction manager reaches a resource manager. The entries stand in the
+ * standard's order; chapter 5 says what each does, chapter 6 when it may be called.
+ */
 struct xa_switch_t {
   char name[RMNAMESZ];
   int32_t flags;
@@ -47,53 +52,55 @@ struct xa_switch_t {
   int32_t (*xa_complete_entry)(int32_t *handle, int32_t *result, int32_t rmid, int32_t flags);
 };
 
-/* Flags of the switch record. */
-#define TMNOFLAGS 0x00000000
-#define TMREGISTER 0x00000001
-#define TMNOMIGRATE 0x00000002
-#define TMUSEASYNC 0x00000004
+/* Chapter 4.4: flags of the switch record. */
+#define TMNOFLAGS 0x00000000   /* no feature; in a call: no flag */
+#define TMREGISTER 0x00000001  /* the resource manager registers branches by itself (ax_reg) */
+#define TMNOMIGRATE 0x00000002 /* it does not let a suspended branch be resumed by another thread */
+#define TMUSEASYNC 0x00000004  /* it can work asynchronously */
 
-/* Flags of the XA calls. */
-#define TMASYNC ((int32_t)0x80000000)
-#define TMONEPHASE 0x40000000
-#define TMFAIL 0x20000000
-#define TMNOWAIT 0x10000000
-#define TMRESUME 0x08000000
-#define TMSUCCESS 0x04000000
-#define TMSUSPEND 0x02000000
-#define TMSTARTRSCAN 0x01000000
-#define TMENDRSCAN 0x00800000
-#define TMMULTIPLE 0x00400000
-#define TMJOIN 0x00200000
-#define TMMIGRATE 0x00100000
+/* Chapter 4.4: flags of the XA calls. */
+#define TMASYNC ((int32_t)0x80000000) /* work asynchronously; refused here */
+#define TMONEPHASE 0x40000000         /* xa_commit: commit in one phase, without a prepare */
+#define TMFAIL 0x20000000             /* xa_end: the work failed, the branch is to be rolled back */
+#define TMNOWAIT 0x10000000           /* answer XA_RETRY rather than wait */
+#define TMRESUME 0x08000000           /* xa_start: go on with a suspended association */
+#define TMSUCCESS 0x04000000          /* xa_end: the work is done */
+#define TMSUSPEND 0x02000000          /* xa_end: the work is interrupted */
+#define TMSTARTRSCAN 0x01000000       /* xa_recover: begin a scan */
+#define TMENDRSCAN 0x00800000         /* xa_recover: end the scan after this call */
+#define TMMULTIPLE 0x00400000         /* xa_complete: wait for any asynchronous call */
+#define TMJOIN 0x00200000             /* xa_start: join a branch that exists */
+#define TMMIGRATE 0x00100000          /* with TMSUSPEND: any thread may resume it */
 
-/* Return codes. */
-#define XA_RBBASE 100
-#define XA_RBROLLBACK 100
-#define XA_RBCOMMFAIL 101
-#define XA_RBDEADLOCK 102
-#define XA_RBINTEGRITY 103
-#define XA_RBOTHER 104
-#define XA_RBPROTO 105
-#define XA_RBTIMEOUT 106
-#define XA_RBTRANSIENT 107
-#define XA_RBEND 107
-#define XA_NOMIGRATE 9
-#define XA_HEURHAZ 8
-#define XA_HEURCOM 7
-#define XA_HEURRB 6
-#define XA_HEURMIX 5
-#define XA_RETRY 4
-#define XA_RDONLY 3
-#define XA_OK 0
-#define XAER_ASYNC (-2)
-#define XAER_RMERR (-3)
-#define XAER_NOTA (-4)
-#define XAER_INVAL (-5)
-#define XAER_PROTO (-6)
-#define XAER_RMFAIL (-7)
-#define XAER_DUPID (-8)
-#define XAER_OUTSIDE (-9)
+/*
+ * Chapter 4.5: return codes. XA_RBBASE to XA_RBEND: the branch is marked rollback-only or rolled back, and why.
+ */
+#define XA_RBBASE 100      /* the first of them */
+#define XA_RBROLLBACK 100  /* no reason given */
+#define XA_RBCOMMFAIL 101  /* communication inside the resource manager failed */
+#define XA_RBDEADLOCK 102  /* a deadlock */
+#define XA_RBINTEGRITY 103 /* its data would be inconsistent */
+#define XA_RBOTHER 104     /* another reason */
+#define XA_RBPROTO 105     /* a protocol error inside the resource manager */
+#define XA_RBTIMEOUT 106   /* it took too long */
+#define XA_RBTRANSIENT 107 /* may be tried again */
+#define XA_RBEND 107       /* the last of them */
+#define XA_NOMIGRATE 9     /* suspended, but only here may it be resumed */
+#define XA_HEURHAZ 8       /* may have been completed heuristically */
+#define XA_HEURCOM 7       /* was committed heuristically */
+#define XA_HEURRB 6        /* was rolled back heuristically */
+#define XA_HEURMIX 5       /* was in part committed, in part rolled back heuristically */
+#define XA_RETRY 4         /* no effect; to be called again */
+#define XA_RDONLY 3        /* it changed nothing, and is gone */
+#define XA_OK 0            /* done */
+#define XAER_ASYNC (-2)    /* an asynchronous call is outstanding */
+#define XAER_RMERR (-3)    /* the resource manager failed at the branch */
+#define XAER_NOTA (-4)     /* there is no such branch */
+#define XAER_INVAL (-5)    /* the arguments are invalid */
+#define XAER_PROTO (-6)    /* not in this state */
+#define XAER_RMFAIL (-7)   /* the resource manager cannot be had */
+#define XAER_DUPID (-8)    /* there is such a branch already */
+#define XAER_OUTSIDE (-9)  /* it has work outside any global transaction */
 
 #ifdef __cplusplus
 } /* extern "C" */

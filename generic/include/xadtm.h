@@ -2,8 +2,8 @@
  * xadtm.h - the names that libxadtm.so exports, for transaction managers and application code.
  *
  * A transaction manager needs the switch record of its flavour and nothing else. Application code running under MTS
- * may ask for statement numbers. The log, decoder and thread operations are there for tools and for the maker's other
- * libraries. Nothing here throws, aborts or exits.
+ * may ask for statement numbers. The log, decoder and thread operations are there for tools and for the
+ * database's other libraries. Nothing here throws, aborts or exits.
  */
 #ifndef XADTM_H
 #define XADTM_H

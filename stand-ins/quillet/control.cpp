@@ -9,7 +9,7 @@ namespace {
 
 using quillet::ConnectionLock;
 
-// Data of a cursor entry that belongs to a statement; the first bytes are the maker's own.
+// Data of a cursor entry that belongs to a statement; the first bytes are the client library's own.
 struct StatementLink {
   char reserved[16];
   char name[QLT_MAX_NAME];

@@ -223,48 +223,105 @@ typedef struct qlt_thread_table {
   int32_t (*thread_identity)(void *buffer, int32_t size, int32_t *length);
 } QLT_THREAD_TABLE;
 
-/* Context. */
+/* ---- Context: one a process ---- */
+
+/* The process's context, which is made by the first call; version is QLT_VERSION. */
 int32_t cs_ctx_global(int32_t version, CS_CONTEXT **context);
+/*
+ * Gets or sets (action CS_GET, CS_SET) a property of the context that needs no server: the thread table, the version
+ * text. *outlen, which may be null, is the length of the value that was got.
+ */
 int32_t cs_config(CS_CONTEXT *context, int32_t action, int32_t property, void *buffer, int32_t length, int32_t *outlen);
+/* As ct_diag, for messages of calls on the context. */
 int32_t cs_diag(CS_CONTEXT *context, int32_t operation, int32_t type, int32_t index, void *buffer);
+/* Gets or sets how values of a datatype are shown as texts: item of code, for all of the context (locale null). */
 int32_t cs_dt_info(CS_CONTEXT *context, int32_t action, void *locale, int32_t code, int32_t item, void *buffer,
                    int32_t length, int32_t *outlen);
+/*
+ * The registry of objects that application code and the library share: CS_SET puts the entry, CS_GET looks the first
+ * one up that fits the key (actuallyexists says whether there is one), QLT_CLEAR removes all that fit. Guarded by the
+ * client library itself.
+ */
 int32_t cs_objects(CS_CONTEXT *context, int32_t action, QLT_OBJECT_NAME *name, QLT_OBJECT_DATA *data);
+/* Makes the context ready for connections; to be called once after cs_ctx_global. */
 int32_t ct_init(CS_CONTEXT *context, int32_t version);
+/* As cs_config, for what the context's connections inherit. */
 int32_t ct_config(CS_CONTEXT *context, int32_t action, int32_t property, void *buffer, int32_t length, int32_t *outlen);
 
-/* Connections. */
+/* ---- Connections: used by one thread at a time ---- */
+
+/* A connection that is not open yet; goes by ct_con_drop. */
 int32_t ct_con_alloc(CS_CONTEXT *context, QLT_CONNECTION **connection);
+/* Gets or sets a property (QLT_PROP_...); those of the login count at ct_connect. */
 int32_t ct_con_props(QLT_CONNECTION *connection, int32_t action, int32_t property, void *buffer, int32_t length,
                      int32_t *outlen);
+/* Gets or sets an option of the server for this session; needs an open connection. */
 int32_t ct_options(QLT_CONNECTION *connection, int32_t action, int32_t option, void *value, int32_t length,
                    int32_t *outlen);
+/* Gets or sets what the connection asks of the server or can take from it; type QLT_CAPABILITY_RESPONSE. */
 int32_t ct_capability(QLT_CONNECTION *connection, int32_t action, int32_t type, int32_t capability, void *value);
+/*
+ * Gets (*callback) or sets the callback for QLT_CLIENTMSG_CB or QLT_SERVERMSG_CB of a context, which its connections
+ * inherit, or of a connection; the other argument is null. Callbacks run in the thread whose call got the message.
+ */
 int32_t ct_callback(CS_CONTEXT *context, QLT_CONNECTION *connection, int32_t action, int32_t type, void *callback);
+/*
+ * Messages kept instead of passed to callbacks: CS_INIT begins that and replaces both callbacks by the client library's
+ * own; QLT_CLEAR drops those of a type, CS_GET reads the one of that index.
+ */
 int32_t ct_diag(QLT_CONNECTION *connection, int32_t operation, int32_t type, int32_t index, void *buffer);
+/* Opens the connection to the named server and logs in. CS_FAIL: not reached, or refused; it can be tried once more. */
 int32_t ct_connect(QLT_CONNECTION *connection, const char *server, int32_t length);
+/* Closes it; QLT_CLOSE_FORCED also with results unread. What is not committed is the server's to undo. */
 int32_t ct_close(QLT_CONNECTION *connection, int32_t option);
+/* Frees a connection that is closed or never was open, and its commands. */
 int32_t ct_con_drop(QLT_CONNECTION *connection);
 
-/* Commands and results. */
+/* ---- Commands: what is sent, and what comes back ---- */
+
+/* A command of an open connection; goes by ct_cmd_drop. Only one of a connection can have results at a time. */
 int32_t ct_cmd_alloc(QLT_CONNECTION *connection, QLT_COMMAND **command);
+/* Frees a command that has no results left. */
 int32_t ct_cmd_drop(QLT_COMMAND *command);
+/* Gets a property of the command: its cursor's status or name. */
 int32_t ct_cmd_props(QLT_COMMAND *command, int32_t action, int32_t property, void *buffer, int32_t length,
                      int32_t *outlen);
+/* Begins an SQL text (QLT_LANG_COMMAND) or a call of the procedure text (QLT_RPC_COMMAND). */
 int32_t ct_command(QLT_COMMAND *command, int32_t type, const char *text, int32_t length, int32_t option);
+/* Adds a parameter to a procedure call: a copy of length bytes at data; indicator QLT_IND_NULL for a null value. */
 int32_t ct_param(QLT_COMMAND *command, const QLT_FORMAT *format, const void *data, int32_t length, int32_t indicator);
+/* Begins a request on the command's cursor, such as CS_CURSOR_CLOSE. */
 int32_t ct_cursor(QLT_COMMAND *command, int32_t type, const char *name, int32_t namelen, const char *text,
                   int32_t textlen, int32_t option);
+/* Begins a request on a prepared statement, such as CS_DEALLOC. */
 int32_t ct_dynamic(QLT_COMMAND *command, int32_t type, const char *name, int32_t namelen, const char *text,
                    int32_t textlen);
+/* Sends what was begun. CS_FAIL: it did not go out, or the connection is lost. */
 int32_t ct_send(QLT_COMMAND *command);
+/*
+ * Waits for the next result and says which it is (CS_ROW_RESULT, ...). CS_END_RESULTS: there are no more, and the
+ * command is free; CS_FAIL: the conversation broke off.
+ */
 int32_t ct_results(QLT_COMMAND *command, int32_t *type);
+/* About the present result: the number of columns (QLT_NUM_COLUMNS), the rows concerned (QLT_ROW_COUNT). */
 int32_t ct_res_info(QLT_COMMAND *command, int32_t type, void *buffer, int32_t length, int32_t *outlen);
+/* The name and datatype of a column; the first is 1. */
 int32_t ct_describe(QLT_COMMAND *command, int32_t column, QLT_FORMAT *format);
+/*
+ * Where the next rows' values of a column go: fmt_count values of fmt_maxlen bytes each, their lengths and indicators,
+ * either of which may be null. The buffers are filled by ct_fetch.
+ */
 int32_t ct_bind(QLT_COMMAND *command, int32_t column, const QLT_FORMAT *format, void *buffer, int32_t *lengths,
                 int32_t *indicators);
+/*
+ * Fetches as many rows as are bound at once, or what is left; *rows is their number. CS_END_DATA: no row was left.
+ * CS_ROW_FAIL: a row could not be converted. type, offset and option are QLT_UNUSED.
+ */
 int32_t ct_fetch(QLT_COMMAND *command, int32_t type, int32_t offset, int32_t option, int32_t *rows);
-/* Give a connection or a command, the other null. */
+/*
+ * Throws away the present result (QLT_CANCEL_CURRENT) or everything that is left (CS_CANCEL_ALL). Give a connection or
+ * a command, the other null.
+ */
 int32_t ct_cancel(QLT_CONNECTION *connection, QLT_COMMAND *command, int32_t type);
 
 #ifdef __cplusplus

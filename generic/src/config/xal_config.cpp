@@ -1,7 +1,7 @@
 // The configuration file xa_config: finding it, reading its [all] section once, and looking up an LRM's [xa] section.
 //
 // Owns xa_config_file, which is written under the global lock and the serialisation mutex when a first xa_open
-// configures the process, and read under the serialisation mutex. The file itself is read through the maker's reader.
+// configures the process, and read under the serialisation mutex. The file itself is read through the reader library.
 // Sections: environment and paths; finding the file; the [all] section; configuring; the [xa] sections.
 #include "config/xal_config.h"
 

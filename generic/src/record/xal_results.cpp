@@ -216,6 +216,7 @@ int32_t xa__conn_fetch_1c1r(QLT_COMMAND *command, int32_t datatype, int32_t form
     ret = ct_fetch(command, QLT_UNUSED, QLT_UNUSED, QLT_UNUSED, &rows);
   } while (fetch_again(ret));
   if (ret == CS_SUCCEED && rows != 1) {
+    // This spelling stays: operators and scripts search for it.
     trace.error()("xa__conn_fetch_1c1r: imp[roper number of rows %d", rows);
     return trace.cs(CS_FAIL);
   }

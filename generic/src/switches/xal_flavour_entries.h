@@ -109,6 +109,7 @@ class FlavourStart {
       Flavour::init_mutex() = own.create_mutex();
     }
     if (Flavour::init_mutex() == 0 && Flavour::has_threads()) {
+      // This spelling, and the one below, stays: operators and scripts search for it.
       trace.error()("unable to creat initialization mutex");
       return XAER_RMFAIL;
     }
