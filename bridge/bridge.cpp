@@ -55,22 +55,41 @@ OpenRms *txs_rms_to_open() {
   return new (room) OpenRms{};
 }
 
-#define XADTM_LP64_FLAVOUR(Flavour, prefix, its_known, its_to_open)                                              \
-  struct Flavour {                                                                                               \
-    static constexpr NarrowRm rm = {its_known,         its_to_open,     prefix##_xa_open,                        \
-                                    prefix##_xa_close, prefix##_xa_end, prefix##_xa_recover};                    \
-    static constexpr WideVerb start = {"xa_start", prefix##_xa_start, start_flags, Finishes::nothing};           \
-    static constexpr WideVerb end = {"xa_end", prefix##_xa_end, end_flags, Finishes::nothing};                   \
-    static constexpr WideVerb rollback = {"xa_rollback", prefix##_xa_rollback, no_flags, Finishes::by_rollback}; \
-    static constexpr WideVerb prepare = {"xa_prepare", prefix##_xa_prepare, no_flags, Finishes::nothing};        \
-    static constexpr WideVerb commit = {"xa_commit", prefix##_xa_commit, commit_flags, Finishes::by_commit};     \
-    static constexpr WideVerb forget = {"xa_forget", prefix##_xa_forget, no_flags, Finishes::by_forget};         \
-    static constexpr auto complete = prefix##_xa_complete;                                                       \
-  };
+struct Mts {
+  static constexpr NarrowRm rm = {mts_rms,          mts_rms,        trv_mts_xa_open,
+                                  trv_mts_xa_close, trv_mts_xa_end, trv_mts_xa_recover};
+  static constexpr WideVerb start = {"xa_start", trv_mts_xa_start, start_flags, Finishes::nothing};
+  static constexpr WideVerb end = {"xa_end", trv_mts_xa_end, end_flags, Finishes::nothing};
+  static constexpr WideVerb rollback = {"xa_rollback", trv_mts_xa_rollback, no_flags, Finishes::by_rollback};
+  static constexpr WideVerb prepare = {"xa_prepare", trv_mts_xa_prepare, no_flags, Finishes::nothing};
+  static constexpr WideVerb commit = {"xa_commit", trv_mts_xa_commit, commit_flags, Finishes::by_commit};
+  static constexpr WideVerb forget = {"xa_forget", trv_mts_xa_forget, no_flags, Finishes::by_forget};
+  static constexpr auto complete = trv_mts_xa_complete;
+};
 
-XADTM_LP64_FLAVOUR(Mts, trv_mts, mts_rms, mts_rms)
-XADTM_LP64_FLAVOUR(Tux, trv_tux, tux_rms, tux_rms)
-XADTM_LP64_FLAVOUR(Txs, trv_txs, txs_rms, txs_rms_to_open)
+struct Tux {
+  static constexpr NarrowRm rm = {tux_rms,          tux_rms,        trv_tux_xa_open,
+                                  trv_tux_xa_close, trv_tux_xa_end, trv_tux_xa_recover};
+  static constexpr WideVerb start = {"xa_start", trv_tux_xa_start, start_flags, Finishes::nothing};
+  static constexpr WideVerb end = {"xa_end", trv_tux_xa_end, end_flags, Finishes::nothing};
+  static constexpr WideVerb rollback = {"xa_rollback", trv_tux_xa_rollback, no_flags, Finishes::by_rollback};
+  static constexpr WideVerb prepare = {"xa_prepare", trv_tux_xa_prepare, no_flags, Finishes::nothing};
+  static constexpr WideVerb commit = {"xa_commit", trv_tux_xa_commit, commit_flags, Finishes::by_commit};
+  static constexpr WideVerb forget = {"xa_forget", trv_tux_xa_forget, no_flags, Finishes::by_forget};
+  static constexpr auto complete = trv_tux_xa_complete;
+};
+
+struct Txs {
+  static constexpr NarrowRm rm = {txs_rms,          txs_rms_to_open, trv_txs_xa_open,
+                                  trv_txs_xa_close, trv_txs_xa_end,  trv_txs_xa_recover};
+  static constexpr WideVerb start = {"xa_start", trv_txs_xa_start, start_flags, Finishes::nothing};
+  static constexpr WideVerb end = {"xa_end", trv_txs_xa_end, end_flags, Finishes::nothing};
+  static constexpr WideVerb rollback = {"xa_rollback", trv_txs_xa_rollback, no_flags, Finishes::by_rollback};
+  static constexpr WideVerb prepare = {"xa_prepare", trv_txs_xa_prepare, no_flags, Finishes::nothing};
+  static constexpr WideVerb commit = {"xa_commit", trv_txs_xa_commit, commit_flags, Finishes::by_commit};
+  static constexpr WideVerb forget = {"xa_forget", trv_txs_xa_forget, no_flags, Finishes::by_forget};
+  static constexpr auto complete = trv_txs_xa_complete;
+};
 
 template <typename Flavour>
 int wide_open(const char *info, int rmid, long flags) {
