@@ -1,0 +1,4 @@
+// Carries the precompiled headers of the tests.
+int main() {
+  return 0;
+}
