@@ -253,10 +253,14 @@ void Server::settle(Lock &lock, const std::string &branch, bool commit) {
 }
 
 bool Server::is_at_hand(const std::string &branch) const {
-  return std::any_of(clients_.begin(), clients_.end(), [&](const auto &entry) {
-    const std::vector<std::string> &names = entry.second->attached;
-    return std::find(names.begin(), names.end(), branch) != names.end();
-  });
+  for (const auto &[session, client] : clients_) {
+    for (const std::string &name : client->attached) {
+      if (name == branch) {
+        return true;
+      }
+    }
+  }
+  return false;
 }
 
 void Server::forget_abort_only(Clock::time_point since_before) {
