@@ -35,9 +35,6 @@ TEST(Corpus, frame) {
 TEST(Corpus, interfaces) {
   run_corpus("interfaces_fuzz", fuzz::interfaces);
 }
-TEST(Corpus, config) {
-  run_corpus("config_fuzz", fuzz::config);
-}
 TEST(Corpus, open_string) {
   run_corpus("open_string_fuzz", fuzz::open_string);
 }
