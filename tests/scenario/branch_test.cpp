@@ -7,12 +7,6 @@
 namespace scenario {
 namespace {
 
-constexpr const char *rollback_call = "$rollbackTrvDtmXact";
-constexpr const char *prepare_call = "$prepareTrvDtmXact";
-constexpr const char *commit_call = "$commitTrvDtmXact";
-constexpr const char *attach_call = "$attachTrvDtmXact";
-constexpr const char *status_call = "$statusTrvDtmXact";
-
 // clang-format off
 const std::vector<Scenario> scenarios = {
   {"two_phase", {
@@ -54,7 +48,8 @@ const std::vector<Scenario> scenarios = {
     {open(1), XA_OK}, {other(open(1)), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A", TMSUSPEND), XA_OK},
     // Under TXS the server says that the first thread's session still has the branch.
     {other(start(1, "A", TMRESUME | TMNOWAIT)), {XA_OK, XA_OK, XA_RETRY}},
-    {only(TXS, other(start(1, "A", TMRESUME))), XAER_RMERR},
+    {only(TXS, other(start(1, "A", TMRESUME))), XAER_RMERR}, {only(TXS, other(start(1, "A", TMJOIN))), XAER_RMERR},
+    {only(TXS, other(start(1, "A", TMJOIN | TMNOWAIT))), XA_RETRY},
     {only(MTS | TUX, other(end(1, "A"))), XA_OK}, {only(TXS, end(1, "A")), XA_OK},
     {rollback(1, "A"), XA_OK}, {state("A"), DTM_STATE_UNKNOWN}}},
   {"migrated_branch_resumes_elsewhere", {
@@ -182,8 +177,8 @@ const std::vector<Scenario> scenarios = {
     {script(prepare_call, ZDB_REPLY_STATUS, -5), 1}, {prepare(1, "A"), XAER_INVAL},
     {script(prepare_call, ZDB_REPLY_STATUS, -6), 1}, {prepare(1, "A"), XA_OK},  // reopened and repeated
     {script(commit_call, ZDB_REPLY_CMD_FAIL), 1}, {commit(1, "A"), XA_OK},
-    {script("$beginTrvDtmXact", ZDB_REPLY_STATUS, 255), 1}, {start(1, "B"), XA_RETRY},
-    {script("$beginTrvDtmXact", ZDB_REPLY_RPCERROR, 12), 1}, {start(1, "B"), XAER_DUPID},  // began with the first
+    {script(begin_call, ZDB_REPLY_STATUS, 255), 1}, {start(1, "B"), XA_RETRY},
+    {script(begin_call, ZDB_REPLY_RPCERROR, 12), 1}, {start(1, "B"), XAER_DUPID},  // began with the first
     {state("B"), DTM_STATE_ABORTONLY}, {rollback(1, "B"), XA_OK},
     {script(status_call, ZDB_REPLY_STATUS, -16777215), 1}, {end(1, "C"), XAER_RMFAIL}, {sessions(), 1}}},
   {"objects_of_application_code_end_with_the_branch", {
@@ -204,13 +199,7 @@ const std::vector<Scenario> scenarios = {
 };
 // clang-format on
 
-class Branch : public testing::TestWithParam<ScenarioCase> {};
-
-TEST_P(Branch, goes_as_expected) {
-  run_case(GetParam());
-}
-
-INSTANTIATE_TEST_SUITE_P(, Branch, testing::ValuesIn(cases_of(scenarios)), case_name);
+INSTANTIATE_TEST_SUITE_P(Branch, Scenarios, testing::ValuesIn(cases_of(scenarios)), case_name);
 
 }  // namespace
 }  // namespace scenario
