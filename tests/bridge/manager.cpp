@@ -1,10 +1,15 @@
-// Presumed abort: what was not decided to be committed is rolled back.
+// See the header. Every branch of a global transaction has the same qualifier.
 #include "manager.h"
 
 #include <dlfcn.h>
+#include <stdlib.h>
 
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <stdexcept>
+
+#include "interface/zdb_control.h"
 
 namespace {
 
@@ -82,45 +87,10 @@ int Manager::forget(int rmid, const std::string &global) const {
   return xa_->xa_forget_entry(&xid, rmid, TMNOFLAGS);
 }
 
-int Manager::worked(int rmid, const std::string &global) const {
-  const int started = start(rmid, global);
-  return started == XA_OK ? end(rmid, global) : started;
-}
-
 int Manager::prepared(int rmid, const std::string &global) const {
-  const int ended = worked(rmid, global);
+  const int started = start(rmid, global);
+  const int ended = started == XA_OK ? end(rmid, global) : started;
   return ended == XA_OK ? prepare(rmid, global) : ended;
-}
-
-Outcome Manager::run(const std::vector<int> &rmids, const std::string &global, bool commits) {
-  if (rmids.size() > 1 || !commits) {
-    return run_two_phases(rmids, global, commits);
-  }
-  const int worked_code = worked(rmids.front(), global);
-  const int code = worked_code == XA_OK ? commit(rmids.front(), global, TMONEPHASE) : rollback(rmids.front(), global);
-  const bool rolled_back = worked_code != XA_OK || (code >= XA_RBBASE && code <= XA_RBEND);
-  return rolled_back ? Outcome::rolled_back : code == XA_OK ? Outcome::committed : Outcome::unknown;
-}
-
-Outcome Manager::run_two_phases(const std::vector<int> &rmids, const std::string &global, bool commits) {
-  for (const int rmid : rmids) {
-    commits = prepared(rmid, global) == XA_OK && commits;
-  }
-  if (commits) {
-    decide(global);
-  }
-  bool all_told = true;
-  for (const int rmid : rmids) {
-    all_told = complete(rmid, global) == XA_OK && all_told;
-  }
-  if (!all_told) {
-    return Outcome::unknown;
-  }
-  return commits ? Outcome::committed : Outcome::rolled_back;
-}
-
-int Manager::complete(int rmid, const std::string &global) const {
-  return decided_.contains(global) ? commit(rmid, global) : rollback(rmid, global);
 }
 
 int Manager::scan(int rmid, long count, std::vector<std::string> &globals) const {
@@ -144,13 +114,39 @@ int Manager::scan(int rmid, long count, std::vector<std::string> &globals) const
   }
 }
 
-int Manager::recover(int rmid, long count) {
-  std::vector<std::string> globals;
-  const int found = scan(rmid, count, globals);
-  for (const std::string &global : globals) {
-    if (const int code = complete(rmid, global); code != XA_OK) {
-      return code;
-    }
+Banks::Banks() {
+  std::string path = std::filesystem::temp_directory_path() / "bridge.XXXXXX";
+  folder_ = mkdtemp(path.data());
+  std::ofstream(folder_ + "/xa_config") << "[xa]\nlrm=L1\nserver=bank1\n[xa]\nlrm=L2\nserver=bank2\n";
+  setenv("XACONFIGFILE", (folder_ + "/xa_config").c_str(), 1);
+  setenv("XALOGFILE", (folder_ + "/log").c_str(), 1);
+  setenv("XADTM_FLAVOUR", GetParam(), 1);
+  for (const char *server : {"bank1", "bank2"}) {
+    EXPECT_EQ(zdb_create_server(server), 1);
+    EXPECT_EQ(zdb_add_user(server, "sa", "pw", 1), 1);
   }
-  return found;
+}
+
+Banks::~Banks() {
+  zdb_drop_server("bank1");
+  zdb_drop_server("bank2");
+  std::filesystem::remove_all(folder_);
+}
+
+std::string open_string(int rmid) {
+  return rmid == 2 ? "-NL2 -Usa -Ppw -KK1" : "-NL1 -Usa -Ppw -KK1";
+}
+
+void break_sessions() {
+  zdb_break_sessions("bank1", nullptr);
+}
+
+void refuse_logins() {
+  zdb_add_user("bank1", "sa", "other", 1);
+}
+
+void refuse_nothing() {
+  zdb_add_user("bank1", "sa", "pw", 1);
+  zdb_set_dtm("bank1", 1);
+  zdb_clear_scripts("bank1");
 }

@@ -1,14 +1,13 @@
-// A small transaction manager that knows nothing but its own XA header, and drives whatever switch record it is given.
+// A small transaction manager that knows nothing but its own XA header, and drives whatever switch record it is given;
+// and the two servers that it works with.
 #pragma once
 
-#include <set>
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
 #include "xa_long.h"
-
-// How a transaction came out; unknown: it is decided, but not every branch could be told.
-enum class Outcome { committed, rolled_back, unknown };
 
 class Manager {
  public:
@@ -29,24 +28,31 @@ class Manager {
   int forget(int rmid, const std::string &global) const;
   int end_scan(int rmid) const { return xa_->xa_recover_entry(nullptr, 0, rmid, TMENDRSCAN); }
 
-  // Starts the branch and ends it; with the rest, prepares it. The first code that is not XA_OK.
-  int worked(int rmid, const std::string &global) const;
+  // Starts the branch, ends it and prepares it. The first code that is not XA_OK.
   int prepared(int rmid, const std::string &global) const;
-
-  // A global transaction with a branch in every resource manager: one phase when there is one, else two.
-  Outcome run(const std::vector<int> &rmids, const std::string &global, bool commits = true);
   // Scans for branches in doubt by batches of this count; the code when it is negative.
   int scan(int rmid, long count, std::vector<std::string> &globals) const;
-  // Notes the decision that a transaction is committed, as a crash before the second phase leaves it.
-  void decide(const std::string &global) { decided_.insert(global); }
-  // Completes what a scan by batches of this count finds, as was decided; the number of branches, or a negative code.
-  int recover(int rmid, long count);
 
  private:
   explicit Manager(const xa_switch_t *xa) : xa_(xa) {}
-  int complete(int rmid, const std::string &global) const;
-  Outcome run_two_phases(const std::vector<int> &rmids, const std::string &global, bool commits);
 
   const xa_switch_t *xa_;
-  std::set<std::string> decided_;
 };
+
+// Two servers, and a configuration that knows them as L1 and L2. The parameter is the flavour.
+class Banks : public testing::TestWithParam<const char *> {
+ protected:
+  Banks();
+  ~Banks() override;
+
+ private:
+  std::string folder_;
+};
+
+// For any flavour: the key that MTS needs is passed over by the others.
+std::string open_string(int rmid);
+
+// What the server of rmid 1 does: it ends its sessions; it refuses logins; it answers as it should again.
+void break_sessions();
+void refuse_logins();
+void refuse_nothing();

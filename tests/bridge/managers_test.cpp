@@ -6,8 +6,6 @@
 #include <stdlib.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <list>
 #include <random>
@@ -24,66 +22,40 @@ using Records = std::set<Branch>;            // branches that a manager still ha
 
 const std::vector<int> both = {1, 2};
 
-std::string open_string(int rmid) {
-  return rmid == 2 ? "-NL2 -Usa -Ppw" : "-NL1 -Usa -Ppw";
-}
-
-// What a refusal is, and how it ends. All happen to the server of rmid 1.
+// What a refusal is. All happen to the server of rmid 1, some with its sessions broken.
 struct Refusal {
   const char *name;
+  bool breaks;
   std::function<void()> begin;
-  std::function<void()> end;
 };
 
-void raise(const char *server) {
-  ASSERT_EQ(zdb_create_server(server), 1);
-  ASSERT_EQ(zdb_add_user(server, "sa", "pw", 1), 1);
-}
-
-std::function<void()> scripted(ZDB_REPLY_KIND kind, bool breaks) {
-  return [kind, breaks] {
+std::function<void()> answers(ZDB_REPLY_KIND kind) {
+  return [kind] {
     const ZDB_SCRIPT script = {"*", 0, 1, kind, 0, nullptr};
     zdb_add_script("bank1", &script);
-    if (breaks) {
-      zdb_break_sessions("bank1", nullptr);
-    }
   };
 }
 
-void clear() {
-  zdb_clear_scripts("bank1");
+void switch_dtm_off() {
+  zdb_set_dtm("bank1", 0);
 }
 
-std::function<void()> dtm(int value, bool breaks) {
-  return [value, breaks] {
-    zdb_set_dtm("bank1", value);
-    if (breaks) {
-      zdb_break_sessions("bank1", nullptr);
-    }
-  };
-}
-
-std::function<void()> login(const char *password, int role, bool breaks) {
-  return [password, role, breaks] {
-    zdb_add_user("bank1", "sa", password, role);
-    if (breaks) {
-      zdb_break_sessions("bank1", nullptr);
-    }
-  };
+void take_the_role() {
+  zdb_add_user("bank1", "sa", "pw", 0);
 }
 
 const Refusal refusals[] = {
-    {"server gone", login("other", 1, true), login("pw", 1, false)},
-    {"DTM off", dtm(0, false), dtm(1, false)},
-    {"DTM off, sessions broken", dtm(0, true), dtm(1, false)},
-    {"role taken", login("pw", 0, false), login("pw", 1, false)},
-    {"role taken, sessions broken", login("pw", 0, true), login("pw", 1, false)},
-    {"sessions broken", dtm(1, true), dtm(1, false)},
-    {"request lost", scripted(ZDB_REPLY_DROP_BEFORE, false), clear},
-    {"reply lost", scripted(ZDB_REPLY_DROP_AFTER, false), clear},
-    {"sessions broken, then a reply lost", scripted(ZDB_REPLY_DROP_AFTER, true), clear},
-    {"request failed", scripted(ZDB_REPLY_CMD_FAIL, false), clear},
-    {"no status", scripted(ZDB_REPLY_NO_STATUS, false), clear},
+    {"server gone", true, refuse_logins},
+    {"DTM off", false, switch_dtm_off},
+    {"DTM off, sessions broken", true, switch_dtm_off},
+    {"role taken", false, take_the_role},
+    {"role taken, sessions broken", true, take_the_role},
+    {"sessions broken", true, refuse_nothing},
+    {"request lost", false, answers(ZDB_REPLY_DROP_BEFORE)},
+    {"reply lost", false, answers(ZDB_REPLY_DROP_AFTER)},
+    {"sessions broken, then a reply lost", true, answers(ZDB_REPLY_DROP_AFTER)},
+    {"request failed", false, answers(ZDB_REPLY_CMD_FAIL)},
+    {"no status", false, answers(ZDB_REPLY_NO_STATUS)},
 };
 
 // Counts a manager's calls, and begins and ends a refusal at one of them.
@@ -96,6 +68,9 @@ class Course {
     ++calls_;
     if (calls_ == from_) {
       refusal_->begin();
+      if (refusal_->breaks) {
+        break_sessions();
+      }
       is_on_ = true;
     }
     if (is_on_ && calls_ == to_) {
@@ -105,7 +80,7 @@ class Course {
   }
   void finish() {
     if (is_on_) {
-      refusal_->end();
+      refuse_nothing();
       is_on_ = false;
     }
     from_ = 0;
@@ -291,24 +266,8 @@ class Endurox {
   bool recon_;
 };
 
-class Managers : public testing::TestWithParam<const char *> {
+class Managers : public Banks {
  protected:
-  Managers() {
-    std::string path = std::filesystem::temp_directory_path() / "managers.XXXXXX";
-    folder = mkdtemp(path.data());
-    std::ofstream(folder + "/xa_config") << "[xa]\nlrm=L1\nserver=bank1\n[xa]\nlrm=L2\nserver=bank2\n";
-    setenv("XACONFIGFILE", (folder + "/xa_config").c_str(), 1);
-    setenv("XALOGFILE", (folder + "/log").c_str(), 1);
-    setenv("XADTM_FLAVOUR", GetParam(), 1);
-    raise("bank1");
-    raise("bank2");
-  }
-  ~Managers() override {
-    zdb_drop_server("bank1");
-    zdb_drop_server("bank2");
-    std::filesystem::remove_all(folder);
-  }
-
   // Branches that are prepared and of which nobody has a record. They are rolled back then, so that the next course
   // begins with none.
   static std::vector<Branch> left_over(const Manager &tm, const Records &records) {
@@ -324,9 +283,28 @@ class Managers : public testing::TestWithParam<const char *> {
         EXPECT_EQ(tm.rollback(rmid, global), XA_OK);
       }
     }
-    zdb_break_sessions("bank1", nullptr);
+    break_sessions();
     zdb_break_sessions("bank2", nullptr);
     return lost;
+  }
+
+  // Runs what the managers do, then lets them settle, and checks that every decision, and nothing else, came true.
+  template <typename Model, typename Run, typename Settle>
+  void check(const Manager &tm, const Run &run, const Settle &settle, std::list<Model> &managers) {
+    const int32_t before[] = {zdb_commit_count("bank1"), zdb_commit_count("bank2")};
+    run();
+    refuse_nothing();
+    int32_t decided = 0;
+    Records records;
+    for (Model &manager : managers) {
+      std::thread([&] { settle(manager); }).join();
+      decided += static_cast<int32_t>(manager.decided.size());
+      records.merge(manager.records);
+    }
+    EXPECT_TRUE(records.empty());
+    EXPECT_TRUE(left_over(tm, records).empty()) << "a prepared branch without a record";
+    EXPECT_EQ(zdb_commit_count("bank1") - before[0], decided);
+    EXPECT_EQ(zdb_commit_count("bank2") - before[1], decided);
   }
 
   // Runs a transaction for each refusal, each call at which it begins and each of some durations. `make` gives a
@@ -338,81 +316,57 @@ class Managers : public testing::TestWithParam<const char *> {
       for (const int lasts : {1, 9}) {
         bool reached = true;
         for (int from = 1; reached && from < 60; ++from) {
-          const std::string global = std::to_string(++number);
-          const int32_t before[] = {zdb_commit_count("bank1"), zdb_commit_count("bank2")};
+          SCOPED_TRACE(testing::Message() << refusal.name << ", call " << from << ", for " << lasts);
           Course course(refusal, from, lasts);
-          auto manager = make(course);
-          std::thread([&] { manager.run(global); }).join();
-          reached = course.was_reached();
-          course.finish();
-          std::thread([&] { settle(manager); }).join();
-          EXPECT_TRUE(reached || manager.decided.contains(global)) << "nothing was in its way";
-          EXPECT_TRUE(manager.records.empty()) << refusal.name << ", call " << from << ", for " << lasts;
-          EXPECT_TRUE(left_over(tm, manager.records).empty())
-              << "a prepared branch without a record: " << refusal.name << ", call " << from << ", for " << lasts;
-          const int32_t decided = manager.decided.contains(global) ? 1 : 0;
-          EXPECT_EQ(zdb_commit_count("bank1") - before[0], decided) << refusal.name << ", call " << from;
-          EXPECT_EQ(zdb_commit_count("bank2") - before[1], decided) << refusal.name << ", call " << from;
+          std::list managers = {make(course)};
+          const auto run = [&] {
+            std::thread([&] { managers.front().run(std::to_string(++number)); }).join();
+            reached = course.was_reached();
+            course.finish();
+          };
+          check(tm, run, settle, managers);
+          EXPECT_TRUE(reached || !managers.front().decided.empty()) << "nothing was in its way";
         }
       }
     }
   }
 
-  // Threads run transactions at once, each of which begins a refusal somewhere, for all of them. MANAGERS_SEED and
-  // MANAGERS_ROUNDS in the environment try others.
+  // Threads run transactions at once, each of which begins a refusal somewhere, for all of them. MANAGERS_SEED in the
+  // environment tries others.
   template <typename Make, typename Settle>
   void run_many(const Manager &tm, const Make &make, const Settle &settle) {
     using Model = std::invoke_result_t<Make, Course &>;
-    struct Thread {
-      std::list<Course> courses;
-      std::list<Model> managers;
-    };
-    const auto number = [](const char *name, unsigned otherwise) {
-      const char *given = getenv(name);
-      return given != nullptr ? static_cast<unsigned>(strtoul(given, nullptr, 10)) : otherwise;
-    };
-    const unsigned first = number("MANAGERS_SEED", 1);
-    for (unsigned seed = first; seed < first + number("MANAGERS_ROUNDS", 3); ++seed) {
-      const int32_t before[] = {zdb_commit_count("bank1"), zdb_commit_count("bank2")};
-      Thread all[4];
-      std::vector<std::thread> threads;
-      for (Thread &own : all) {
-        const auto thread = static_cast<unsigned>(&own - all);
-        threads.emplace_back([&own, &make, seed, thread] {
-          std::mt19937 random(seed * 10 + thread);
-          for (int round = 0; round < 12; ++round) {
-            const Refusal &refusal = refusals[random() % std::size(refusals)];
-            const auto from = static_cast<int>(1 + random() % 25);
-            Course &course = own.courses.emplace_back(refusal, from, static_cast<int>(1 + random() % 12));
-            own.managers.push_back(make(course));
-            own.managers.back().run(std::to_string(seed) + '.' + std::to_string(thread) + '.' + std::to_string(round));
-            course.finish();
-          }
-        });
-      }
-      for (std::thread &thread : threads) {
-        thread.join();
-      }
-      login("pw", 1, false)();
-      dtm(1, false)();
-      clear();
-      int32_t decided = 0;
-      Records records;
-      for (Thread &own : all) {
-        for (Model &manager : own.managers) {
-          std::thread([&] { settle(manager); }).join();
-          decided += static_cast<int32_t>(manager.decided.size());
-          records.merge(manager.records);
+    const char *given = getenv("MANAGERS_SEED");
+    const unsigned first = given != nullptr ? static_cast<unsigned>(strtoul(given, nullptr, 10)) : 1;
+    for (unsigned seed = first; seed < first + 3; ++seed) {
+      SCOPED_TRACE(testing::Message() << "seed " << seed);
+      std::list<Course> courses[4];
+      std::list<Model> managers[4];
+      const auto work = [&](unsigned thread) {
+        std::mt19937 random(seed * 10 + thread);
+        for (int round = 0; round < 12; ++round) {
+          const Refusal &refusal = refusals[random() % std::size(refusals)];
+          const auto from = static_cast<int>(1 + random() % 25);
+          Course &course = courses[thread].emplace_back(refusal, from, static_cast<int>(1 + random() % 12));
+          managers[thread].push_back(make(course));
+          managers[thread].back().run(std::to_string(seed * 10 + thread) + '.' + std::to_string(round));
+          course.finish();
         }
-      }
-      EXPECT_TRUE(records.empty()) << "seed " << seed;
-      EXPECT_TRUE(left_over(tm, records).empty()) << "seed " << seed;
-      EXPECT_EQ(zdb_commit_count("bank1") - before[0], decided) << "seed " << seed;
-      EXPECT_EQ(zdb_commit_count("bank2") - before[1], decided) << "seed " << seed;
+      };
+      std::list<Model> all;
+      const auto run = [&] {
+        std::vector<std::thread> threads;
+        for (unsigned thread = 0; thread < std::size(managers); ++thread) {
+          threads.emplace_back(work, thread);
+        }
+        for (unsigned thread = 0; thread < std::size(managers); ++thread) {
+          threads[thread].join();
+          all.splice(all.end(), managers[thread]);
+        }
+      };
+      check(tm, run, settle, all);
     }
   }
-
-  std::string folder;
 };
 
 TEST_P(Managers, lixa_leaves_no_branch_prepared) {

@@ -1,5 +1,5 @@
-// Many threads at one memory of open resource managers: nobody reads a string that is not the
-// rmid's, what stays open is never missed, and no password is left.
+// Many threads at one memory of open resource managers: nobody reads a string that is not the rmid's, and what stays
+// open is never missed. What is remembered of each call, entries_test.cpp shows.
 #include "open_rms.h"
 
 #include <gtest/gtest.h>
@@ -77,24 +77,6 @@ TEST(OpenRms, readers_meet_whole_strings_of_their_rmid_and_miss_none_that_stays_
   run_together({churn(0), churn(1), churn(2), look, look});
 }
 
-// A close forgets what was open when it began, not what is opened meanwhile; one of two is enough.
-TEST(OpenRms, closes_forget_what_was_open_when_they_began) {
-  OneTestsRms rms;
-  for (const bool succeeds : {true, false}) {
-    open(rms, 1, "same");
-    const OpenRms::Opening last = rms.begin_close(1);
-    EXPECT_EQ(recall(rms, 1), Memory::closing);
-    open(rms, 1, "same");
-    EXPECT_EQ(recall(rms, 1), Memory::open);
-    rms.end_close(1, last, succeeds);
-    EXPECT_EQ(recall(rms, 1), Memory::open);
-    const OpenRms::Opening first = rms.begin_close(1);
-    close(rms, 1);
-    rms.end_close(1, first, false);
-    EXPECT_EQ(recall(rms, 1), Memory::nothing);
-  }
-}
-
 TEST(OpenRms, closes_wait_for_an_opening_again) {
   static OpenRms rms;
   OpenString info;
@@ -114,38 +96,6 @@ TEST(OpenRms, closes_wait_for_an_opening_again) {
   rms.end_reopen(1);
   closer.join();
   EXPECT_EQ(recall(rms, 1), Memory::nothing);
-}
-
-// What could not be opened is unusable until it is opened or closed, and takes nothing from what is open.
-TEST(OpenRms, failures_are_noted_beside_what_is_open) {
-  OneTestsRms rms;
-  ASSERT_TRUE(rms.reserve(1));
-  EXPECT_EQ(recall(rms, 1), Memory::nothing);
-  rms.note_failure(1);
-  EXPECT_EQ(recall(rms, 1), Memory::unusable);
-  open(rms, 1, "good");
-  rms.note_failure(1);
-  EXPECT_EQ(recall(rms, 1), Memory::open);
-  close(rms, 1);
-  EXPECT_EQ(recall(rms, 1), Memory::unusable);
-  rms.forget_failure(1);
-  EXPECT_EQ(recall(rms, 1), Memory::nothing);
-}
-
-TEST(OpenRms, scans_of_an_rmid_are_alone_and_those_of_closed_ones_free) {
-  OneTestsRms rms;
-  EXPECT_EQ(rms.begin_scan(1), ScanClaim::unknown);
-  open(rms, 1, "x");
-  open(rms, 2, "x");
-  EXPECT_EQ(rms.begin_scan(1), ScanClaim::claimed);
-  EXPECT_EQ(rms.begin_scan(1), ScanClaim::busy);
-  EXPECT_EQ(rms.begin_scan(2), ScanClaim::claimed);
-  close(rms, 1);
-  EXPECT_EQ(rms.begin_scan(1), ScanClaim::unknown);
-  rms.end_scan(2, true);
-  EXPECT_TRUE(rms.scan_is_kept(2));
-  close(rms, 2);
-  EXPECT_FALSE(rms.scan_is_kept(2));
 }
 
 TEST(OpenRms, no_memory_makes_everything_that_is_not_known_unusable) {

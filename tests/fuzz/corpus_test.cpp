@@ -32,12 +32,6 @@ void run_corpus(const std::string &name, void (*entry)(std::string_view)) {
 TEST(Corpus, frame) {
   run_corpus("frame_fuzz", fuzz::frame);
 }
-TEST(Corpus, interfaces) {
-  run_corpus("interfaces_fuzz", fuzz::interfaces);
-}
-TEST(Corpus, config) {
-  run_corpus("config_fuzz", fuzz::config);
-}
 TEST(Corpus, open_string) {
   run_corpus("open_string_fuzz", fuzz::open_string);
 }

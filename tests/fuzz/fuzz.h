@@ -9,8 +9,6 @@
 namespace fuzz {
 
 void frame(std::string_view input);        // payloads of the wire's frames
-void interfaces(std::string_view input);   // the interfaces file
-void config(std::string_view input);       // the configuration file
 void open_string(std::string_view input);  // open strings, and the log and trace options in them
 void scan_row(std::string_view input);     // rows of the recovery scan, and the branch names in them
 

@@ -7,12 +7,6 @@
 namespace scenario {
 namespace {
 
-constexpr const char *rollback_call = "$rollbackTrvDtmXact";
-constexpr const char *prepare_call = "$prepareTrvDtmXact";
-constexpr const char *commit_call = "$commitTrvDtmXact";
-constexpr const char *attach_call = "$attachTrvDtmXact";
-constexpr const char *status_call = "$statusTrvDtmXact";
-
 // clang-format off
 const std::vector<Scenario> scenarios = {
   {"two_phase", {
@@ -54,7 +48,8 @@ const std::vector<Scenario> scenarios = {
     {open(1), XA_OK}, {other(open(1)), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A", TMSUSPEND), XA_OK},
     // Under TXS the server says that the first thread's session still has the branch.
     {other(start(1, "A", TMRESUME | TMNOWAIT)), {XA_OK, XA_OK, XA_RETRY}},
-    {only(TXS, other(start(1, "A", TMRESUME))), XAER_RMERR},
+    {only(TXS, other(start(1, "A", TMRESUME))), XAER_RMERR}, {only(TXS, other(start(1, "A", TMJOIN))), XAER_RMERR},
+    {only(TXS, other(start(1, "A", TMJOIN | TMNOWAIT))), XA_RETRY},
     {only(MTS | TUX, other(end(1, "A"))), XA_OK}, {only(TXS, end(1, "A")), XA_OK},
     {rollback(1, "A"), XA_OK}, {state("A"), DTM_STATE_UNKNOWN}}},
   {"migrated_branch_resumes_elsewhere", {
@@ -130,11 +125,6 @@ const std::vector<Scenario> scenarios = {
     {forget(2, "A"), XAER_INVAL}, {recover(2, 1, TMSTARTRSCAN), XAER_RMFAIL}, {close(2), XA_OK},
     // Under TXS the other thread is an identity of its own, which opened nothing.
     {other(start(1, "A")), {XA_OK, XA_OK, XAER_INVAL}}, {other(rollback(1, "A")), {XA_OK, XA_OK, XAER_INVAL}}}},
-  {"read_only_branch", {
-    {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK},
-    {script(prepare_call, ZDB_REPLY_STATUS, -256), 1}, {prepare(1, "A"), XA_RDONLY},
-    {script(commit_call, ZDB_REPLY_STATUS, -256), 1}, {commit(1, "A", TMONEPHASE), XA_OK},
-    {rollback(1, "A"), XA_OK}}},
   {"commit_that_must_not_wait", {
     {open(1), XA_OK}, {open(3), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK},
     {start(3, "A", TMJOIN), XA_OK}, {prepare(1, "A"), XAER_PROTO},  // leaves the XID on the connection
@@ -165,12 +155,6 @@ const std::vector<Scenario> scenarios = {
     {when_asleep(4, force("A", 1)), 1},
     {prepare(1, "A"), XA_HEURCOM}, {asleep_result(), 1}, {seconds_slept(), 4},
     {forget(1, "A"), XA_OK}, {state("A"), DTM_STATE_UNKNOWN}}},
-  {"busy_prepare_whose_server_contradicts_itself", {
-    {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK},
-    {script(prepare_call, ZDB_REPLY_XACTSTATUS, -9), 1}, {script(status_call, ZDB_REPLY_STATUS, -2, 1), 1},
-    {prepare(1, "A"), XAER_PROTO},  // of the repetition, which finds the branch prepared
-    {seconds_slept(), 2}, {logged("internal state conflict XAER_PROTO vs. XAER_NOTA"), 1},
-    {state("A"), DTM_STATE_PREPARED}, {commit(1, "A"), XA_OK}}},
   {"busy_commit", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK}, {prepare(1, "A"), XA_OK},
     {script(commit_call, ZDB_REPLY_STATUS, -9), 1}, {when_asleep(2, force("A", 0)), 1},
@@ -178,18 +162,6 @@ const std::vector<Scenario> scenarios = {
     {commit(1, "A"), XA_HEURRB}, {forget(1, "A"), XA_OK},
     {start(1, "B"), XA_OK}, {end(1, "B"), XA_OK}, {script(commit_call, ZDB_REPLY_XACTSTATUS, -9), 1},
     {commit(1, "B", TMONEPHASE), XAER_NOTA}, {seconds_slept(), 3}, {state("B"), DTM_STATE_UNKNOWN}}},
-  {"busy_rollback", {
-    {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK}, {prepare(1, "A"), XA_OK},
-    {script(rollback_call, ZDB_REPLY_XACTSTATUS, -9), 1}, {script(status_call, ZDB_REPLY_STATUS, -9, 0, 2), 1},
-    {rollback(1, "A"), XAER_NOTA}, {seconds_slept(), 3}, {state("A"), DTM_STATE_UNKNOWN}}},
-  {"busy_server_at_other_requests", {
-    {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK},
-    // The attach before a prepare takes "busy" for success, the one before a one-phase commit does not.
-    {only(TUX | TXS, script(attach_call, ZDB_REPLY_STATUS, -9)), 1}, {prepare(1, "A"), XA_OK},
-    {commit(1, "A"), XA_OK}, {start(1, "B"), XA_OK}, {end(1, "B"), XA_OK},
-    {only(TUX | TXS, script(attach_call, ZDB_REPLY_STATUS, -9, 0, 2)), 1},
-    {commit(1, "B", TMONEPHASE), {XA_OK, XAER_RMFAIL}}, {only(TUX | TXS, open(1)), XA_OK},
-    {rollback(1, "B"), {XAER_NOTA, XA_OK}}, {seconds_slept(), 0}}},
   {"heuristic_outcomes", {
     {open(1), XA_OK}, {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK}, {force("A", 1), 0}, {forget(1, "A"), XAER_NOTA},
     {prepare(1, "A"), XA_OK}, {forget(1, "A"), XAER_NOTA}, {force("A", 1), 1},
@@ -205,23 +177,10 @@ const std::vector<Scenario> scenarios = {
     {script(prepare_call, ZDB_REPLY_STATUS, -5), 1}, {prepare(1, "A"), XAER_INVAL},
     {script(prepare_call, ZDB_REPLY_STATUS, -6), 1}, {prepare(1, "A"), XA_OK},  // reopened and repeated
     {script(commit_call, ZDB_REPLY_CMD_FAIL), 1}, {commit(1, "A"), XA_OK},
-    {script("$beginTrvDtmXact", ZDB_REPLY_STATUS, 255), 1}, {start(1, "B"), XA_RETRY},
-    {script("$beginTrvDtmXact", ZDB_REPLY_RPCERROR, 12), 1}, {start(1, "B"), XAER_DUPID},  // began with the first
+    {script(begin_call, ZDB_REPLY_STATUS, 255), 1}, {start(1, "B"), XA_RETRY},
+    {script(begin_call, ZDB_REPLY_RPCERROR, 12), 1}, {start(1, "B"), XAER_DUPID},  // began with the first
     {state("B"), DTM_STATE_ABORTONLY}, {rollback(1, "B"), XA_OK},
     {script(status_call, ZDB_REPLY_STATUS, -16777215), 1}, {end(1, "C"), XAER_RMFAIL}, {sessions(), 1}}},
-  {"replies_that_hide_what_was_done", {
-    {open(1), XA_OK},
-    {start(1, "A"), XA_OK}, {end(1, "A"), XA_OK}, {script(commit_call, ZDB_REPLY_NO_STATUS), 1},
-    {commit(1, "A", TMONEPHASE), XAER_NOTA},
-    {start(1, "B"), XA_OK}, {end(1, "B"), XA_OK}, {script(commit_call, ZDB_REPLY_ROW, 1), 1},
-    {commit(1, "B", TMONEPHASE), XAER_NOTA}, {logged("Unexpected Quillet result 4040"), 1},
-    {start(1, "C"), XA_OK}, {end(1, "C"), XA_OK}, {script(commit_call, ZDB_REPLY_TWO_STATUSES, 0), 1},
-    {commit(1, "C", TMONEPHASE), XAER_NOTA}, {logged("duplicate status"), 1},
-    {start(1, "D"), XA_OK}, {end(1, "D"), XA_OK}, {script(commit_call, ZDB_REPLY_FETCH_CODE, CS_CANCELED), 1},
-    {commit(1, "D", TMONEPHASE), XAER_NOTA}, {logged("Failure obtaining CS_STATUS_RESULT"), 1},
-    {start(1, "E"), XA_OK}, {end(1, "E"), XA_OK}, {prepare(1, "E"), XA_OK},
-    {script(commit_call, ZDB_REPLY_STATUS, -16777215, 0, 2), 1}, {commit(1, "E"), XAER_RMFAIL},
-    {commit(1, "E"), XAER_INVAL}, {open(1), XA_OK}, {commit(1, "E"), XA_OK}}},
   {"objects_of_application_code_end_with_the_branch", {
     {open(1), XA_OK}, {open(2), XA_OK}, {start(1, "A"), XA_OK}, {published(), 1},
     {other(published()), {1, 1, 0}},
@@ -240,13 +199,7 @@ const std::vector<Scenario> scenarios = {
 };
 // clang-format on
 
-class Branch : public testing::TestWithParam<ScenarioCase> {};
-
-TEST_P(Branch, goes_as_expected) {
-  run_case(GetParam());
-}
-
-INSTANTIATE_TEST_SUITE_P(, Branch, testing::ValuesIn(cases_of(scenarios)), case_name);
+INSTANTIATE_TEST_SUITE_P(Branch, Scenarios, testing::ValuesIn(cases_of(scenarios)), case_name);
 
 }  // namespace
 }  // namespace scenario

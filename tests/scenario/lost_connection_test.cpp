@@ -6,14 +6,6 @@
 namespace scenario {
 namespace {
 
-constexpr const char *begin_call = "$beginTrvDtmXact";
-constexpr const char *attach_call = "$attachTrvDtmXact";
-constexpr const char *detach_call = "$detachTrvDtmXact";
-constexpr const char *prepare_call = "$prepareTrvDtmXact";
-constexpr const char *commit_call = "$commitTrvDtmXact";
-constexpr const char *rollback_call = "$rollbackTrvDtmXact";
-constexpr const char *forget_call = "$forgetTrvDtmXact";
-
 // clang-format off
 const std::vector<Scenario> scenarios = {
   {"begin_lost_before_the_work_is_sent_again", {
@@ -96,13 +88,7 @@ const std::vector<Scenario> scenarios = {
 };
 // clang-format on
 
-class LostConnection : public testing::TestWithParam<ScenarioCase> {};
-
-TEST_P(LostConnection, goes_as_expected) {
-  run_case(GetParam());
-}
-
-INSTANTIATE_TEST_SUITE_P(, LostConnection, testing::ValuesIn(cases_of(scenarios)), case_name);
+INSTANTIATE_TEST_SUITE_P(LostConnection, Scenarios, testing::ValuesIn(cases_of(scenarios)), case_name);
 
 }  // namespace
 }  // namespace scenario

@@ -65,9 +65,9 @@ const std::vector<Scenario> scenarios = {
     {dtm(0), 1}, {open(1), XAER_INVAL}, {logged("Server bank1 is not configured for XA DTM use"), 1},
     {dtm(ZDB_NO_CONFIG_ROW), 1}, {open(1), XAER_INVAL}, {dtm(1), 1},
     {dtm_role(0), 1}, {open(1), XAER_INVAL}, {logged("Check that user has dtm_tm_role on server"), 1}, {sessions(), 0},
-    {dtm_role(1), 1}, {script("$statusTrvDtmXact", ZDB_REPLY_STATUS, -3), 1}, {open(1), XA_OK},
+    {dtm_role(1), 1}, {script(status_call, ZDB_REPLY_STATUS, -3), 1}, {open(1), XA_OK},
     {open(2), XA_OK}, {close(1), XA_OK}, {script("language", ZDB_REPLY_DROP_BEFORE), 1}, {open(1), XAER_INVAL},
-    {script("$statusTrvDtmXact", ZDB_REPLY_STATUS, 0), 1}, {open(1), XAER_INVAL}, {sessions(), 0}}},
+    {script(status_call, ZDB_REPLY_STATUS, 0), 1}, {open(1), XAER_INVAL}, {sessions(), 0}}},
   {"login_without_failover_is_tried_second", {
     {refuse_failover(1), 1}, {open(1), XA_OK}, {logged("Connected without failover to serv: bank1, user: sa"), 1},
     {start(1, "A"), XA_OK}, {break_sessions(), 1}, {end(1, "A"), XA_RBCOMMFAIL}, {sessions(), 1},
@@ -88,7 +88,7 @@ const std::vector<Scenario> scenarios = {
   {"close_while_the_server_has_forgotten_the_branch", {
     {open(1), XA_OK}, {open(3), XA_OK}, {start(1, "A"), XA_OK}, {rollback(3, "A"), XA_OK}, {close(1), XA_OK},
     // Nor is a branch in the way that the server knows but does not have attached.
-    {start(3, "B"), XA_OK}, {script("$statusTrvDtmXact", ZDB_REPLY_STATUS, 4), 1}, {close(3), XA_OK},
+    {start(3, "B"), XA_OK}, {script(status_call, ZDB_REPLY_STATUS, 4), 1}, {close(3), XA_OK},
     {state("B"), DTM_STATE_ABORTONLY}, {open(1), XA_OK}, {rollback(1, "B"), XA_OK}}},
   {"close_in_another_thread", {
     {open(1), XA_OK}, {other(close(1)), {XA_OK, XA_OK, XAER_RMERR}}, {sessions(), {0, 0, 1}},
@@ -105,13 +105,7 @@ const std::vector<Scenario> scenarios = {
 };
 // clang-format on
 
-class OpenClose : public testing::TestWithParam<ScenarioCase> {};
-
-TEST_P(OpenClose, goes_as_expected) {
-  run_case(GetParam());
-}
-
-INSTANTIATE_TEST_SUITE_P(, OpenClose, testing::ValuesIn(cases_of(scenarios)), case_name);
+INSTANTIATE_TEST_SUITE_P(OpenClose, Scenarios, testing::ValuesIn(cases_of(scenarios)), case_name);
 
 }  // namespace
 }  // namespace scenario

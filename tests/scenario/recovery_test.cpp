@@ -94,13 +94,7 @@ const std::vector<Scenario> scenarios = {
 };
 // clang-format on
 
-class Recovery : public testing::TestWithParam<ScenarioCase> {};
-
-TEST_P(Recovery, goes_as_expected) {
-  run_case(GetParam());
-}
-
-INSTANTIATE_TEST_SUITE_P(, Recovery, testing::ValuesIn(cases_of(scenarios)), case_name);
+INSTANTIATE_TEST_SUITE_P(Recovery, Scenarios, testing::ValuesIn(cases_of(scenarios)), case_name);
 
 TEST(UnnamedResourceManager, prepared_branches_are_recovered) {
   World world(MTS);

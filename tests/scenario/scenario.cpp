@@ -284,7 +284,8 @@ std::vector<ScenarioCase> cases_of(const std::vector<Scenario> &scenarios) {
   return cases;
 }
 
-void run_case(const ScenarioCase &what) {
+TEST_P(Scenarios, goes_as_expected) {
+  const ScenarioCase &what = GetParam();
   World world(what.flavour);
   run_scenario(*what.scenario, world);
   world.expect_nothing_left();

@@ -100,6 +100,18 @@ struct ScenarioCase {
 std::ostream &operator<<(std::ostream &out, const ScenarioCase &what);
 std::string case_name(const testing::TestParamInfo<ScenarioCase> &info);
 std::vector<ScenarioCase> cases_of(const std::vector<Scenario> &scenarios);
-void run_case(const ScenarioCase &what);
+
+// Each file of scenarios instantiates it; the test itself is in scenario.cpp.
+class Scenarios : public testing::TestWithParam<ScenarioCase> {};
+
+// The server's procedures, for script().
+inline constexpr const char *begin_call = "$beginTrvDtmXact";
+inline constexpr const char *attach_call = "$attachTrvDtmXact";
+inline constexpr const char *detach_call = "$detachTrvDtmXact";
+inline constexpr const char *status_call = "$statusTrvDtmXact";
+inline constexpr const char *prepare_call = "$prepareTrvDtmXact";
+inline constexpr const char *commit_call = "$commitTrvDtmXact";
+inline constexpr const char *rollback_call = "$rollbackTrvDtmXact";
+inline constexpr const char *forget_call = "$forgetTrvDtmXact";
 
 }  // namespace scenario

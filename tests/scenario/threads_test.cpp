@@ -1,5 +1,5 @@
-// Several threads inside the library: identities of their own under TXS, one shared identity under
-// MTS and TUX, a thread held in the middle of a verb while another one comes, and first opens side by side.
+// Several threads inside the library: one shared identity under MTS and TUX, a thread held in the middle of a verb
+// while another one comes, and first opens side by side. Threads with identities of their own: the bridge's managers.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -45,42 +45,6 @@ std::string flavour_case(const testing::TestParamInfo<unsigned> &info) {
   return flavour_name(info.param);
 }
 
-// ---- Identities of their own ---------------------------------------------------------------------------------------
-
-// A global transaction over both servers, committed or rolled back.
-void transact(const World &world, const std::string &branch, bool commits) {
-  for (const int32_t rmid : {1, 2}) {
-    EXPECT_EQ(world.start(rmid, branch), XA_OK);
-  }
-  for (const int32_t rmid : {1, 2}) {
-    EXPECT_EQ(world.end(rmid, branch), XA_OK);
-    EXPECT_EQ(world.prepare(rmid, branch), XA_OK);
-  }
-  for (const int32_t rmid : {1, 2}) {
-    EXPECT_EQ(commits ? world.commit(rmid, branch) : world.rollback(rmid, branch), XA_OK);
-  }
-}
-
-TEST(OwnIdentities, threads_run_whole_transactions_side_by_side) {
-  World world(TXS);
-  in_crowd([&](int thread) {
-    for (int session = 0; session < 3; ++session) {
-      EXPECT_EQ(world.open(1), XA_OK);
-      EXPECT_EQ(world.open(2), XA_OK);
-      for (int round = 0; round < rounds; ++round) {
-        transact(world, label_of(thread, round), round % 3 != 0);
-      }
-      EXPECT_EQ(world.close(1), XA_OK);
-      EXPECT_EQ(world.close(2), XA_OK);
-    }
-  });
-  EXPECT_EQ(zdb_branch_count("bank1"), 0);
-  EXPECT_EQ(zdb_branch_count("bank2"), 0);
-  world.expect_nothing_left();
-  world.expect_mutex_respected();
-  EXPECT_LE(common_blocks_outstanding(), crowd);
-}
-
 // ---- A shared identity ----------------------------------------------------------------------------------------------
 
 class SharedIdentity : public testing::TestWithParam<unsigned> {};
@@ -97,35 +61,6 @@ class Turns {
  private:
   std::mutex mutex_;
 };
-
-TEST_P(SharedIdentity, threads_complete_their_branches_side_by_side) {
-  World world(GetParam());
-  ASSERT_EQ(world.open(1), XA_OK);
-  Turns turns;
-  std::atomic<int> working{crowd};
-  std::thread bystander([&] {
-    while (working > 0) {
-      XID xids[2];
-      EXPECT_GE(world.xa().xa_recover_entry(xids, 2, 1, TMSTARTRSCAN | TMENDRSCAN), 0);
-      EXPECT_EQ(world.open(2), XA_OK);
-      EXPECT_EQ(world.close(2), XA_OK);
-    }
-  });
-  in_crowd([&](int thread) {
-    for (int round = 0; round < rounds; ++round) {
-      const std::string branch = label_of(thread, round);
-      EXPECT_EQ(turns.start_and_end(world, branch), XA_OK);
-      EXPECT_EQ(world.prepare(1, branch), XA_OK);
-      EXPECT_EQ(round % 3 != 0 ? world.commit(1, branch) : world.rollback(1, branch), XA_OK);
-    }
-    --working;
-  });
-  bystander.join();
-  EXPECT_EQ(zdb_branch_count(bank), 0);
-  world.expect_nothing_left();
-  world.expect_mutex_respected();
-  EXPECT_LE(common_blocks_outstanding(), 1);
-}
 
 // What a thread believes of its branch must be what the server has, however often the resource manager is closed.
 void complete_while_it_may_close(const World &world, Turns &turns, const std::string &branch) {
@@ -153,6 +88,10 @@ TEST_P(SharedIdentity, close_comes_between_the_verbs_of_other_threads) {
       const int32_t closed = world.close(1);
       EXPECT_TRUE(closed == XA_OK || closed == XAER_PROTO) << closed;
       EXPECT_EQ(world.open(1), XA_OK);
+      XID xids[2];
+      EXPECT_GE(world.xa().xa_recover_entry(xids, 2, 1, TMSTARTRSCAN | TMENDRSCAN), 0);
+      EXPECT_EQ(world.open(2), XA_OK);
+      EXPECT_EQ(world.close(2), XA_OK);
     }
   });
   in_crowd([&](int thread) {

@@ -156,11 +156,10 @@ void Gate::pass(const char *operation) {
 World::World(unsigned of_flavour) : flavour(of_flavour) {
   std::string path = std::filesystem::temp_directory_path() / "scenario.XXXXXX";
   directory_ = mkdtemp(path.data());
-  config_path = directory_ + "/xa_config";
+  const std::string config_path = directory_ + "/xa_config";
   log_path = directory_ + "/log";
-  write_file(config_path,
-             "[all]\ntraceflags=all\n[xa]\nlrm=L1\nserver=bank1\n[xa]\nlrm=L2\nserver=bank2\n"
-             "options=CS_OPT_ISOLATION=CS_OPT_LEVEL3\n");
+  std::ofstream(config_path) << "[all]\ntraceflags=all\n[xa]\nlrm=L1\nserver=bank1\n[xa]\nlrm=L2\nserver=bank2\n"
+                                "options=CS_OPT_ISOLATION=CS_OPT_LEVEL3\n";
   setenv("XACONFIGFILE", config_path.c_str(), 1);
   setenv("XALOGFILE", log_path.c_str(), 1);
   for (const char *server : {"bank1", "bank2"}) {
@@ -284,8 +283,4 @@ int32_t run_forked(const std::function<int32_t()> &work) {
     return child_failed;
   }
   return WEXITSTATUS(status);
-}
-
-void write_file(const std::string &path, const std::string &text) {
-  std::ofstream(path) << text;
 }

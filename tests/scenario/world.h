@@ -118,7 +118,6 @@ class World {
   std::atomic<int32_t> commands_made{0};  // calls of ct_cmd_alloc less those of ct_cmd_drop
 
   std::string server_option;  // added to the open strings
-  std::string config_path;
   std::string log_path;
 
  private:
@@ -134,5 +133,3 @@ std::string branch_name(const std::string &label, const char *lrm = "L1");
 // process died.
 inline constexpr int32_t child_failed = -1;
 int32_t run_forked(const std::function<int32_t()> &work);
-
-void write_file(const std::string &path, const std::string &text);

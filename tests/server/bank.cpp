@@ -23,12 +23,25 @@ struct Operation {
 };
 
 const std::map<std::string, Operation> operations = {
-    {"begin", {"$beginTrvDtmXact", 0x10, 1}},       {"attach", {"$attachTrvDtmXact", 0, 1}},
-    {"end", {"$detachTrvDtmXact", 0, 2}},           {"suspend", {"$detachTrvDtmXact", 0, 3}},
-    {"prepare", {"$prepareTrvDtmXact", 0, 7}},      {"commit", {"$commitTrvDtmXact", 0, 100}},
-    {"commit1", {"$commitTrvDtmXact", 0x20, 100}},  {"rollback", {"$rollbackTrvDtmXact", 0, 101}},
-    {"abort", {"$rollbackTrvDtmXact", 0x100, 101}}, {"forget", {"$forgetTrvDtmXact", 0, 102}},
+    {"begin", {"$beginTrvDtmXact", 0x10, 1}},
+    {"attach", {"$attachTrvDtmXact", 0, 1}},
+    {"end", {"$detachTrvDtmXact", 0, 2}},
+    {"suspend", {"$detachTrvDtmXact", 0, 3}},
+    {"prepare", {"$prepareTrvDtmXact", 0, 7}},
+    {"commit", {"$commitTrvDtmXact", 0, 100}},
+    {"commit1", {"$commitTrvDtmXact", 0x20, 100}},
+    {"rollback", {"$rollbackTrvDtmXact", 0, 101}},
+    {"abort", {"$rollbackTrvDtmXact", 0x100, 101}},
+    {"forget", {"$forgetTrvDtmXact", 0, 102}},
     {"status", {"$statusTrvDtmXact", 0, 0}},
+    {"try_attach", {"$attachTrvDtmXact", 0x2, 1}},
+    {"migrate", {"$detachTrvDtmXact", 0, 4}},
+    {"attach_abort", {"$attachTrvDtmXact", 0x2, 6}},
+    {"detach", {"$detachTrvDtmXact", 0x4, 2}},
+    {"forced_prepare", {"$prepareTrvDtmXact", 0x6000, 7}},
+    {"bad_flags", {"$commitTrvDtmXact", 0x40, 100}},
+    {"forced_commit1", {"$commitTrvDtmXact", 0x6020, 100}},
+    {"forced_rollback", {"$rollbackTrvDtmXact", 0x6000, 101}},
 };
 
 std::string shown(const zdb::Value &value) {

@@ -5,6 +5,7 @@
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -41,6 +42,7 @@ class ServerTest : public testing::Test {
   Client other{server};
 };
 
+using Rules = ServerTest;
 using BranchSql = ServerTest;
 using Refusals = ServerTest;
 using Locks = ServerTest;
@@ -48,6 +50,58 @@ using Losses = ServerTest;
 using Operators = ServerTest;
 
 }  // namespace
+
+TEST_F(Rules, decide_what_becomes_of_branches) {
+  // Steps "session operation answer"; session x breaks off or forces an outcome instead.
+  const struct {
+    const char *name;
+    const char *steps;
+    int32_t state;
+  } cases[] = {
+      {"two phases", "a begin 0 a end 1 b try_attach 2 b detach 1 b prepare 2 a commit 7 a status -2",
+       DTM_STATE_UNKNOWN},
+      {"one phase", "a begin 0 a commit1 1", DTM_STATE_UNKNOWN},
+      {"begun twice", "a begin 0 a begin -3 b begin -3 a attach 1", DTM_STATE_ATTACHED},
+      {"held elsewhere", "a begin 0 b attach -4 b end -4 b prepare -4 b commit1 -4 b status 1", DTM_STATE_ATTACHED},
+      {"rolled back elsewhere", "a begin 0 b rollback -128 b forced_rollback -1 b abort 1 a end -2", DTM_STATE_UNKNOWN},
+      {"joined in turn", "a begin 0 a end 1 b attach 2 a attach -4 b end 1 a end 2", DTM_STATE_ENDED},
+      {"suspended is like ended", "a begin 0 a suspend 1 b status 3 b prepare 3", DTM_STATE_PREPARED},
+      {"migrated needs an attach", "a begin 0 a migrate 1 b prepare -4 b commit1 -4 b attach 4 b end 1",
+       DTM_STATE_ENDED},
+      {"migrated is not forced", "a begin 0 a migrate 1 b forced_prepare -4 b forced_commit1 -4", DTM_STATE_DETACHED},
+      {"aborted then prepared", "a begin 0 x break 0 b status 6 b end 6 b prepare -2 b status -2", DTM_STATE_UNKNOWN},
+      {"aborted then attached", "a begin 0 x break 0 b attach 6 b commit1 -4 b try_attach 6", DTM_STATE_UNKNOWN},
+      {"attached to be rolled back", "a begin 0 a end 1 b attach_abort 2 b rollback 6", DTM_STATE_UNKNOWN},
+      {"prepared stays prepared", "a begin 0 a prepare 1 x break 0 b attach 7 b prepare -4 b commit1 -4",
+       DTM_STATE_PREPARED},
+      {"prepared rolled back", "a begin 0 a prepare 1 b attach_abort 7 b rollback 6", DTM_STATE_UNKNOWN},
+      {"forced by the operator", "a begin 0 a prepare 1 x commit 0 a commit -2 a rollback -2 a begin -3 a status -2",
+       DTM_STATE_HEUR_COMMITTED},
+      {"forgotten", "a begin 0 a prepare 1 a forget -4 x rollback 0 a forget 0", DTM_STATE_UNKNOWN},
+      {"not prepared", "a begin 0 a commit -4 a end 1 a commit -4 a forget -4", DTM_STATE_ENDED},
+      {"unknown", "a attach -2 a end -2 a prepare -2 a commit -2 a abort -2 a forget -2 a bad_flags -5",
+       DTM_STATE_UNKNOWN},
+  };
+  for (const auto &test : cases) {
+    auto first = std::make_unique<Client>(server);
+    std::istringstream steps(test.steps);
+    int32_t answer = 0;
+    for (std::string session, step; steps >> session >> step >> answer;) {
+      if (step == "break") {
+        first.reset();
+      } else if (session == "x") {
+        EXPECT_TRUE(server->force("b", step == "commit"));
+      } else {
+        EXPECT_EQ((session == "a" ? *first : other).dtm(step, "b"), answer) << test.name << ": " << session << step;
+      }
+    }
+    EXPECT_EQ(server->branch_state("b"), test.state) << test.name;
+    other.dtm("abort", "b");
+    server->force("b", true);
+    other.dtm("forget", "b");
+    EXPECT_EQ(server->branch_count(), 0) << test.name;
+  }
+}
 
 TEST_F(BranchSql, shows_outside_only_when_committed) {
   struct Case {
@@ -472,6 +526,7 @@ TEST_F(Operators, look_after_users_and_settings) {
   };
   const Client guest(server, "guest");
   EXPECT_EQ(guest.dtm("begin", "g"), Client::no_status);
+  EXPECT_EQ(guest.scan().front(), '!');
   EXPECT_EQ(in_one_line(guest.ask(zdb::RequestKind::administer, "users")), "!3105");
   EXPECT_EQ(guest.sql("select count(*) from acct"), "2#1");
   for (const Case &one_case : cases) {
@@ -480,6 +535,7 @@ TEST_F(Operators, look_after_users_and_settings) {
   }
   EXPECT_FALSE(guest.alive());
   EXPECT_EQ(one.dtm("begin", "b"), Client::no_status) << "DTM is off";
+  EXPECT_EQ(one.scan().front(), '!');
   zdb::Message refusal;
   EXPECT_FALSE(server->log_in({"guest", "pw", "", false}, refusal));
   EXPECT_FALSE(server->log_in({"sa", "Pw", "", false}, refusal));

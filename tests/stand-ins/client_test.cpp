@@ -1,5 +1,5 @@
-// The client library on a server that is only a reply: conversions, row counts, parameters, and the
-// interfaces file that a login is given.
+// The client library on a server that is only a reply: conversions, row counts, parameters, what is pending or broken
+// off, messages, mutexes, and the interfaces file that a login is given.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -9,9 +9,11 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <thread>
 
 #include "interface/session.h"
 #include "quillet.h"
+#include "quillet_control.h"
 
 namespace {
 
@@ -22,6 +24,7 @@ using zdb::Value;
 zdb::Reply next_reply;
 zdb::Request last_request;
 std::string interfaces_given;
+bool session_lives = true;
 
 class ReplyingSession final : public zdb::Session {
  public:
@@ -29,7 +32,7 @@ class ReplyingSession final : public zdb::Session {
     last_request = request;
     return next_reply;
   }
-  bool alive() const override { return true; }
+  bool alive() const override { return session_lives; }
 };
 
 }  // namespace
@@ -55,7 +58,12 @@ class Client : public testing::Test {
     ASSERT_EQ(ct_con_alloc(context(), &connection), CS_SUCCEED);
     ASSERT_EQ(ct_diag(connection, CS_INIT, QLT_UNUSED, QLT_UNUSED, nullptr), CS_SUCCEED);
   }
-  void TearDown() override { EXPECT_EQ(ct_con_drop(connection), CS_SUCCEED); }
+  void TearDown() override {
+    EXPECT_EQ(ct_con_drop(connection), CS_SUCCEED);
+    EXPECT_EQ(qlt_live_connections(), 0);
+    EXPECT_EQ(qlt_live_commands(), 0);
+    EXPECT_EQ(qlt_mutexes_held(), 0);
+  }
 
   void connect() {
     ASSERT_EQ(ct_connect(connection, "bank", QLT_NULLTERM), CS_SUCCEED);
@@ -69,6 +77,11 @@ class Client : public testing::Test {
     ASSERT_EQ(ct_send(command), CS_SUCCEED);
     int32_t type = 0;
     ASSERT_EQ(ct_results(command, &type), CS_SUCCEED);
+  }
+  int32_t next_result() const {
+    int32_t type = 0;
+    const int32_t code = ct_results(command, &type);
+    return code == CS_SUCCEED ? type : code;
   }
   int32_t fetch() const {
     int32_t rows = 0;
@@ -285,6 +298,110 @@ TEST_F(Client, parameters_of_all_types_reach_the_server) {
     EXPECT_EQ(last_request.parameters.front().value, test.sent);
     EXPECT_EQ(last_request.parameters.back().value, Value());
   }
+}
+
+TEST_F(Client, results_are_cancelled_one_or_all) {
+  connect();
+  const std::vector<zdb::Result> results = {{zdb::ResultKind::rows, {{"c"}}, {{"x"}}}, {zdb::ResultKind::done, {}, {}}};
+  query(results);
+  EXPECT_EQ(ct_command(command, QLT_LANG_COMMAND, "x", 1, QLT_UNUSED), CS_FAIL) << "results are pending";
+  EXPECT_EQ(ct_close(connection, QLT_UNUSED), CS_FAIL) << "results are pending";
+  EXPECT_EQ(ct_cancel(nullptr, command, QLT_CANCEL_CURRENT), CS_SUCCEED);
+  EXPECT_EQ(next_result(), CS_CMD_DONE);
+  query(results);
+  EXPECT_EQ(ct_cancel(connection, nullptr, CS_CANCEL_ALL), CS_SUCCEED);
+  EXPECT_EQ(next_result(), CS_FAIL);
+  EXPECT_EQ(ct_send(command), CS_FAIL) << "nothing initiated";
+  EXPECT_EQ(ct_close(connection, QLT_UNUSED), CS_SUCCEED);
+}
+
+TEST_F(Client, broken_sessions_are_noticed_at_the_next_exchange) {
+  const auto status = [&] {
+    int32_t word = -1;
+    EXPECT_EQ(ct_con_props(connection, CS_GET, QLT_PROP_CON_STATUS, &word, QLT_UNUSED, nullptr), CS_SUCCEED);
+    return word;
+  };
+  for (const bool before_it : {false, true}) {
+    connect();
+    session_lives = !before_it;
+    next_reply = {};
+    next_reply.broken_off = !before_it;
+    EXPECT_EQ(status(), QLT_CON_OPEN) << "not noticed yet";
+    EXPECT_EQ(ct_command(command, QLT_LANG_COMMAND, "x", 1, QLT_UNUSED), CS_SUCCEED);
+    EXPECT_EQ(ct_send(command), before_it ? CS_FAIL : CS_SUCCEED);
+    EXPECT_EQ(next_result(), CS_FAIL);
+    EXPECT_EQ(status(), QLT_CON_OPEN | QLT_CON_BROKEN);
+    EXPECT_EQ(ct_close(connection, QLT_UNUSED), CS_FAIL);
+    EXPECT_EQ(ct_close(connection, QLT_CLOSE_FORCED), CS_SUCCEED);
+    session_lives = true;
+    next_reply = {};
+  }
+}
+
+TEST_F(Client, mutexes_exclude_and_know_their_holder) {
+  QLT_THREAD_TABLE table{};
+  ASSERT_EQ(cs_config(context(), CS_GET, QLT_PROP_THREAD_TABLE, &table, QLT_UNUSED, nullptr), CS_SUCCEED);
+  int32_t mutex = 0;
+  int32_t event = 0;
+  ASSERT_EQ(table.create_mutex(&mutex), CS_SUCCEED);
+  ASSERT_EQ(table.create_event(&event), CS_SUCCEED);
+  EXPECT_EQ(table.waitfor_event(event, 1), CS_TIMED_OUT);
+  EXPECT_EQ(table.release_mutex(mutex), CS_FAIL);
+  ASSERT_EQ(table.take_mutex(mutex), CS_SUCCEED);
+  EXPECT_EQ(table.take_mutex(mutex), CS_FAIL);
+  EXPECT_EQ(table.delete_mutex(mutex), CS_FAIL) << "held";
+  bool free = false;
+  std::thread other([&] {
+    EXPECT_EQ(qlt_mutex_held_here(mutex), 0);
+    EXPECT_EQ(table.release_mutex(mutex), CS_FAIL) << "held by another thread";
+    EXPECT_EQ(table.signal_event(event), CS_SUCCEED);
+    EXPECT_EQ(table.take_mutex(mutex), CS_SUCCEED);
+    EXPECT_TRUE(free);
+    EXPECT_EQ(table.release_mutex(mutex), CS_SUCCEED);
+  });
+  EXPECT_EQ(table.waitfor_event(event, -1), CS_SUCCEED);
+  free = true;
+  EXPECT_EQ(table.release_mutex(mutex), CS_SUCCEED);
+  other.join();
+  EXPECT_EQ(table.delete_mutex(mutex), CS_SUCCEED);
+  int32_t reused = 0;
+  ASSERT_EQ(table.create_mutex(&reused), CS_SUCCEED);
+  EXPECT_EQ(table.take_mutex(mutex), CS_FAIL) << "its place has a new owner";
+  EXPECT_EQ(table.delete_mutex(reused), CS_SUCCEED);
+  EXPECT_EQ(table.delete_event(event), CS_SUCCEED);
+}
+
+int32_t heard = 0;
+
+int32_t hear_server(CS_CONTEXT *, QLT_CONNECTION *, QLT_SERVER_MESSAGE *) {
+  ++heard;
+  return CS_SUCCEED;
+}
+
+TEST_F(Client, callbacks_are_inherited_replaced_and_restored) {
+  const auto current = [](QLT_CONNECTION *of) {
+    void *callback = nullptr;
+    EXPECT_EQ(ct_callback(nullptr, of, CS_GET, QLT_SERVERMSG_CB, &callback), CS_SUCCEED);
+    return callback;
+  };
+  const auto own = reinterpret_cast<void *>(hear_server);
+  qlt_set_context_callbacks(nullptr, hear_server);
+  QLT_CONNECTION *inheriting = nullptr;
+  EXPECT_EQ(ct_con_alloc(context(), &inheriting), CS_SUCCEED);
+  EXPECT_EQ(current(inheriting), own);
+  EXPECT_EQ(ct_con_drop(inheriting), CS_SUCCEED);
+  qlt_set_context_callbacks(nullptr, nullptr);
+  EXPECT_NE(current(connection), own) << "its messages are kept for ct_diag";
+  connect();
+  next_reply.messages = {{1, 2, "nonsense"}};
+  query({{zdb::ResultKind::done, {}, {}}});
+  QLT_SERVER_MESSAGE stored{};
+  EXPECT_EQ(ct_diag(connection, CS_GET, QLT_SERVER_MESSAGES, 1, &stored), CS_SUCCEED);
+  EXPECT_EQ(heard, 0);
+  EXPECT_EQ(ct_callback(nullptr, connection, CS_SET, QLT_SERVERMSG_CB, own), CS_SUCCEED);
+  query({{zdb::ResultKind::done, {}, {}}});
+  EXPECT_EQ(heard, 1);
+  next_reply = {};
 }
 
 TEST_F(Client, logins_are_given_the_nearest_interfaces_file) {

@@ -1,4 +1,4 @@
-// What the configuration reader makes of a file's text, and its failures.
+// What the configuration reader makes of a file's text, and its failures; and the comparisons.
 //
 // Each file is written out, read back through the intl_* calls and shown as one line of text: "[section]" (with "!"
 // behind it for a read error), then "name(value|value)" for each entry.
@@ -123,4 +123,35 @@ TEST(Reader, a_skipped_section_or_entry_is_passed_over) {
   EXPECT_STREQ(intl_nextsection(&reader, &status), "b");
   EXPECT_EQ(intl_nextvalue(&reader, &status), nullptr) << "no entry of this section was asked for";
   EXPECT_EQ(intl_close(&reader), 1);
+}
+
+namespace {
+
+int sign(int32_t order) {
+  return (order > 0) - (order < 0);
+}
+
+}  // namespace
+
+TEST(Text, comparisons) {
+  struct Row {
+    const char *left;
+    const char *right;
+    int exact;
+    int folded;
+    int first_two;
+  };
+  const Row rows[] = {
+      {"abc", "abc", 0, 0, 0},   {"abc", "ABC", 1, 0, 1},   {"ab", "abc", -1, -1, 0},     {"", "a", -1, -1, -1},
+      {"\xe4", "z", 1, 1, 1},    {"[", "{", -1, -1, -1},    {"\xc4", "\xe4", -1, -1, -1}, {nullptr, nullptr, 0, 0, 0},
+      {nullptr, "", -1, -1, -1}, {"abx", "aby", -1, -1, 0},
+  };
+  for (const Row &row : rows) {
+    const std::string name =
+        std::string(row.left == nullptr ? "null" : row.left) + " and " + (row.right ? row.right : "null");
+    EXPECT_EQ(sign(com_unsignstrcmp(row.left, row.right)), row.exact) << name;
+    EXPECT_EQ(sign(com_unsignstricmp(row.left, row.right)), row.folded) << name;
+    EXPECT_EQ(sign(com_unsignstrncmp(row.left, row.right, 2)), row.first_two) << name;
+  }
+  EXPECT_EQ(com_unsignstrncmp("a", "b", 0), 0);
 }

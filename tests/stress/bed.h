@@ -12,7 +12,8 @@
 
 class Bed {
  public:
-  // Makes the folder (see RunFolder), with loaded accounts; the server program and this program run from PROGRAMS.
+  // Makes a folder in this one (see RunFolder), with loaded accounts; the server program and this program run from
+  // PROGRAMS.
   Bed(const std::string &folder, const std::string &programs, int32_t accounts_a_bank);
 
   const std::string &folder() const { return folder_; }

@@ -20,8 +20,8 @@ sweep kills a server or the application at every STRIDE-th step (1 unless given)
 commit, one-phase commit, rollback and recovery, and checks after each kill, restart and recovery
 that no money was lost or made. crowd lets many processes (8) transfer money between two banks at
 once for some SECONDS (20), kills some of them, and checks the same in the end. rate measures
-transfers a second with one and four clients next to plain SQLite. FOLDER is made; it may be there
-when it is empty or holds nothing but what an earlier run left, which is then removed.
+transfers a second with one and four clients next to plain SQLite. FOLDER is made unless it is
+there; the run makes a folder of its own in it, which stays when something was wrong.
 )";
 
 constexpr int exit_fine = 0;

@@ -1,18 +1,14 @@
-// The folder of a stress run, emptied of an earlier run's files and of nothing else.
-//
-// A file in it marks the folder as one of this tool's. It is made while the folder is empty and stays, so a run that is
-// killed at any point leaves a folder that is empty or marked. What else an earlier run left is known by name; when
-// there is anything beside it, nothing is removed at all.
+// The folder of a stress run: one of its own, made in the folder that the user names.
 #pragma once
 
 #include <string>
 
 class RunFolder {
  public:
-  // Makes the folder, or takes one that is empty or was left by an earlier run, and keeps other runs from it until the
-  // end of the object and of the processes that were started. Throws std::runtime_error, with nothing removed, when it
-  // is anything else or another run is in it.
-  explicit RunFolder(const std::string &path);
+  // Makes the named folder unless it is there, and the run's own in it, under a new name. Throws std::runtime_error
+  // when that cannot be.
+  explicit RunFolder(const std::string &named);
+  // Removes the run's own folder, and nothing else. After an exception it stays, to be looked at.
   ~RunFolder();
   RunFolder(const RunFolder &) = delete;
   RunFolder &operator=(const RunFolder &) = delete;
@@ -21,5 +17,5 @@ class RunFolder {
 
  private:
   const std::string path_;
-  int mark_ = -1;  // open and locked
+  const int exceptions_;
 };

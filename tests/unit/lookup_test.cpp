@@ -41,12 +41,6 @@ class Lookup : public OpenScene {
   XA_CONNECTION *got = nullptr;
 };
 
-TEST_F(Lookup, a_scene_ends_although_a_record_is_closed_already) {
-  arrange({{XCS_CLOSED, none()}, {XCS_UNUSED, none()}});
-  close_everything();
-  EXPECT_EQ(connections(), Lines{});
-}
-
 TEST_F(Lookup, priorities) {
   const XID x = branch();
   const XID y = other_branch();

@@ -171,29 +171,6 @@ TEST_F(Verbs, start_publishes_the_connection_and_is_repeated_once) {
   }
 }
 
-TEST_F(Verbs, join_does_not_wait_beside_a_live_branch_suspended_here) {
-  const Lines live{ask_other, attach_nowait};
-  const Lines gone{ask_other, detach_other, attach};
-  const struct {
-    const char *name;
-    std::vector<Reply> replies;
-    int32_t result;
-    Lines requests;
-    Lines after;
-  } cases[] = {
-      {"live", {st(1), st(-4)}, XAER_PROTO, live, {"con2 0 ffffffff", "con1 3 2"}},
-      {"gone", {st(-2), st(-2), st(2)}, XA_OK, gone, {"con2 1 1234", "con1 0 ffffffff"}},
-  };
-  for (const auto &one : cases) {
-    SCOPED_TRACE(one.name);
-    reopen();
-    set(XCS_SUSPEND, y);
-    library().replies.assign(one.replies.begin(), one.replies.end());
-    EXPECT_EQ(xa_start(&x, 1, TMJOIN), one.result);
-    expect(one.requests, one.after);
-  }
-}
-
 TEST_F(Verbs, leftovers_whose_end_is_refused_do_not_loop) {
   for (const uint32_t flags : {0U, XAPF_CLOSE_ENDS}) {
     reopen(XATM_TUX, flags);
