@@ -13,7 +13,8 @@
 #include <string_view>
 
 #include "common_routines.h"
-#include "trace_keywords.h"
+#include "log/xal_trace_keywords.h"
+#include "open_string.h"
 
 namespace {
 
@@ -135,8 +136,8 @@ std::string why_single_unused(const std::vector<ConfigLine> &lines, Line line) {
   if (same_name(line->name, "server") && has_usable(line + 1, lines.end(), "server")) {
     return "the entry stands again later";
   }
-  if (same_name(line->name, "traceflags") && !is_trace_keyword(line->values.front())) {
-    return std::string("there is no such trace keyword; known are ") + trace_keywords;
+  if (same_name(line->name, "traceflags") && find_trace_keyword(line->values.front()) == nullptr) {
+    return "there is no such trace keyword; known are " + trace_keyword_list();
   }
   return line->values.size() > 1 ? "only its first value is used" : "";
 }

@@ -4,7 +4,6 @@
 // buffer. Of what threads share, only the trace mask is written, by OR.
 #include <pthread.h>
 
-#include <cctype>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +13,7 @@
 #include "base/xal_xa_names.h"
 #include "base/xal_xid.h"
 #include "log/xal_log.h"
+#include "log/xal_trace_keywords.h"
 #include "quillet.h"
 
 namespace {
@@ -23,28 +23,7 @@ struct NamedCode {
   int32_t code;
 };
 
-struct TraceKeyword {
-  const char *keyword;
-  uint32_t bits;
-};
-
 // clang-format off
-constexpr TraceKeyword xacmn_log_trace_tbl[] = {
-    // keyword  bits
-    {"xa",      XATR_XA},
-    {"xl",      XATR_RM},
-    {"xc",      XATR_CONN},
-    {"cmn",     XATR_FUNCTION},
-    {"event",   XATR_EVENT},
-    {"misc",    XATR_MISC},
-    {"os",      XATR_ZDB},
-    {"xs",      XATR_ZDB},
-    {"ct",      XATR_QUILLET},
-    {"v",       XATR_VERBOSE},
-    {"all",     0xFFFFFFFF},
-    {nullptr,   0},
-};
-
 // What a lookup answers beside XA codes.
 constexpr NamedCode lookup_result_names[] = {
     // name                                          code
@@ -167,14 +146,6 @@ const char *name_of(const NamedCode *table, int32_t code) {
   return "";
 }
 
-size_t keyword_length(const char *text) {
-  size_t length = 0;
-  while (text[length] != '\0' && isspace(static_cast<unsigned char>(text[length])) == 0) {
-    ++length;
-  }
-  return length;
-}
-
 }  // namespace
 
 extern "C" {
@@ -185,28 +156,10 @@ const char *xacmn_log_trace_add(const char *text) {
   if (text == nullptr) {
     return nullptr;
   }
-  const size_t length = keyword_length(text);
-  for (const TraceKeyword *row = xacmn_log_trace_tbl; row->keyword != nullptr; ++row) {
-    if (strncmp(row->keyword, text, length) == 0) {
-      xacmn_log_tracing.fetch_or(row->bits, std::memory_order_relaxed);
-      break;
-    }
+  if (const TraceKeyword *row = find_trace_keyword(text)) {
+    xacmn_log_tracing.fetch_or(row->bits, std::memory_order_relaxed);
   }
-  return text + length;
-}
-
-const char *xacmn_log_flags_set(const char *text) {
-  if (text == nullptr) {
-    return nullptr;
-  }
-  while (*text != '\0') {
-    if (text[0] == '-' && (text[1] == 'T' || text[1] == 't')) {
-      text = xacmn_log_trace_add(text + 2);
-    } else {
-      ++text;
-    }
-  }
-  return text;
+  return text + trace_word_length(text);
 }
 
 // ---- Decoders -------------------------------------------------------------------------------------------------------
