@@ -29,16 +29,9 @@ constexpr Advice advices[] = {
      "set XACONFIGFILE to the path of xa_config, or TARVEX to the folder that holds it"},
     {"Configuration file search path",
      "no readable file is there; put xa_config there or set XACONFIGFILE to its path"},
-    {"invalid logfile", "give logfile one path of at most 1024 characters, or remove the entry"},
-    {"invalid traceflag", "give traceflags one of xa, xl, xc, xs, event, misc, v, all, or remove the entry"},
-    {"invalid cs_dt_info", "give cs_dt_info CS_DATES_SHORT or CS_DATES_LONG, or remove the entry"},
     {"maxoutconn", "remove the entry, and write properties=CS_MAX_CONNECT=NUMBER in the [all] section"},
-    {"Invalid entry in [all]", "remove the entry; [all] takes logfile, traceflags, cs_dt_info and properties"},
     {"section not found in config file", "mend the malformed line before or in the [all] section"},
     {"No xa section", "mend the malformed line in the section that the search for the LRM stopped at"},
-    {"Unknown value", "give the keyword a value that it takes"},
-    {"not supported, ignored",
-     "correct the spelling, or move it to the entry (properties, capabilities, options) and section it belongs to"},
     {"Maximum number of", "remove settings: nine properties, nine options and 53 capabilities are kept"},
     {"(CS_SET, ",
      "the client library or the server does not take this setting; if the configuration names it, remove it there or "
@@ -64,6 +57,15 @@ constexpr const char *usual_advice =
     "set traceflags=all in the [all] section and run xadtm branches; xadtm log FILE --failures then shows what led to "
     "it";
 
+bool is_error(const LogRecord &record) {
+  return record.type == "Error" || record.type == "Fatal Error";
+}
+
+// About an entry or a setting that the check has shown with its remark.
+bool is_of_entry(const LogRecord &record) {
+  return record.function == "xal_read_all_section" || record.function == "xacmn_get_val";
+}
+
 // Servers and client libraries say themselves what to do, as far as they know it.
 std::string advice_for(const LogRecord &record) {
   if (record.text.find("Msg: ") != std::string::npos) {
@@ -74,7 +76,7 @@ std::string advice_for(const LogRecord &record) {
   if (found != std::end(advices)) {
     return found->advice;
   }
-  return record.type == "Error" || record.type == "Fatal Error" ? usual_advice : "";
+  return is_error(record) && !is_of_entry(record) ? usual_advice : "";
 }
 
 }  // namespace

@@ -92,16 +92,14 @@ TEST(Check, unused_parts_of_the_configuration_are_named) {
         "  [xa]  <- not used: only the first [xa] section with this lrm is read\n",
         "    nosuch\n      (value not shown)\n      <- ignored: no entry of this name belongs here\n    logfile",
         "      y.log\n      <- ignored: only its first value is used\n",
-        "      CS_TIMEOUT=abc  <- not in force: Unknown value abc for Context Property: CS_TIMEOUT, ignored\n",
-        "      CS_TIMEOUT=60\n",
-        "      CS_NOPE=(value not shown)  <- not in force: Context Property CS_NOPE not supported, ignored\n",
+        "      CS_TIMEOUT=abc  <- not in force: the keyword takes no such value\n", "      CS_TIMEOUT=60\n",
+        "      CS_NOPE=(value not shown)  <- not in force: the entry takes no such keyword",
         "    nosuch\n      (value not shown)\n      <- ignored: no entry of this name belongs here\n    properties\n",
         "      CS_TDS_VERSION=5.0\n",
         // refused silently, but for an event trace
         "      CS_PACKETSIZE=0  <- not in force: ct_con_props(CS_SET, CS_PACKETSIZE) failed!",
-        "      CS_DATA_NOBIT=perhaps  <- not in force: Unknown value perhaps for Capability: CS_DATA_NOBIT, ignored\n",
-        "      CS_OPT_ROWCOUNT=5\n",
-        "      CS_PACKETSIZE=(value not shown)  <- not in force: Option CS_PACKETSIZE not supported, ignored\n",
+        "      CS_DATA_NOBIT=perhaps  <- not in force: the keyword takes no such value\n", "      CS_OPT_ROWCOUNT=5\n",
+        "      CS_PACKETSIZE=(value not shown)  <- not in force: the entry takes no such keyword",
         "    -> remove the entry, and write properties=CS_MAX_CONNECT=NUMBER in the [all] section\n",
         "log: x.log, from the configuration's logfile entry\n"}) {
     EXPECT_TRUE(outcome.says(line)) << line << "is missing in\n" << outcome.output;
@@ -124,8 +122,8 @@ TEST(Check, configured_twice_or_in_vain_is_named) {
         "logfile\n      b.log\n"
         "      <- ignored: only the first logfile entry is used\n",
         "      <- ignored: there is no such trace keyword; known are xa", "      <- ignored: write properties=CS_MAX_C",
-        "      CS_PACKETSIZE=(value not shown)  <- not in force: Context Property CS_PACKETSIZE not supported",
-        "      cs_timeout=Abc  <- not in force: Unknown value Abc for Context Property: CS_TIMEOUT, ignored\n",
+        "      CS_PACKETSIZE=(value not shown)  <- not in force: the entry takes no such keyword",
+        "      cs_timeout=Abc  <- not in force: the keyword takes no such value\n",
         "      elsewhere\n      <- ignored: the entry stands again later\n", "      CS_PACKETSIZE=512\nserver: bank1, ",
         "  -T a  trace keyword; not used: the configuration's traceflags", "log: a.log, from the configuration's"}) {
     EXPECT_TRUE(outcome.says(line)) << line << " is missing in\n" << outcome.output;
@@ -218,7 +216,7 @@ TEST(Check, what_cannot_be_used_is_refused_with_its_cure) {
       {good, "env -u XACONFIGFILE TARVEX=/nowhere TARVEX_QLT=q", "  not readable: /nowhere/q/config/xa_config\n"},
       {good, "XACONFIGFILE=malformed", "[xa]  <- not used: it holds a malformed line"},
       {good, "XACONFIGFILE=malformed", "-> mend the malformed line"},
-      {good, "XACONFIGFILE=unread", "      CS_PASSWORD=(value not shown)  <- not tried"},
+      {good, "XACONFIGFILE=unread", "      CS_PASSWORD=(value not shown)  <- not in force: the entry takes"},
       {good, "XACONFIGFILE=stray", "    password (rest not shown)\n"},
       {good, "XACONFIGFILE=stray", "  [xa (rest not shown)]  <- not used: it holds a malformed line"},
       {good, "XACONFIGFILE=foreign", "-> add an [xa] section with this lrm, or correct -N"},
