@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/xal_xa_names.h"
+
 namespace {
 
 constexpr int32_t format = 0x42414E4B;
@@ -67,32 +69,8 @@ void coordinator_step() {
 }
 
 std::string xa_code_name(int32_t code) {
-  static constexpr struct {
-    int32_t code;
-    const char *name;
-  } names[] = {
-      {XA_OK, "XA_OK"},
-      {XA_RDONLY, "XA_RDONLY"},
-      {XA_RETRY, "XA_RETRY"},
-      {XA_HEURMIX, "XA_HEURMIX"},
-      {XA_HEURRB, "XA_HEURRB"},
-      {XA_HEURCOM, "XA_HEURCOM"},
-      {XA_HEURHAZ, "XA_HEURHAZ"},
-      {XAER_ASYNC, "XAER_ASYNC"},
-      {XAER_RMERR, "XAER_RMERR"},
-      {XAER_NOTA, "XAER_NOTA"},
-      {XAER_INVAL, "XAER_INVAL"},
-      {XAER_PROTO, "XAER_PROTO"},
-      {XAER_RMFAIL, "XAER_RMFAIL"},
-      {XAER_DUPID, "XAER_DUPID"},
-      {XAER_OUTSIDE, "XAER_OUTSIDE"},
-  };
-  for (const auto &row : names) {
-    if (row.code == code) {
-      return row.name;
-    }
-  }
-  return is_rolled_back(code) ? "XA_RB" + std::to_string(code) : std::to_string(code);
+  const char *name = name_of_xa_code(code);
+  return name != nullptr ? name : std::to_string(code);
 }
 
 Coordinator::Coordinator(const struct xa_switch_t &xa, std::vector<ResourceManager> managers, Decisions &decisions,

@@ -1,6 +1,6 @@
 // A table of commands, each with its number of arguments and what it does.
 #include "sessions/operator.h"
-#include "dtm/dtm_protocol.h"
+#include "dtm/dtm_state_names.h"
 
 #include <algorithm>
 #include <charconv>
@@ -31,26 +31,8 @@ struct Refused : std::runtime_error {
 };
 
 std::string state_name(int32_t state) {
-  switch (state) {
-    case DTM_STATE_ATTACHED:
-      return "attached";
-    case DTM_STATE_ENDED:
-      return "ended";
-    case DTM_STATE_SUSPENDED:
-      return "suspended";
-    case DTM_STATE_DETACHED:
-      return "migrated";
-    case DTM_STATE_ABORTONLY:
-      return "abort only";
-    case DTM_STATE_PREPARED:
-      return "prepared";
-    case DTM_STATE_HEUR_COMMITTED:
-      return "heuristically committed";
-    case DTM_STATE_HEUR_ROLLEDBACK:
-      return "heuristically rolled back";
-    default:
-      return std::to_string(state);
-  }
+  const char *name = name_of_dtm_state(state);
+  return name != nullptr ? name : std::to_string(state);
 }
 
 std::string yes_or_no(bool yes) {
@@ -96,8 +78,8 @@ void list_branches(Server &server, const Arguments &, Reply &reply) {
 }
 
 [[noreturn]] void refuse_settled(const std::string &name, int32_t state) {
-  throw Refused("Branch '" + name + "' is " + state_name(state) +
-                " already. It goes when its transaction manager, or xadtm forget, forgets it.");
+  throw Refused("Branch '" + name + "' is settled already: " + state_name(state) +
+                ". It goes when its transaction manager, or xadtm forget, forgets it.");
 }
 
 constexpr const char *stays_until_forgotten = ". It stays in the list until its transaction manager forgets it.";
@@ -129,7 +111,7 @@ void roll_branch_back(Server &server, const Arguments &arguments, Reply &reply) 
       break;
     case Server::Ending::undone:
       say(reply, "Branch '" + name +
-                     "' was not prepared, and its work is undone. It stays in the list as abort only, so that its "
+                     "' was not prepared, and its work is undone. It stays in the list as abort-only, so that its "
                      "transaction manager learns of it; the same command again removes it.");
       break;
     case Server::Ending::forgotten:

@@ -68,7 +68,7 @@ TEST(Coordinator, tells_the_truth_of_outcomes_that_others_decided) {
       {2, {{"commit 1", XA_HEURRB}}, Outcome::mixed, "commit 2", "commit of L1 answered XA_HEURRB"},
       {2, {{"commit 2", XA_HEURMIX}}, Outcome::mixed, "!forget 2", "commit of L2 answered XA_HEURMIX"},
       {2, {{"commit 2", XA_HEURHAZ}}, Outcome::mixed, "!forget 2", "commit of L2 answered XA_HEURHAZ"},
-      {2, {{"commit 2", XA_RBROLLBACK}}, Outcome::mixed, "commit 2", "commit of L2 answered XA_RB100"},
+      {2, {{"commit 2", XA_RBROLLBACK}}, Outcome::mixed, "commit 2", "commit of L2 answered XA_RBROLLBACK"},
       {2, {{"commit 2", XAER_RMFAIL}}, Outcome::committed, "!rollback 1", ""},
       {2, {{"prepare 2", XA_RDONLY}}, Outcome::committed, "!commit 2", ""},
       {2, {{"prepare 2", XA_RBROLLBACK}, {"rollback 1", XA_HEURRB}}, Outcome::rolled_back, "forget 1", "prepare answ"},

@@ -179,7 +179,7 @@ TEST_F(Configuration, settings_are_those_of_the_tables) {
 
 TEST_F(Configuration, entries_and_options_are_those_that_the_library_takes) {
   Lines all, xa, options;
-  for (const std::string &name : found(text_of(SOURCE_FOLDER "/generic/src/config/xal_config.cpp"), "\"(\\w+)\"")) {
+  for (const std::string &name : found(text_of(SOURCE_FOLDER "/generic/src/config/xal_keywords.cpp"), "\"(\\w+)\"")) {
     const std::string entry = name + "=" + std::string(40, 'x') + "\n";  // too long, or no keyword, wherever it is read
     if (read("[all]\n" + entry + "[xa]\nlrm=L1\n").find("Invalid entry in [all]") == std::string::npos) {
       all.insert(name);

@@ -457,8 +457,8 @@ TEST_F(Operators, end_branches_in_any_state_and_see_who_has_the_lock) {
       {{"begin", "end"}, "b|ended|0|no|yes", "is ended, not", undone, DTM_STATE_ABORTONLY},
       {{"begin", "suspend"}, "b|suspended|0|no|yes", "is suspended, not", undone, DTM_STATE_ABORTONLY},
       {{"begin", "undo"},
-       "b|abort only|0|no|no",
-       "is abort only, not",
+       "b|abort-only|0|no|no",
+       "is abort-only, not",
        "Branch 'b' was rolled back before",
        DTM_STATE_UNKNOWN},
       {{"begin", "prepare"},
@@ -467,9 +467,9 @@ TEST_F(Operators, end_branches_in_any_state_and_see_who_has_the_lock) {
        "Branch 'b' is heuristically rolled",
        DTM_STATE_HEUR_ROLLEDBACK},
       {{"begin", "prepare", "commit"},
-       "b|heuristically committed|0|no|no",
-       "committed already. It goes when",
-       "Branch 'b' is heuristically committed already",
+       "b|heuristic-commit|0|no|no",
+       "is settled already: heuristic-commit. It goes when",
+       "is settled already: heuristic-commit",
        DTM_STATE_HEUR_COMMITTED},
   };
   for (const auto &row : cases) {

@@ -3,9 +3,10 @@
 
 #include <strings.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <vector>
+
+#include "config/xal_open_options.h"
 
 namespace {
 
@@ -59,13 +60,8 @@ std::string log_of_config_file(const Libraries &libraries) {
 }
 
 std::string log_of_open_string(const std::string &open_string) {
-  size_t option = open_string.find("-L");
-  option = std::min(option, open_string.find("-l"));
-  if (option == std::string::npos) {
-    return "";
-  }
-  const std::string path = open_string.substr(option + 2);
-  return path.substr(0, path.find_first_of(" \t\n\v\f\r"));
+  const std::optional<OpenMark> mark = find_open_mark(open_string, 'L');
+  return mark && mark->value.size() <= longest_open_log_path ? std::string(mark->value) : "";
 }
 
 std::string default_log() {

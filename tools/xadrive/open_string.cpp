@@ -1,23 +1,15 @@
-// Reads the options of an open string: a "-", a letter in either case, a value up to white space.
+// Asks the library's reader.
 #include "open_string.h"
 
-#include <cctype>
+#include "config/xal_open_options.h"
 
 std::string option_of(std::string_view open_string, char letter) {
-  static constexpr std::string_view blanks = " \t\n\v\f\r";
+  OpenStringReader reader(open_string, true);
   std::string value;
-  while (!open_string.empty()) {
-    const bool is_option = open_string.front() == '-';
-    open_string.remove_prefix(1);
-    if (!is_option || open_string.empty()) {
-      continue;
+  for (OpenOption option{}; reader.next(option);) {
+    if (option.letter == letter && option.is_stored) {
+      value = option.value.substr(0, longest_open_value);
     }
-    const bool is_wanted = std::toupper(static_cast<unsigned char>(open_string.front())) == letter;
-    const std::string_view option = open_string.substr(0, open_string.find_first_of(blanks));
-    if (is_wanted) {
-      value = option.substr(1);
-    }
-    open_string.remove_prefix(option.size());
   }
   return value;
 }

@@ -4,5 +4,5 @@
 #include <string>
 #include <string_view>
 
-// The value of the option with that capital letter, of the last one if there are several; empty without any.
+// The value that the library stores of the option with that capital letter; empty without any.
 std::string option_of(std::string_view open_string, char letter);

@@ -294,13 +294,12 @@ std::optional<int32_t> expected_code(ResultKind kind, const std::string &text) {
   return code ? code : integer_of(text);
 }
 
-const char *results_of(ResultKind kind) {
+std::string results_of(ResultKind kind) {
   switch (kind) {
     case ResultKind::answer:
       return "done or refused";
     case ResultKind::branch_state:
-      return "unknown, attached, ended, suspended, migrated, abort-only, prepared, heuristic-commit or "
-             "heuristic-rollback";
+      return names_of(Vocabulary::branch_states);
     case ResultKind::sql:
       return "ok (and perhaps rows in double quotes), failed or none";
     case ResultKind::xa_code:

@@ -1,131 +1,74 @@
-// The names that scripts use for result codes, flag words and branch states, as tables.
+// Looks names up in the tables of the library, and in two of its own.
 #include "xa_names.h"
 
+#include <algorithm>
 #include <span>
 
-#include "dtm/dtm_protocol.h"
+#include "base/xal_xa_names.h"
+#include "dtm/dtm_state_names.h"
 #include "hex_text.h"
-#include "xa.h"
 
 namespace {
 
-struct NamedNumber {
-  std::string_view name;
-  int32_t number;
+constexpr XaName sql_results[] = {
+    {"ok", sql_ok},
+    {"failed", sql_failed},
+    {"none", sql_none},
 };
 
-// clang-format off
-constexpr NamedNumber xa_codes[] = {
-  {"XA_OK",         XA_OK},
-  {"XA_RDONLY",     XA_RDONLY},
-  {"XA_RETRY",      XA_RETRY},
-  {"XA_HEURMIX",    XA_HEURMIX},
-  {"XA_HEURRB",     XA_HEURRB},
-  {"XA_HEURCOM",    XA_HEURCOM},
-  {"XA_HEURHAZ",    XA_HEURHAZ},
-  {"XA_NOMIGRATE",  XA_NOMIGRATE},
-  {"XA_RBROLLBACK", XA_RBROLLBACK},
-  {"XA_RBCOMMFAIL", XA_RBCOMMFAIL},
-  {"XA_RBDEADLOCK", XA_RBDEADLOCK},
-  {"XA_RBINTEGRITY",XA_RBINTEGRITY},
-  {"XA_RBOTHER",    XA_RBOTHER},
-  {"XA_RBPROTO",    XA_RBPROTO},
-  {"XA_RBTIMEOUT",  XA_RBTIMEOUT},
-  {"XA_RBTRANSIENT",XA_RBTRANSIENT},
-  {"XAER_ASYNC",    XAER_ASYNC},
-  {"XAER_RMERR",    XAER_RMERR},
-  {"XAER_NOTA",     XAER_NOTA},
-  {"XAER_INVAL",    XAER_INVAL},
-  {"XAER_PROTO",    XAER_PROTO},
-  {"XAER_RMFAIL",   XAER_RMFAIL},
-  {"XAER_DUPID",    XAER_DUPID},
-  {"XAER_OUTSIDE",  XAER_OUTSIDE},
+constexpr XaName answers[] = {
+    {"done", 1},
+    {"refused", 0},
 };
 
-constexpr NamedNumber branch_states[] = {
-  {"unknown",               DTM_STATE_UNKNOWN},
-  {"attached",              DTM_STATE_ATTACHED},
-  {"ended",                 DTM_STATE_ENDED},
-  {"suspended",             DTM_STATE_SUSPENDED},
-  {"migrated",              DTM_STATE_DETACHED},
-  {"abort-only",            DTM_STATE_ABORTONLY},
-  {"prepared",              DTM_STATE_PREPARED},
-  {"heuristic-commit",      DTM_STATE_HEUR_COMMITTED},
-  {"heuristic-rollback",    DTM_STATE_HEUR_ROLLEDBACK},
-};
-
-constexpr NamedNumber sql_results[] = {
-  {"ok",     sql_ok},
-  {"failed", sql_failed},
-  {"none",   sql_none},
-};
-
-constexpr NamedNumber answers[] = {
-  {"done",    1},
-  {"refused", 0},
-};
-
-constexpr NamedNumber flags[] = {
-  {"TMASYNC",      TMASYNC},
-  {"TMONEPHASE",   TMONEPHASE},
-  {"TMFAIL",       TMFAIL},
-  {"TMNOWAIT",     TMNOWAIT},
-  {"TMRESUME",     TMRESUME},
-  {"TMSUCCESS",    TMSUCCESS},
-  {"TMSUSPEND",    TMSUSPEND},
-  {"TMSTARTRSCAN", TMSTARTRSCAN},
-  {"TMENDRSCAN",   TMENDRSCAN},
-  {"TMMULTIPLE",   TMMULTIPLE},
-  {"TMJOIN",       TMJOIN},
-  {"TMMIGRATE",    TMMIGRATE},
-};
-// clang-format on
-
-std::span<const NamedNumber> table_of(Vocabulary vocabulary) {
+// Calls the operation with the table.
+template <typename Operation>
+auto with_table(Vocabulary vocabulary, const Operation &operation) {
   switch (vocabulary) {
     case Vocabulary::xa_codes:
-      return xa_codes;
+      return operation(std::span(xa_code_names));
     case Vocabulary::branch_states:
-      return branch_states;
+      return operation(std::span(dtm_state_names));
     case Vocabulary::sql_results:
-      return sql_results;
+      return operation(std::span(sql_results));
     case Vocabulary::answers:
       break;
   }
-  return answers;
+  return operation(std::span(answers));
 }
 
-std::optional<int32_t> find(std::span<const NamedNumber> table, std::string_view name) {
-  for (const NamedNumber &row : table) {
-    if (row.name == name) {
-      return row.number;
-    }
-  }
-  return std::nullopt;
+std::optional<int32_t> find(auto table, std::string_view name) {
+  const auto found = std::find_if(table.begin(), table.end(), [=](const auto &row) { return row.name == name; });
+  return found == table.end() ? std::nullopt : std::optional(found->number);
+}
+
+std::optional<int32_t> flag_of(std::string_view name) {
+  return find(std::span(xa_flag_names), name);
 }
 
 }  // namespace
 
 std::optional<int32_t> number_of(Vocabulary vocabulary, std::string_view name) {
-  return find(table_of(vocabulary), name);
+  return with_table(vocabulary, [=](auto table) { return find(table, name); });
 }
 
 std::string name_of(Vocabulary vocabulary, int32_t number) {
-  for (const NamedNumber &row : table_of(vocabulary)) {
-    if (row.number == number) {
-      return std::string(row.name);
+  return with_table(vocabulary, [=](auto table) {
+    const auto found = std::find_if(table.begin(), table.end(), [=](const auto &row) { return row.number == number; });
+    return found == table.end() ? std::to_string(number) : std::string(found->name);
+  });
+}
+
+std::string names_of(Vocabulary vocabulary) {
+  return with_table(vocabulary, [](auto table) {
+    std::string names;
+    for (const auto &row : table) {
+      names += names.empty() ? "" : &row == &table.back() ? " or " : ", ";
+      names += row.name;
     }
-  }
-  return std::to_string(number);
+    return names;
+  });
 }
-
-namespace {
-
-std::optional<int32_t> flag_of(std::string_view name) {
-  return name == "TMNOFLAGS" ? std::optional(TMNOFLAGS) : find(flags, name);
-}
-
-}  // namespace
 
 bool is_flag_name(std::string_view name) {
   return flag_of(name).has_value();
@@ -153,7 +96,7 @@ std::optional<int32_t> flags_of(std::string_view text) {
 std::string flags_text(int32_t word) {
   std::string text;
   int32_t unnamed = word;
-  for (const NamedNumber &flag : flags) {
+  for (const XaName &flag : xa_flag_names) {
     if ((word & flag.number) != 0) {
       text += text.empty() ? "" : "|";
       text += flag.name;

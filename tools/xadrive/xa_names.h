@@ -16,6 +16,8 @@ inline constexpr int32_t sql_ok = 1;
 std::optional<int32_t> number_of(Vocabulary vocabulary, std::string_view name);
 // The number itself in decimal when it has no name.
 std::string name_of(Vocabulary vocabulary, int32_t number);
+// All of them, for messages: "a, b or c".
+std::string names_of(Vocabulary vocabulary);
 
 // "TMJOIN|TMNOWAIT", or a number of up to eight hexadecimal digits after 0x; nothing when it is neither.
 std::optional<int32_t> flags_of(std::string_view text);

@@ -58,8 +58,15 @@ void report_name(const std::string &lrm) {
   }
 }
 
-void print_heard(const std::vector<Heard> &heard) {
-  std::cout << (heard.empty() ? "the library had nothing to complain about\n" : "the library said\n");
+void print_heard(const Findings &findings) {
+  const std::vector<Heard> &heard = findings.heard;
+  const bool is_faultless = std::all_of(findings.options.begin(), findings.options.end(),
+                                        [](const OptionGiven &option) { return option.fault == OpenFault::none; });
+  if (heard.empty()) {
+    std::cout << (is_faultless ? "the library had nothing to complain about\n" : "");
+    return;
+  }
+  std::cout << "the library said\n";
   for (const Heard &one : heard) {
     std::cout << "  " << one.type << ": " << one.text << '\n';
     std::cout << (one.advice.empty() ? "" : "    -> " + one.advice + "\n");
@@ -73,7 +80,7 @@ int check_command(const Arguments &arguments) {
     throw UsageError("write check -o OPEN_STRING, and no further words");
   }
   const std::string &info = open_string_of(arguments);
-  const std::vector<OpenOption> options = options_of(arguments);
+  const std::vector<OptionGiven> options = options_of(arguments);
   const ConfigFile config = read_config(stored_value(options, 'N'));
   const Discretion discretion(info, options, {config_value(config, "xa", "server").value_or("")});
   std::cout << "trying it out; all that is found is shown when that has come to its end\n" << std::flush;
@@ -89,7 +96,7 @@ int check_command(const Arguments &arguments) {
   report_server(findings);
   const bool log_is_fine = report_log(findings);
   print_trial(trial);
-  print_heard(heard);
+  print_heard(findings);
   report_name(stored_value(options, 'N'));
   const bool usable = trial.fine && log_is_fine;
   std::cout << (usable ? "A transaction manager can use it as it stands.\n"

@@ -14,80 +14,76 @@ struct LogPlace {
   std::string origin;
 };
 
-// An entry whose values are settings, and how the library's messages speak of them.
-struct SettingsEntry {
-  const char *part;
-  const char *entry;
-  const char *label;
-  const char *call;
-};
-
-constexpr SettingsEntry settings_entries[] = {
-    {"all", "properties", "Context Property", "ct_config"},
-    {"all", "cs_dt_info", "cs_dt_info setting", "cs_dt_info"},
-    {"xa", "properties", "Property", "ct_con_props"},
-    {"xa", "capabilities", "Capability", "ct_capability"},
-    {"xa", "options", "Option", "ct_options"},
-};
-
-const SettingsEntry *settings_entry(const ConfigPart &part, const ConfigLine &line) {
-  const auto *found =
-      std::find_if(std::begin(settings_entries), std::end(settings_entries), [&](const SettingsEntry &candidate) {
-        return same_name(candidate.part, part.name) && same_name(candidate.entry, line.name);
-      });
-  return found == std::end(settings_entries) ? nullptr : found;
-}
-
 }  // namespace
 
 // ---- Settings -------------------------------------------------------------------------------------------------------
 
 namespace {
 
-std::string unsupported(const SettingsEntry &entry, const std::string &keyword) {
-  return std::string(entry.label) + " " + keyword + " not supported, ignored";
+// The call that sets the settings of a table.
+const char *call_of(const ConfigEntryRow &row) {
+  if (row.entry == ConfigEntry::cs_dt_info) {
+    return "cs_dt_info";
+  }
+  if (row.keywords == XaCtxPropLookupTab) {
+    return "ct_config";
+  }
+  if (row.keywords == XaPropLookupTab) {
+    return "ct_con_props";
+  }
+  return row.keywords == XaCapLookupTab ? "ct_capability" : "ct_options";
 }
 
-// What the library said against a setting; null when it takes it. Keywords may be written in either case.
-const Heard *complaint_about(const SettingsEntry &entry, const std::string &keyword, const std::string &value,
-                             const std::vector<Heard> &heard) {
-  const std::string label = entry.label;
+// What shows only when a setting is made: the library has no room for it, or the client library refuses it. Empty for
+// neither. Keywords may be written in either case.
+std::string refusal_of(const ConfigEntryRow &row, const std::string &keyword, const std::vector<Heard> &heard) {
   const std::string texts[] = {
-      unsupported(entry, keyword),
-      "Unknown value " + value + " for " + label + ": " + keyword + ", ignored",
-      "Maximum number of " + label + " exceeded, " + keyword + " ignored",
-      std::string(entry.call) + "(CS_SET, " + keyword + ") failed!",
+      std::string("Maximum number of ") + row.label + " exceeded, " + keyword + " ignored",
+      std::string(call_of(row)) + "(CS_SET, " + keyword + ") failed!",
   };
   const auto found = std::find_if(heard.begin(), heard.end(), [&](const Heard &one) {
     return std::any_of(std::begin(texts), std::end(texts),
                        [&](const std::string &text) { return lower_case(text) == lower_case(one.said); });
   });
-  return found == heard.end() ? nullptr : &*found;
+  return found == heard.end() ? "" : found->text;
 }
 
-// Values of keywords that do not exist may be passwords.
-void print_setting(const Findings &findings, const SettingsEntry &entry, const std::string &setting) {
+// Why a setting is not in force; empty when it is.
+std::string why_not_in_force(const Findings &findings, const ConfigEntryRow &row, SettingFault fault,
+                             const std::string &keyword) {
+  switch (fault) {
+    case SettingFault::unknown_keyword:
+      return "not in force: the entry takes no such keyword; correct it, or move it to the entry it belongs to";
+    case SettingFault::unknown_value:
+      return "not in force: the keyword takes no such value";
+    case SettingFault::none:
+      break;
+  }
+  const std::string refusal = refusal_of(row, keyword, findings.heard);
+  if (!refusal.empty()) {
+    return "not in force: " + refusal;
+  }
+  return findings.settings_read ? "" : "not tried: see what is said below";
+}
+
+// Values of keywords that do not exist may be passwords, and so may those that were not tried.
+void print_setting(const Findings &findings, const ConfigEntryRow &row, const std::string &setting) {
   const size_t equals = setting.find('=');
   const std::string keyword = setting.substr(0, equals);
   const std::string value = equals == std::string::npos ? "" : setting.substr(equals + 1);
-  const Heard *complaint = complaint_about(entry, keyword, value, findings.heard);
-  if (complaint == nullptr && findings.settings_read) {
+  const SettingFault fault = meaning_of_setting(row.keywords, keyword.c_str(), value.c_str()).fault;
+  const std::string why = why_not_in_force(findings, row, fault, keyword);
+  if (why.empty()) {
     std::cout << "      " << printable(without_passwords(setting)) << '\n';
     return;
   }
-  if (complaint == nullptr) {
-    std::cout << "      " << (findings.discretion.holds_password(keyword) ? "***" : printable(keyword))
-              << (equals == std::string::npos ? "" : "=(value not shown)")
-              << "  <- not tried: see what is said below\n";
-    return;
-  }
-  const bool is_known = lower_case(complaint->said) != lower_case(unsupported(entry, keyword));
   std::cout << "      " << (findings.discretion.holds_password(keyword) ? "***" : printable(keyword));
   if (equals != std::string::npos) {
-    const bool shown = is_known && !findings.discretion.holds_password(value);
+    const bool shown =
+        findings.settings_read && fault != SettingFault::unknown_keyword && !findings.discretion.holds_password(value);
     std::cout << '=' << (shown ? printable(without_passwords(value)) : "(value not shown)");
   }
-  std::cout << "  <- not in force: " << complaint->text << '\n';
+  std::cout << "  <- " << why << '\n';
 }
 
 }  // namespace
@@ -96,13 +92,12 @@ void print_setting(const Findings &findings, const SettingsEntry &entry, const s
 
 namespace {
 
-void print_values(const Findings &findings, const ConfigPart &part, const ConfigLine &line) {
-  const SettingsEntry *settings = settings_entry(part, line);
+void print_values(const Findings &findings, const ConfigLine &line) {
   for (const std::string &value : line.values) {
-    if (!line.known || (!line.ignored.empty() && findings.discretion.holds_password(value))) {
+    if (line.row == nullptr || (!line.ignored.empty() && findings.discretion.holds_password(value))) {
       std::cout << "      (value not shown)\n";
-    } else if (settings != nullptr) {
-      print_setting(findings, *settings, value);
+    } else if (line.row->keywords != nullptr) {
+      print_setting(findings, *line.row, value);
     } else {
       std::cout << "      " << (findings.discretion.holds_password(value) ? "***" : printable(value)) << '\n';
     }
@@ -113,14 +108,14 @@ void print_values(const Findings &findings, const ConfigPart &part, const Config
 std::string name_shown(const Findings &findings, const ConfigLine &line) {
   const auto end = std::find_if(line.name.begin(), line.name.end(),
                                 [](unsigned char c) { return c != '_' && std::isalnum(c) == 0; });
-  const std::string name = line.known ? line.name : std::string(line.name.begin(), end);
+  const std::string name = line.row != nullptr ? line.name : std::string(line.name.begin(), end);
   return (findings.discretion.holds_password(name) ? "***" : printable(without_passwords(name))) +
          (name == line.name ? "" : " (rest not shown)");
 }
 
-void print_line(const Findings &findings, const ConfigPart &part, const ConfigLine &line) {
+void print_line(const Findings &findings, const ConfigLine &line) {
   std::cout << "    " << name_shown(findings, line) << '\n';
-  print_values(findings, part, line);
+  print_values(findings, line);
   if (!line.ignored.empty()) {
     std::cout << "      <- ignored: " << line.ignored << '\n';
   }
@@ -141,7 +136,7 @@ void print_part(const Findings &findings, const ConfigPart &part) {
             << '\n';
   for (const ConfigLine &line : part.lines) {
     if (part.ignored.empty() || line.malformed) {
-      print_line(findings, part, line);
+      print_line(findings, line);
     }
   }
 }

@@ -4,8 +4,8 @@
 #include <iostream>
 
 #include "check_reports.h"
+#include "log/xal_trace_keywords.h"
 #include "texts.h"
-#include "trace_keywords.h"
 
 namespace {
 
@@ -32,7 +32,7 @@ const char *meaning_of(char letter, const std::string &flavour) {
 bool stands_again(const Findings &findings, size_t index) {
   const auto here = findings.options.begin() + static_cast<ptrdiff_t>(index);
   return std::any_of(here + 1, findings.options.end(),
-                     [&](const OpenOption &later) { return later.letter == here->letter && !later.behind_error; });
+                     [&](const OptionGiven &later) { return later.letter == here->letter && later.is_stored; });
 }
 
 std::string why_log_unused(const Findings &findings, size_t index) {
@@ -41,7 +41,7 @@ std::string why_log_unused(const Findings &findings, size_t index) {
   }
   const auto here = findings.options.begin() + static_cast<ptrdiff_t>(index);
   const bool is_first =
-      std::none_of(findings.options.begin(), here, [](const OpenOption &earlier) { return earlier.letter == 'L'; });
+      std::none_of(findings.options.begin(), here, [](const OptionGiven &earlier) { return earlier.letter == 'L'; });
   const std::optional<LogOption> taken = log_option(findings.open_string);
   if (!is_first || !taken || taken->is_part) {
     return "not used: only the first -L is";
@@ -49,18 +49,18 @@ std::string why_log_unused(const Findings &findings, size_t index) {
   return taken->path.empty() ? "not used: it is empty or has more than 511 characters" : "";
 }
 
-std::string why_trace_unused(const Findings &findings, const OpenOption &option) {
+std::string why_trace_unused(const Findings &findings, const OptionGiven &option) {
   if (config_value(findings.config, "all", "traceflags")) {
     return "not used: the configuration's traceflags entry decides";
   }
-  return is_trace_keyword(option.value)
+  return find_trace_keyword(option.value) != nullptr
              ? ""
-             : std::string("ignored: there is no such trace keyword; known are ") + trace_keywords;
+             : "ignored: there is no such trace keyword; known are " + trace_keyword_list();
 }
 
 // Why an option is not used; empty when it is.
 std::string why_unused(const Findings &findings, size_t index) {
-  const OpenOption &option = findings.options[index];
+  const OptionGiven &option = findings.options[index];
   switch (option.letter) {
     case 'L':
       return why_log_unused(findings, index);
@@ -70,7 +70,7 @@ std::string why_unused(const Findings &findings, size_t index) {
     case 'C':
       return "";
     default:
-      if (option.behind_error) {
+      if (!option.is_stored) {
         return "not used: an option before it is wrong";
       }
       return stands_again(findings, index) ? "not used: the option stands again later" : "";
@@ -84,10 +84,10 @@ bool is_number(const std::string &text) {
 }
 
 // A value that means nothing behind its letter may be a password with a wrong letter.
-bool may_be_shown(const OpenOption &option) {
+bool may_be_shown(const OptionGiven &option) {
   switch (option.letter) {
     case 'T':
-      return is_trace_keyword(option.value);
+      return find_trace_keyword(option.value) != nullptr;
     case 'V':
     case 'C':
       return is_number(option.value);
@@ -96,7 +96,7 @@ bool may_be_shown(const OpenOption &option) {
   }
 }
 
-std::string value_shown(const OpenOption &option, bool is_known) {
+std::string value_shown(const OptionGiven &option, bool is_known) {
   if (option.letter == 'P') {
     return option.value.empty() ? " (empty)" : " ***";
   }
@@ -106,27 +106,22 @@ std::string value_shown(const OpenOption &option, bool is_known) {
   return std::string(" ").append(printable(without_passwords(option.value)));
 }
 
-std::string why_wrong(const OpenOption &option) {
-  if (!option.is_error || option.letter == 'C') {
-    return "";
+std::string why_wrong(const OptionGiven &option) {
+  switch (option.fault) {
+    case OpenFault::bad_version:
+      return "refused: write -V11 with white space behind it, or leave it out; values behind it are not used";
+    case OpenFault::too_long:
+      return "refused: it has more than 31 characters; shorten it; values behind it are not used";
+    case OpenFault::connection_limit:
+      return "remove -C, and write properties=CS_MAX_CONNECT=NUMBER in the [all] section; values behind it are not "
+             "used";
+    default:
+      return "";
   }
-  return option.letter == 'V' ? "refused: write -V11 with white space behind it, or leave it out"
-                              : "refused: it has more than 31 characters";
-}
-
-// The library looks for "-T" everywhere.
-bool holds_trace_option(const std::string &value) {
-  for (size_t at = value.find('-'); at != std::string::npos; at = value.find('-', at + 1)) {
-    if (at + 1 < value.size() && (value[at + 1] == 'T' || value[at + 1] == 't') &&
-        is_trace_keyword(value.substr(at + 2))) {
-      return true;
-    }
-  }
-  return false;
 }
 
 std::string remarks_on(const Findings &findings, size_t index) {
-  const OpenOption &option = findings.options[index];
+  const OptionGiven &option = findings.options[index];
   std::string remarks;
   for (const std::string &remark : {why_wrong(option), why_unused(findings, index)}) {
     remarks.append(remark.empty() ? "" : "; ").append(remark);
@@ -134,7 +129,7 @@ std::string remarks_on(const Findings &findings, size_t index) {
   if (option.letter != 'P' && without_passwords(option.value) != option.value) {
     remarks += "; if -P in it was to be an option, put white space before it";
   }
-  if (holds_trace_option(option.value)) {
+  if (takes_for_trace_option(option.value)) {
     remarks += "; the library takes \"-T\" in it for a trace option";
   }
   if (option.letter == 'K' && option.value == "MSDTC") {
@@ -150,7 +145,7 @@ std::string remarks_on(const Findings &findings, size_t index) {
 
 void report_options(const Findings &findings) {
   for (size_t i = 0; i < findings.options.size(); ++i) {
-    const OpenOption &option = findings.options[i];
+    const OptionGiven &option = findings.options[i];
     const char *meaning = meaning_of(option.letter, findings.flavour);
     std::cout << "  -" << (option.letter == '\0' ? "" : printable({&option.letter, 1}))
               << value_shown(option, meaning != nullptr) << "  ";
@@ -162,6 +157,9 @@ void report_options(const Findings &findings) {
   }
   if (findings.flavour == "mts" && stored_value(findings.options, 'K').empty()) {
     std::cout << "  without -K, connections are not published to application code\n";
+  }
+  if (findings.flavour != "mts" && stored_value(findings.options, 'N').empty()) {
+    std::cout << "  no LRM is named, which only MTS allows: add -N and the LRM's name\n";
   }
   if (!stray_texts(findings.open_string).empty()) {
     std::cout << "  text that belongs to no option is ignored: put \"-\" and a letter before every value, and no white "

@@ -16,7 +16,7 @@
 struct Findings {
   const std::string &open_string;
   const std::string &flavour;
-  const std::vector<OpenOption> &options;
+  const std::vector<OptionGiven> &options;
   const ConfigFile &config;
   const std::vector<Heard> &heard;
   const Discretion &discretion;

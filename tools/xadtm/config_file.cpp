@@ -6,24 +6,18 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <string_view>
 
 #include "common_routines.h"
-#include "trace_keywords.h"
+#include "log/xal_trace_keywords.h"
+#include "open_string.h"
 
 namespace {
 
 constexpr size_t longest_path = 1023;
 constexpr size_t longest_log_path = 1024;
-
-constexpr std::array<std::string_view, 5> all_entries = {"logfile", "traceflags", "cs_dt_info", "properties",
-                                                         "maxoutconn"};
-constexpr std::array<std::string_view, 7> xa_entries = {"lrm",          "dsn",     "server",    "properties",
-                                                        "capabilities", "options", "maxoutconn"};
 
 }  // namespace
 
@@ -90,14 +84,8 @@ std::vector<ConfigPart> read_parts(INTL_READER &reader) {
   return parts;
 }
 
-template <size_t Count>
-bool is_listed(const std::array<std::string_view, Count> &names, const std::string &name) {
-  return std::any_of(names.begin(), names.end(),
-                     [&](std::string_view listed) { return same_name(std::string(listed), name); });
-}
-
-bool is_list(const std::string &entry) {
-  return same_name(entry, "properties") || same_name(entry, "capabilities") || same_name(entry, "options");
+bool is_entry(const ConfigLine &line, ConfigEntry entry) {
+  return line.row != nullptr && line.row->entry == entry;
 }
 
 bool is_usable(const ConfigLine &line) {
@@ -126,17 +114,17 @@ std::string why_single_unused(const std::vector<ConfigLine> &lines, Line line) {
     return line->values.empty() || line->values.front().empty() ? "it has no value"
                                                                 : "it has more than 1024 characters";
   }
-  if (same_name(line->name, "logfile") && std::any_of(lines.begin(), line, is_log_entry)) {
+  if (is_entry(*line, ConfigEntry::logfile) && std::any_of(lines.begin(), line, is_log_entry)) {
     return "only the first logfile entry is used";
   }
-  if (same_name(line->name, "logfile") && !is_log_entry(*line) && std::any_of(line, lines.end(), is_log_entry)) {
+  if (is_entry(*line, ConfigEntry::logfile) && !is_log_entry(*line) && std::any_of(line, lines.end(), is_log_entry)) {
     return "the file cannot be opened, and so a later entry is used";
   }
-  if (same_name(line->name, "server") && has_usable(line + 1, lines.end(), "server")) {
+  if (is_entry(*line, ConfigEntry::server) && has_usable(line + 1, lines.end(), "server")) {
     return "the entry stands again later";
   }
-  if (same_name(line->name, "traceflags") && !is_trace_keyword(line->values.front())) {
-    return std::string("there is no such trace keyword; known are ") + trace_keywords;
+  if (is_entry(*line, ConfigEntry::traceflags) && find_trace_keyword(line->values.front()) == nullptr) {
+    return "there is no such trace keyword; known are " + trace_keyword_list();
   }
   return line->values.size() > 1 ? "only its first value is used" : "";
 }
@@ -145,19 +133,19 @@ std::string why_line_unused(const std::vector<ConfigLine> &lines, Line line) {
   if (line->malformed) {
     return "it is malformed; write NAME=VALUE";
   }
-  if (!line->known) {
+  if (line->row == nullptr) {
     return "no entry of this name belongs here";
   }
-  if (same_name(line->name, "maxoutconn")) {
+  if (is_entry(*line, ConfigEntry::maxoutconn)) {
     return "write properties=CS_MAX_CONNECT=NUMBER in the [all] section instead";
   }
-  return is_list(line->name) ? "" : why_single_unused(lines, line);
+  return is_entry(*line, ConfigEntry::settings) ? "" : why_single_unused(lines, line);
 }
 
 void mark_lines(ConfigPart &part) {
-  const bool is_all = same_name(part.name, "all");
+  const ConfigEntryRow *entries = same_name(part.name, "all") ? all_section_entries : xa_section_entries;
   for (ConfigLine &line : part.lines) {
-    line.known = !line.malformed && (is_all ? is_listed(all_entries, line.name) : is_listed(xa_entries, line.name));
+    line.row = line.malformed ? nullptr : find_config_entry(entries, line.name.c_str());
   }
   for (auto line = part.lines.begin(); line != part.lines.end(); ++line) {
     line->ignored = why_line_unused(part.lines, line);
@@ -166,8 +154,8 @@ void mark_lines(ConfigPart &part) {
 
 bool names_lrm(const ConfigPart &part, const std::string &lrm) {
   return std::any_of(part.lines.begin(), part.lines.end(), [&](const ConfigLine &line) {
-    return (same_name(line.name, "lrm") || same_name(line.name, "dsn")) && !line.values.empty() &&
-           line.values.front() == lrm;
+    const ConfigEntryRow *row = find_config_entry(xa_section_entries, line.name.c_str());
+    return row != nullptr && row->entry == ConfigEntry::lrm && !line.values.empty() && line.values.front() == lrm;
   });
 }
 

@@ -5,12 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "config/xal_config_entries.h"
+
 struct ConfigLine {
   std::string name;
   std::vector<std::string> values;
-  std::string ignored;     // why the library does not use it; empty when it may
-  bool malformed = false;  // its name is then the whole line
-  bool known = false;      // an entry of this name belongs into the part; asked for parts that are used only
+  std::string ignored;                  // why the library does not use it; empty when it may
+  bool malformed = false;               // its name is then the whole line
+  const ConfigEntryRow *row = nullptr;  // what it is; null when no entry of this name belongs into the part, or the
+                                        // part is not used
 };
 
 struct ConfigPart {

@@ -19,10 +19,10 @@ bool is_any_of(char letter, std::string_view letters) {
 
 }  // namespace
 
-Discretion::Discretion(std::string open_string, const std::vector<OpenOption> &options,
+Discretion::Discretion(std::string open_string, const std::vector<OptionGiven> &options,
                        const std::vector<std::string> &known_values)
     : open_string_(std::move(open_string)), passwords_(stray_texts(open_string_)) {
-  for (const OpenOption &option : options) {
+  for (const OptionGiven &option : options) {
     if (!is_any_of(option.letter, letters_known) || option.may_be_password) {
       passwords_.push_back(option.value);
     }
@@ -32,7 +32,7 @@ Discretion::Discretion(std::string open_string, const std::vector<OpenOption> &o
   }
   const auto is_public = [&](const std::string &password) {
     return password.empty() || std::find(known_values.begin(), known_values.end(), password) != known_values.end() ||
-           std::any_of(options.begin(), options.end(), [&](const OpenOption &option) {
+           std::any_of(options.begin(), options.end(), [&](const OptionGiven &option) {
              return is_any_of(option.letter, letters_shown) && !option.may_be_password && option.value == password;
            });
   };

@@ -15,7 +15,7 @@
 class Discretion {
  public:
   // Known values are shown whatever the password is, besides those of the open string.
-  Discretion(std::string open_string, const std::vector<OpenOption> &options,
+  Discretion(std::string open_string, const std::vector<OptionGiven> &options,
              const std::vector<std::string> &known_values = {});
 
   bool holds_password(std::string_view text) const;

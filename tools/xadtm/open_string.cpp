@@ -1,19 +1,23 @@
-// A word holds one option at the most: the first "-" in it begins the option, and white space ends
-// its value.
+// The library's reader takes the options apart. A word holds one at the most: the first "-" in it begins the option.
 #include "open_string.h"
 
+#include <algorithm>
 #include <cctype>
+#include <iterator>
 
+#include "log/xal_trace_keywords.h"
 #include "texts.h"
 
 namespace {
 
-constexpr size_t longest_value = 31;
-constexpr size_t longest_log_path = 511;
 constexpr std::string_view null_info = "<nil>";  // as the library writes it
 
 bool is_blank(char c) {
   return std::isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+char upper_case(char c) {
+  return static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
 }
 
 // Takes the next word off the text; empty at the end.
@@ -31,47 +35,22 @@ std::string_view take_word(std::string_view &rest) {
   return word;
 }
 
-// Takes the option out of a word; nothing without one.
-std::optional<OpenOption> option_in(std::string_view word) {
-  const size_t dash = word.find('-');
-  if (dash == std::string_view::npos) {
-    return std::nullopt;
-  }
-  OpenOption option;
-  if (dash + 1 < word.size()) {
-    option.letter = static_cast<char>(std::toupper(static_cast<unsigned char>(word[dash + 1])));
-    option.value = word.substr(dash + 2);
-  }
-  return option;
-}
-
-bool is_stored(char letter, bool has_key) {
-  return letter == 'N' || letter == 'U' || letter == 'P' || letter == 'S' || (letter == 'K' && has_key);
-}
-
-// A version is wrong at the end of the string, too: white space must follow it.
-bool is_error(const OpenOption &option, bool has_key, bool at_end) {
-  if (option.letter == 'V') {
-    return option.value != "11" || at_end;
-  }
-  return option.letter == 'C' || (is_stored(option.letter, has_key) && option.value.size() > longest_value);
-}
-
 }  // namespace
 
-std::vector<OpenOption> read_open_string(std::string_view text, bool has_key) {
-  std::vector<OpenOption> options;
-  bool behind_error = false;
-  std::string_view rest = text;
-  for (std::string_view word = take_word(rest); !word.empty(); word = take_word(rest)) {
-    if (std::optional<OpenOption> option = option_in(word)) {
-      option->behind_error = behind_error && is_stored(option->letter, has_key);
-      option->is_error = !option->behind_error && is_error(*option, has_key, rest.empty());
-      behind_error = behind_error || option->is_error;
-      option->may_be_password =
-          word.front() != '-' && !options.empty() && options.back().letter == 'P' && options.back().value.empty();
-      options.push_back(std::move(*option));
-    }
+std::vector<OptionGiven> read_open_string(std::string_view text, bool has_key) {
+  std::vector<OptionGiven> options;
+  OpenStringReader reader(text, has_key);
+  for (OpenOption read{}; reader.next(read) && read.place < text.size();) {
+    OptionGiven option;
+    option.place = read.place;
+    option.letter = is_blank(read.letter) ? '\0' : read.letter;
+    option.value = read.value;
+    option.fault = read.fault;
+    option.is_stored = read.is_stored;
+    const bool begins_word = read.place == 0 || is_blank(text[read.place - 1]);
+    option.may_be_password =
+        !begins_word && !options.empty() && options.back().letter == 'P' && options.back().value.empty();
+    options.push_back(std::move(option));
   }
   return options;
 }
@@ -87,29 +66,45 @@ std::vector<std::string> stray_texts(std::string_view text) {
   return strays;
 }
 
-std::string stored_value(const std::vector<OpenOption> &options, char letter) {
+std::string stored_value(const std::vector<OptionGiven> &options, char letter) {
   std::string value;
-  for (const OpenOption &option : options) {
-    if (option.letter == letter && !option.behind_error) {
-      value = option.value.substr(0, longest_value);
+  for (const OptionGiven &option : options) {
+    if (option.letter == letter && option.is_stored) {
+      value = option.value.substr(0, longest_open_value);
     }
   }
   return value;
 }
 
 std::optional<LogOption> log_option(std::string_view text) {
-  std::string_view rest = text;
-  for (std::string_view word = take_word(rest); !word.empty(); word = take_word(rest)) {
-    const size_t dash = word.find('-');
-    for (size_t at = dash; at != std::string_view::npos; at = word.find('-', at + 1)) {
-      if (at + 1 == word.size() || std::toupper(static_cast<unsigned char>(word[at + 1])) != 'L') {
-        continue;
-      }
-      const std::string_view path = word.substr(at + 2);
-      return LogOption{path.size() > longest_log_path ? "" : std::string(path), at != dash};
-    }
+  const std::optional<OpenMark> mark = find_open_mark(text, 'L');
+  if (!mark) {
+    return std::nullopt;
   }
-  return std::nullopt;
+  const std::vector<OptionGiven> options = read_open_string(text, true);
+  const bool is_own = std::any_of(options.begin(), options.end(),
+                                  [&](const OptionGiven &option) { return option.place == mark->place; });
+  return LogOption{mark->value.size() > longest_open_log_path ? "" : std::string(mark->value), !is_own};
+}
+
+bool takes_for_trace_option(std::string_view text) {
+  size_t at = 0;
+  for (auto mark = find_open_mark(text, 'T'); mark; mark = find_open_mark(text, 'T', at)) {
+    if (find_trace_keyword(mark->value) != nullptr) {
+      return true;
+    }
+    at = mark->place + 2 + mark->value.size();
+  }
+  return false;
+}
+
+std::string trace_keyword_list() {
+  std::string list;
+  for (const TraceKeyword &row : trace_keywords) {
+    list += list.empty() ? "" : &row == std::end(trace_keywords) - 1 ? " and " : ", ";
+    list += row.keyword;
+  }
+  return list;
 }
 
 std::string masked_open_string(std::string_view text) {
@@ -120,15 +115,14 @@ std::string masked_open_string(std::string_view text) {
   std::string out;
   std::string_view rest = text;
   for (std::string_view word = take_word(rest); !word.empty(); word = take_word(rest)) {
-    const std::optional<OpenOption> option = option_in(word);
-    const size_t shown = option ? word.find('-') : 0;
+    const size_t dash = std::min(word.find('-'), word.size());
+    const std::string_view option = word.substr(dash);
     out += out.empty() ? "" : " ";
-    out += shown == 0 ? "" : "***";
-    if (option && known.find(option->letter) != std::string_view::npos) {
-      out += without_passwords(word.substr(shown));
+    out += dash == 0 ? "" : "***";
+    if (option.size() > 1 && known.find(upper_case(option[1])) != std::string_view::npos) {
+      out += without_passwords(option);
     } else {
-      out += option ? word.substr(shown, 2) : "";
-      out += option && option->value.empty() ? "" : "***";
+      out.append(option.substr(0, 2)).append(option.size() > 2 ? "***" : "");
     }
   }
   return out;

@@ -29,17 +29,9 @@ constexpr Advice advices[] = {
      "set XACONFIGFILE to the path of xa_config, or TARVEX to the folder that holds it"},
     {"Configuration file search path",
      "no readable file is there; put xa_config there or set XACONFIGFILE to its path"},
-    {"invalid logfile", "give logfile one path of at most 1024 characters, or remove the entry"},
-    {"invalid traceflag", "give traceflags one of xa, xl, xc, xs, event, misc, v, all, or remove the entry"},
-    {"invalid cs_dt_info", "give cs_dt_info CS_DATES_SHORT or CS_DATES_LONG, or remove the entry"},
     {"maxoutconn", "remove the entry, and write properties=CS_MAX_CONNECT=NUMBER in the [all] section"},
-    {"Invalid entry in [all]", "remove the entry; [all] takes logfile, traceflags, cs_dt_info and properties"},
     {"section not found in config file", "mend the malformed line before or in the [all] section"},
     {"No xa section", "mend the malformed line in the section that the search for the LRM stopped at"},
-    {"Unknown value", "give the keyword a value that it takes"},
-    {"not supported, ignored",
-     "correct the spelling, or move it to the entry (properties, capabilities, options) and section it belongs to"},
-    {"Maximum number of connections", "remove -C, and write properties=CS_MAX_CONNECT=NUMBER in the [all] section"},
     {"Maximum number of", "remove settings: nine properties, nine options and 53 capabilities are kept"},
     {"(CS_SET, ",
      "the client library or the server does not take this setting; if the configuration names it, remove it there or "
@@ -47,13 +39,6 @@ constexpr Advice advices[] = {
     {"lrm invalid", "give every lrm entry a name of 1 to 31 characters"},
     {"server invalid", "give every server entry a name of 1 to 31 characters"},
     {"not found", "add an [xa] section with this lrm, or correct -N"},
-    {"Password Too long", "passwords have at most 31 characters"},
-    {"Too long, Truncated", "shorten it to at most 31 characters; options behind it are not used"},
-    {"longer than", "shorten the path after -L; the library has looked elsewhere for its log's path"},
-    {"Incorrect version identifier", "write -V11, or leave -V out; options behind it are not used"},
-    {"not recognized", "remove the option; -N, -U, -P, -S, -L, -T and -V are known, and -K under mts"},
-    {"Contains no Lookup key", "add -K and a key, which the flavour mts wants"},
-    {"Contains no", "add -N and the LRM's name"},
     {"not configured for XA DTM use", "switch it on at the server: zdbd --admin DIR dtm on"},
     {"dtm_tm_role", "give the user the role at the server: zdbd --admin DIR add-user USER dtm"},
     {"Connection failed after established", "look after the server: it went away during the check"},
@@ -66,12 +51,20 @@ constexpr Advice advices[] = {
     {"No status result to confirm", cannot_list},
     {"not named as a branch", "whoever made it works without a transaction manager; look at it at the server"},
     {"without failover", "nothing is wrong unless the server has another one to fail over to"},
-    {"open string", "the next line tells what is wrong with it"},
 };
 
 constexpr const char *usual_advice =
     "set traceflags=all in the [all] section and run xadtm branches; xadtm log FILE --failures then shows what led to "
     "it";
+
+bool is_error(const LogRecord &record) {
+  return record.type == "Error" || record.type == "Fatal Error";
+}
+
+// About an entry or a setting that the check has shown with its remark.
+bool is_of_entry(const LogRecord &record) {
+  return record.function == "xal_read_all_section" || record.function == "xacmn_get_val";
+}
 
 // Servers and client libraries say themselves what to do, as far as they know it.
 std::string advice_for(const LogRecord &record) {
@@ -83,7 +76,7 @@ std::string advice_for(const LogRecord &record) {
   if (found != std::end(advices)) {
     return found->advice;
   }
-  return record.type == "Error" || record.type == "Fatal Error" ? usual_advice : "";
+  return is_error(record) && !is_of_entry(record) ? usual_advice : "";
 }
 
 }  // namespace
@@ -109,6 +102,11 @@ PrivateLog::~PrivateLog() {
 }
 
 namespace {
+
+// What the library says of the open string; its reader has told the check more.
+bool is_of_open_string(const LogRecord &record) {
+  return record.function == "xacmn_parse_open_info" || record.function == "xalog_init";
+}
 
 // Traces, reports that are shown as results, and what the library says about itself.
 bool is_chatter(const LogRecord &record) {
@@ -141,7 +139,7 @@ std::vector<Heard> PrivateLog::read(const Discretion &discretion) const {
   std::istringstream stream(contents_of(file_));
   LogFile file(stream);
   for (LogRecord record; file.next(record);) {
-    if (is_chatter(record)) {
+    if (is_of_open_string(record) || is_chatter(record)) {
       continue;
     }
     Heard heard{record.type.ends_with("trace") ? "Warning" : record.type, discretion.of_library(record.text),

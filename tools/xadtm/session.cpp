@@ -58,13 +58,13 @@ int32_t open_quietly(const xa_switch_t &xa, const std::string &info, std::string
 
 }  // namespace
 
-std::vector<OpenOption> options_of(const Arguments &arguments) {
+std::vector<OptionGiven> options_of(const Arguments &arguments) {
   return read_open_string(open_string_of(arguments), arguments.flavour == "mts");
 }
 
 Session::Session(const Arguments &arguments) : xa_(switch_of(arguments.flavour)) {
   const std::string &info = open_string_of(arguments);
-  const std::vector<OpenOption> options = options_of(arguments);
+  const std::vector<OptionGiven> options = options_of(arguments);
   lrm_ = stored_value(options, 'N');
   check_lrm(lrm_);
   if (lrm_.empty() && arguments.flavour != "mts") {

@@ -19,7 +19,7 @@ std::string code_text(int32_t code);
 const std::string &open_string_of(const Arguments &arguments);
 
 // The options of the open string, as the flavour takes them.
-std::vector<OpenOption> options_of(const Arguments &arguments);
+std::vector<OptionGiven> options_of(const Arguments &arguments);
 
 // Closes the resource manager when it ends.
 class Session {

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "common_routines.h"
+#include "config/xal_config_entries.h"
 #include "config/xal_open_string.h"
 #include "config/xal_settings.h"
 #include "log/xal_log.h"
@@ -55,10 +56,10 @@ char *first_value(INTL_READER *reader) {
 }
 
 // Turns every value of the current entry into a row of the list.
-void read_settings(INTL_READER *reader, const XA_KEYWORD *table, const char *label, XA_SETTING *list) {
+void read_settings(INTL_READER *reader, const ConfigEntryRow &row, XA_SETTING *list) {
   int32_t status = 0;
   for (char *value = intl_nextvalue(reader, &status); value != nullptr; value = intl_nextvalue(reader, &status)) {
-    xacmn_get_val(table, label, value, list);
+    xacmn_get_val(row.keywords, row.label, value, list);
   }
 }
 
@@ -219,28 +220,33 @@ void read_traceflags(const TraceScope &trace, INTL_READER *reader, AllSection &a
   *all.traceflags = 1;
 }
 
-void read_date_info(const TraceScope &trace, INTL_READER *reader, const AllSection &all) {
+void read_date_info(const TraceScope &trace, INTL_READER *reader, const ConfigEntryRow &row, const AllSection &all) {
   char *keyword = first_value(reader);
   if (keyword == nullptr) {
     trace.error()("invalid cs_dt_info specification in %s!", xa_config_file);
     return;
   }
-  xacmn_get_val(XaCSDTInfoLookupTab, "cs_dt_info setting", keyword, all.settings);
+  xacmn_get_val(row.keywords, row.label, keyword, all.settings);
 }
 
 void read_all_entry(const TraceScope &trace, INTL_READER *reader, const char *entry, AllSection &all) {
-  if (is(entry, "logfile")) {
-    read_logfile(trace, reader, all);
-  } else if (is(entry, "traceflags")) {
-    read_traceflags(trace, reader, all);
-  } else if (is(entry, "cs_dt_info")) {
-    read_date_info(trace, reader, all);
-  } else if (is(entry, "maxoutconn")) {
-    trace.error()("Invalid maxoutconn entry in %s, use properties=CS_MAX_CONNECT=<nr>", xa_config_file);
-  } else if (is(entry, "properties")) {
-    read_settings(reader, XaCtxPropLookupTab, "Context Property", all.settings);
-  } else {
+  const ConfigEntryRow *row = find_config_entry(all_section_entries, entry);
+  if (row == nullptr) {
     trace.error()("Invalid entry in [all] section of %s", xa_config_file);
+    return;
+  }
+  switch (row->entry) {
+    case ConfigEntry::logfile:
+      return read_logfile(trace, reader, all);
+    case ConfigEntry::traceflags:
+      return read_traceflags(trace, reader, all);
+    case ConfigEntry::cs_dt_info:
+      return read_date_info(trace, reader, *row, all);
+    case ConfigEntry::maxoutconn:
+      trace.error()("Invalid maxoutconn entry in %s, use properties=CS_MAX_CONNECT=<nr>", xa_config_file);
+      return;
+    default:
+      return read_settings(reader, *row, all.settings);
   }
 }
 
@@ -341,6 +347,13 @@ struct LrmLookup {
   XA_SETTING *options;
   bool found;
 
+  XA_SETTING *list_of(const XA_KEYWORD *keywords) const {
+    if (keywords == XaCapLookupTab) {
+      return capabilities;
+    }
+    return keywords == XaPropLookupTab ? properties : options;
+  }
+
   // Nothing of a section that turns out to be another LRM's may stay.
   void empty_outputs() const {
     for (XA_SETTING *list : {capabilities, properties, options}) {
@@ -386,23 +399,23 @@ bool read_server(const TraceScope &trace, INTL_READER *reader, const LrmLookup &
 
 // False when the entry makes the lookup fail.
 bool read_xa_entry(const TraceScope &trace, INTL_READER *reader, const char *entry, LrmLookup &lookup) {
-  if (is(entry, "lrm") || is(entry, "dsn")) {
-    return read_lrm_name(trace, reader, lookup);
+  const ConfigEntryRow *row = find_config_entry(xa_section_entries, entry);
+  if (row == nullptr) {
+    return true;
   }
-  if (is(entry, "server")) {
-    return lookup.server == nullptr || read_server(trace, reader, lookup);
+  switch (row->entry) {
+    case ConfigEntry::lrm:
+      return read_lrm_name(trace, reader, lookup);
+    case ConfigEntry::server:
+      return lookup.server == nullptr || read_server(trace, reader, lookup);
+    case ConfigEntry::maxoutconn:
+      trace.error()("maxoutconn cannot be set in [xa] stanza");
+      trace.message()("Use propertiess=CS_MAX_CONNECT=<nr> in [all] stanza");
+      return true;
+    default:
+      read_settings(reader, *row, lookup.list_of(row->keywords));
+      return true;
   }
-  if (is(entry, "properties")) {
-    read_settings(reader, XaPropLookupTab, "Property", lookup.properties);
-  } else if (is(entry, "capabilities")) {
-    read_settings(reader, XaCapLookupTab, "Capability", lookup.capabilities);
-  } else if (is(entry, "options")) {
-    read_settings(reader, XaOptLookupTab, "Option", lookup.options);
-  } else if (is(entry, "maxoutconn")) {
-    trace.error()("maxoutconn cannot be set in [xa] stanza");
-    trace.message()("Use propertiess=CS_MAX_CONNECT=<nr> in [all] stanza");
-  }
-  return true;
 }
 
 bool read_xa_section(const TraceScope &trace, INTL_READER *reader, LrmLookup &lookup) {

@@ -1,11 +1,11 @@
-// Keyword tables: which settings the configuration may name, the numbers their values stand for, and the routine that
-// turns one "keyword=value" text into a row of a settings list. All tables are constant.
+// Tables of what the configuration may hold: the entries of its sections, the keywords of settings, and the numbers
+// that their values stand for; and the look-ups in them. All tables are constant.
 #include <cstring>
 
 #include "common_routines.h"
 #include "config/xal_config.h"
+#include "config/xal_config_entries.h"
 #include "config/xal_settings.h"
-#include "log/xal_log.h"
 #include "quillet.h"
 
 namespace {
@@ -183,16 +183,40 @@ const XA_KEYWORD XaOptLookupTab[] = {
 };
 // clang-format on
 
-namespace {
+// clang-format off
+const ConfigEntryRow all_section_entries[] = {
+    // name         entry                    keywords             label
+    {"logfile",     ConfigEntry::logfile,    nullptr,             nullptr},
+    {"traceflags",  ConfigEntry::traceflags, nullptr,             nullptr},
+    {"cs_dt_info",  ConfigEntry::cs_dt_info, XaCSDTInfoLookupTab, "cs_dt_info setting"},
+    {"maxoutconn",  ConfigEntry::maxoutconn, nullptr,             nullptr},
+    {"properties",  ConfigEntry::settings,   XaCtxPropLookupTab,  "Context Property"},
+    {nullptr,       ConfigEntry::settings,   nullptr,             nullptr},
+};
 
-XA_SETTING *find_free_row(XA_SETTING *list) {
-  for (XA_SETTING *row = list; row->xs_flags != XS_END; ++row) {
-    if (row->xs_flags == 0) {
+const ConfigEntryRow xa_section_entries[] = {
+    // name          entry                    keywords         label
+    {"lrm",          ConfigEntry::lrm,        nullptr,         nullptr},
+    {"dsn",          ConfigEntry::lrm,        nullptr,         nullptr},
+    {"server",       ConfigEntry::server,     nullptr,         nullptr},
+    {"properties",   ConfigEntry::settings,   XaPropLookupTab, "Property"},
+    {"capabilities", ConfigEntry::settings,   XaCapLookupTab,  "Capability"},
+    {"options",      ConfigEntry::settings,   XaOptLookupTab,  "Option"},
+    {"maxoutconn",   ConfigEntry::maxoutconn, nullptr,         nullptr},
+    {nullptr,        ConfigEntry::settings,   nullptr,         nullptr},
+};
+// clang-format on
+
+const ConfigEntryRow *find_config_entry(const ConfigEntryRow *table, const char *name) {
+  for (const ConfigEntryRow *row = table; row->name != nullptr; ++row) {
+    if (com_unsignstricmp(row->name, name) == 0) {
       return row;
     }
   }
   return nullptr;
 }
+
+namespace {
 
 const XA_KEYWORD *find_keyword(const XA_KEYWORD *table, const char *keyword) {
   for (const XA_KEYWORD *row = table; row->kw_name != nullptr; ++row) {
@@ -220,91 +244,24 @@ bool read_integer(const char *text, int32_t *number) {
   return true;
 }
 
-void store_row(XA_SETTING *row, const XA_KEYWORD &keyword, int32_t integer, char *string) {
-  row->xs_code = keyword.kw_code;
-  row->xs_int = integer;
-  row->xs_str = string;
-  row->xs_len = keyword.kw_len;
-  row->xs_flags = keyword.kw_flags;
-  row->xs_label = keyword.kw_name;
-}
+}  // namespace
 
-int32_t store_string(const TraceScope &trace, XA_SETTING *row, const XA_KEYWORD &keyword, const char *written,
-                     const char *value) {
-  const size_t size = strlen(value) + 1;
-  auto *copy = static_cast<char *>(comn_malloc(size));
-  if (copy == nullptr) {
-    trace.error()("Unable to allocate memory for %s = %s, ignored", written, value);
-    return 0;
+SettingMeaning meaning_of_setting(const XA_KEYWORD *table, const char *keyword, const char *value) {
+  const XA_KEYWORD *row = find_keyword(table, keyword);
+  if (row == nullptr) {
+    return {SettingFault::unknown_keyword, nullptr, SettingValue::named, nullptr, 0};
   }
-  memcpy(copy, value, size);
-  store_row(row, keyword, 0, copy);
-  return 1;
-}
-
-// Matches the value against the keyword's value table and stores the row. written: the keyword as the text spells it.
-int32_t store_value(const TraceScope &trace, const char *label, XA_SETTING *row, const XA_KEYWORD &keyword,
-                    const char *written, const char *value) {
-  for (const XA_KEYVALUE *pair = keyword.kw_values; pair->kv_name != nullptr; ++pair) {
+  for (const XA_KEYVALUE *pair = row->kw_values; pair->kv_name != nullptr; ++pair) {
     if (com_unsignstricmp(value, pair->kv_name) == 0) {
-      trace.verbose()("Found %s", pair->kv_name);
-      store_row(row, keyword, pair->kv_value, nullptr);
-      return 1;
+      return {SettingFault::none, row, SettingValue::named, pair->kv_name, pair->kv_value};
     }
     int32_t number = 0;
     if (is_digit(value[0]) && strcmp(pair->kv_name, allow_integer) == 0 && read_integer(value, &number)) {
-      trace.verbose()("Integer value %d for %s", number, written);
-      store_row(row, keyword, number, nullptr);
-      return 1;
+      return {SettingFault::none, row, SettingValue::integer, nullptr, number};
     }
     if (strcmp(pair->kv_name, use_string) == 0) {
-      return store_string(trace, row, keyword, written, value);
+      return {SettingFault::none, row, SettingValue::text, nullptr, 0};
     }
   }
-  trace.error()("Unknown value %s for %s: %s, ignored", value, label, keyword.kw_name);
-  return 0;
-}
-
-// Cuts the text at its first "=" and returns the value behind it; empty when there is none.
-const char *split_at_equals(char *text) {
-  char *equals = strchr(text, '=');
-  if (equals == nullptr) {
-    return "";
-  }
-  *equals = '\0';
-  return equals + 1;
-}
-
-}  // namespace
-
-int32_t xacmn_get_val(const XA_KEYWORD *table, const char *label, char *text, XA_SETTING *list) {
-  const TraceScope trace("xacmn_get_val", TRACE_MISC);
-  if (list == nullptr) {
-    return trace.cs(1);
-  }
-  const char *value = split_at_equals(text);
-  trace.verbose()("looking for %s %s", label, text);
-  XA_SETTING *row = find_free_row(list);
-  if (row == nullptr) {
-    trace.error()("Maximum number of %s exceeded, %s ignored", label, text);
-    return trace.cs(0);
-  }
-  const XA_KEYWORD *keyword = find_keyword(table, text);
-  if (keyword == nullptr) {
-    trace.error()("%s %s not supported, ignored", label, text);
-    return trace.cs(0);
-  }
-  trace.verbose()("Found %s", keyword->kw_name);
-  return trace.cs(store_value(trace, label, row, *keyword, text, value));
-}
-
-void xacmn_clean_val(XA_SETTING *list, int32_t first) {
-  const TraceScope trace("xacmn_clean_val", TRACE_VERBOSE);
-  for (XA_SETTING *row = list; row->xs_flags != XS_END; ++row) {
-    if (first == 0 && row->xs_flags != 0 && row->xs_str != nullptr) {
-      comn_free(row->xs_str);
-    }
-    *row = {0, 0, nullptr, 0, 0, ""};
-  }
-  trace.nothing();
+  return {SettingFault::unknown_value, row, SettingValue::named, nullptr, 0};
 }

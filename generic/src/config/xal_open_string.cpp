@@ -1,152 +1,173 @@
-// The open-string parser.
+// What the library makes of an open string: values that it stores, messages about what is wrong, the log's path and the
+// trace mask.
 //
-// It walks the whole string, reports every problem it meets, and stores nothing after the first error. It never
-// changes the string, and the password reaches the log only inside messages that quote the string as it was given.
-#include <cctype>
+// Every problem is reported, and nothing is stored after the first error. The password reaches the log only inside
+// messages that quote the string as it was given.
+#include "config/xal_open_string.h"
+
 #include <cstring>
 
-#include "config/xal_open_string.h"
+#include "config/xal_open_options.h"
 #include "log/xal_log.h"
 #include "personality/xal_personality.h"
 
+static_assert(longest_open_value == XAL_FIELD_SIZE - 1);
+
 namespace {
-
-bool is_blank(char c) {
-  return isspace(static_cast<unsigned char>(c)) != 0;
-}
-
-// The white space that ends the option, or the end of the string.
-const char *skip_value(const char *at) {
-  while (*at != '\0' && !is_blank(*at)) {
-    ++at;
-  }
-  return at;
-}
 
 // One parse of an open string: where its values go, and what came of it.
 class OpenString {
  public:
   OpenString(const char *info, char *name, char *user, char *password, char *key, char *server)
-      : info_(info), name_(name), user_(user), password_(password), key_(key), server_(server) {}
+      : info_(info), outputs_{{'N', name}, {'U', user}, {'P', password}, {'K', key}, {'S', server}} {
+    for (const Output &output : outputs_) {
+      if (output.field != nullptr) {
+        output.field[0] = '\0';
+        wanted_[wanted_count_++] = output.letter;
+      }
+    }
+  }
 
   int32_t parse() {
-    clear_outputs();
-    const char *at = info_;
-    while (*at != '\0') {
-      at = *at == '-' ? option(at + 1) : at + 1;
-    }
-    return check_required();
-  }
-
- private:
-  void clear_outputs() const {
-    for (char *output : {name_, user_, password_, key_, server_}) {
-      if (output != nullptr) {
-        output[0] = '\0';
+    OpenStringReader reader(info_, personality_has(XAPF_LOOKUP_KEY), {wanted_, wanted_count_});
+    OpenOption option{};
+    while (reader.next(option)) {
+      if (option.is_stored) {
+        store(option);
       }
-    }
-  }
-
-  static bool has_key() { return personality_has(XAPF_LOOKUP_KEY); }
-
-  static const char *name_label() { return active_personality().tm_type == XATM_MTS ? "DSN Name" : "LRM Name"; }
-
-  // Handles the option whose letter stands at `at`; returns where to go on.
-  const char *option(const char *at) {
-    switch (toupper(static_cast<unsigned char>(*at))) {
-      case 'N':
-        return store(at + 1, name_, name_label());
-      case 'U':
-        return store(at + 1, user_, "User name");
-      case 'P':
-        return store(at + 1, password_, nullptr);
-      case 'S':
-        return store(at + 1, server_, "ZDB name");
-      case 'K':
-        return has_key() ? store(at + 1, key_, "LRM Lookup Key") : unknown(at);
-      case 'L':
-      case 'T':
-        return skip_value(at + 1);
-      case 'V':
-        return version(at + 1);
-      case 'C':
-        return connection_limit(at);
-      default:
-        return unknown(at);
-    }
-  }
-
-  // Copies a value into its output, unless that is null or there was an error before. No label: the password.
-  const char *store(const char *at, char *output, const char *label) {
-    const char *end = skip_value(at);
-    if (output == nullptr || result_ != XA_OK) {
-      return end;
-    }
-    const auto length = static_cast<size_t>(end - at);
-    constexpr size_t most = XAL_FIELD_SIZE - 1;
-    const size_t kept = length > most ? most : length;
-    memcpy(output, at, kept);
-    output[kept] = '\0';
-    if (length > most) {
-      if (label != nullptr) {
-        trace_.error()("%s Too long, Truncated:\n\t%s\n", label, output);
-      } else {
-        trace_.error()("Password Too long, Truncated.\n");
-      }
-      result_ = XAER_INVAL;
-    }
-    return end;
-  }
-
-  const char *version(const char *at) {
-    if (at[0] != '1' || at[1] != '1' || !is_blank(at[2])) {
-      trace_.error()("Incorrect version identifier in open string %s", info_);
-      result_ = XAER_INVAL;
-    }
-    return skip_value(at);
-  }
-
-  const char *connection_limit(const char *at) {
-    trace_.error()("Incorrect open string %s", info_);
-    trace_.message()("Maximum number of connections must be set in xa_config [all] section");
-    result_ = XAER_INVAL;
-    return skip_value(at);
-  }
-
-  // An unknown letter is only warned of. At the string's end there is no letter, and nothing to skip.
-  const char *unknown(const char *at) const {
-    trace_.warning()("invalid open string %s", info_);
-    const char letter[2] = {*at, '\0'};
-    trace_.message()("flag -%s not recognized", letter);
-    return skip_value(at);
-  }
-
-  int32_t check_required() {
-    if (name_ != nullptr && name_[0] == '\0') {
-      trace_.error()("Invalid open string %s", info_);
-      trace_.message()("Contains no %s (-N)", name_label());
-      result_ = XAER_INVAL;
-    }
-    if (has_key() && key_ != nullptr && key_[0] == '\0') {
-      trace_.error()("Invalid open string %s", info_);
-      trace_.message()("Contains no Lookup key (-K)");
-      result_ = XAER_INVAL;
+      report(option);
     }
     return result_;
   }
 
+ private:
+  struct Output {
+    char letter;
+    char *field;
+  };
+
+  static const char *name_label() { return active_personality().tm_type == XATM_MTS ? "DSN Name" : "LRM Name"; }
+
+  static const char *label_of(char letter) {
+    switch (letter) {
+      case 'N':
+        return name_label();
+      case 'U':
+        return "User name";
+      case 'S':
+        return "ZDB name";
+      default:
+        return "LRM Lookup Key";
+    }
+  }
+
+  char *field_of(char letter) const {
+    const Output *output = outputs_;
+    while (output->letter != letter) {
+      ++output;
+    }
+    return output->field;
+  }
+
+  void store(const OpenOption &option) const {
+    const size_t kept = option.value.size() > longest_open_value ? longest_open_value : option.value.size();
+    char *field = field_of(option.letter);
+    memcpy(field, option.value.data(), kept);
+    field[kept] = '\0';
+  }
+
+  void report(const OpenOption &option) {
+    switch (option.fault) {
+      case OpenFault::none:
+        return;
+      case OpenFault::unknown:
+        return report_unknown(option);
+      case OpenFault::too_long:
+        report_too_long(option.letter);
+        break;
+      case OpenFault::bad_version:
+        trace_.error()("Incorrect version identifier in open string %s", info_);
+        break;
+      case OpenFault::connection_limit:
+        trace_.error()("Incorrect open string %s", info_);
+        trace_.message()("Maximum number of connections must be set in xa_config [all] section");
+        break;
+      case OpenFault::no_name:
+        trace_.error()("Invalid open string %s", info_);
+        trace_.message()("Contains no %s (-N)", name_label());
+        break;
+      case OpenFault::no_key:
+        trace_.error()("Invalid open string %s", info_);
+        trace_.message()("Contains no Lookup key (-K)");
+        break;
+    }
+    result_ = XAER_INVAL;
+  }
+
+  // Only warned of. At the string's end there is no letter.
+  void report_unknown(const OpenOption &option) const {
+    trace_.warning()("invalid open string %s", info_);
+    const char letter[2] = {info_[option.place + 1], '\0'};
+    trace_.message()("flag -%s not recognized", letter);
+  }
+
+  void report_too_long(char letter) const {
+    if (letter == 'P') {
+      trace_.error()("Password Too long, Truncated.\n");
+    } else {
+      trace_.error()("%s Too long, Truncated:\n\t%s\n", label_of(letter), field_of(letter));
+    }
+  }
+
   const TraceScope trace_{"xacmn_parse_open_info", TRACE_NONE};
   const char *info_;
-  char *name_;
-  char *user_;
-  char *password_;
-  char *key_;
-  char *server_;
+  const Output outputs_[5];
+  char wanted_[5] = {};
+  size_t wanted_count_ = 0;
   int32_t result_ = XA_OK;
 };
+
+// Copies the log's path that the open string names; false when there is none that can be used.
+bool log_path_option(const char *open_string, char (&path)[longest_open_log_path + 1]) {
+  const std::optional<OpenMark> mark = find_open_mark(open_string != nullptr ? open_string : "", 'L');
+  if (!mark) {
+    return false;
+  }
+  if (mark->value.size() > longest_open_log_path) {
+    LogLine("xalog_init", XALOG_ERROR, __LINE__)("log file path after -L is longer than %d characters, ignored",
+                                                 static_cast<int32_t>(longest_open_log_path));
+    return false;
+  }
+  memcpy(path, mark->value.data(), mark->value.size());
+  path[mark->value.size()] = '\0';
+  return !mark->value.empty();
+}
 
 }  // namespace
 
 int32_t xacmn_parse_open_info(const char *info, char *name, char *user, char *password, char *key, char *server) {
   return OpenString(info, name, user, password, key, server).parse();
 }
+
+extern "C" {
+
+int32_t xalog_init(const char *open_string, const char *default_path) {
+  xal_log_identify_threads();
+  char path[longest_open_log_path + 1];
+  return xalog_open_file(log_path_option(open_string, path) ? path : default_path);
+}
+
+const char *xacmn_log_flags_set(const char *text) {
+  if (text == nullptr) {
+    return nullptr;
+  }
+  const std::string_view all = text;
+  size_t at = 0;
+  for (auto mark = find_open_mark(all, 'T'); mark; mark = find_open_mark(all, 'T', at)) {
+    xacmn_log_trace_add(mark->value.data());
+    at = mark->place + 2 + mark->value.size();
+  }
+  return text + all.size();
+}
+
+}  // extern "C"

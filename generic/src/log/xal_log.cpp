@@ -5,7 +5,6 @@
 // what a writer reads is atomic. Once open, the log is neither closed nor replaced for the life of the process.
 #include "log/xal_log.h"
 
-#include <cctype>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -24,7 +23,6 @@ constinit std::atomic<uint32_t> xacmn_log_tracing{0};
 namespace {
 
 constexpr int32_t text_size = 4096;          // longest message text built on the stack
-constexpr int32_t open_path_size = 512;      // longest path of an -L option, terminating zero included
 constexpr int32_t identity_text_size = 144;  // 64 bytes as hexadecimal text with its dots
 
 constinit std::atomic<FILE *> log_fd{nullptr};
@@ -86,34 +84,6 @@ const char *thread_text(char *out) {
   }
   xacmn_log_hex_sprintf(out, identity, length > 16 ? 16 : length);
   return out;
-}
-
-bool is_blank(char c) {
-  return isspace(static_cast<unsigned char>(c)) != 0;
-}
-
-// Finds the value of the open string's first -L option and copies it; false when there is none that can be used.
-bool log_path_option(const char *open_string, char *path) {
-  path[0] = '\0';
-  for (const char *at = open_string; at != nullptr && *at != '\0'; ++at) {
-    if (at[0] != '-' || (at[1] != 'L' && at[1] != 'l')) {
-      continue;
-    }
-    const char *value = at + 2;
-    int32_t length = 0;
-    while (value[length] != '\0' && !is_blank(value[length])) {
-      if (length == open_path_size - 1) {
-        LogLine("xalog_init", XALOG_ERROR, __LINE__)("log file path after -L is longer than %d characters, ignored",
-                                                     open_path_size - 1);
-        return false;
-      }
-      ++length;
-    }
-    memcpy(path, value, static_cast<size_t>(length));
-    path[length] = '\0';
-    return length > 0;
-  }
-  return false;
 }
 
 int32_t skip_open(const TraceScope &trace, const char *path) {
@@ -214,12 +184,6 @@ int32_t xalog_open_file(const char *path) {
   }
   trace.message()("%s started", xadtm__Vdate);
   return 1;
-}
-
-int32_t xalog_init(const char *open_string, const char *default_path) {
-  xal_log_identify_threads();
-  char path[open_path_size];
-  return xalog_open_file(log_path_option(open_string, path) ? path : default_path);
 }
 
 }  // extern "C"

@@ -1,19 +1,19 @@
-// Texts for the log: trace keywords, the decoders of flags, codes and XIDs with their name tables, and the entry lines
-// of the XA calls.
+// Texts for the log: trace keywords, the decoders of flags, codes and XIDs, and the entry lines of the XA calls.
 //
 // Every result buffer is the calling thread's, so a text stays valid until that thread's next call with the same
 // buffer. Of what threads share, only the trace mask is written, by OR.
 #include <pthread.h>
 
-#include <cctype>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "base/xal_lookup_results.h"
+#include "base/xal_xa_names.h"
 #include "base/xal_xid.h"
 #include "log/xal_log.h"
+#include "log/xal_trace_keywords.h"
 #include "quillet.h"
 
 namespace {
@@ -23,75 +23,10 @@ struct NamedCode {
   int32_t code;
 };
 
-struct TraceKeyword {
-  const char *keyword;
-  uint32_t bits;
-};
-
 // clang-format off
-constexpr TraceKeyword xacmn_log_trace_tbl[] = {
-    // keyword  bits
-    {"xa",      XATR_XA},
-    {"xl",      XATR_RM},
-    {"xc",      XATR_CONN},
-    {"cmn",     XATR_FUNCTION},
-    {"event",   XATR_EVENT},
-    {"misc",    XATR_MISC},
-    {"os",      XATR_ZDB},
-    {"xs",      XATR_ZDB},
-    {"ct",      XATR_QUILLET},
-    {"v",       XATR_VERBOSE},
-    {"all",     0xFFFFFFFF},
-    {nullptr,   0},
-};
-
-constexpr NamedCode xacmn_log_xaflag_tbl[] = {
-    // name           bit
-    {"TMNOFLAGS",     TMNOFLAGS},
-    {"TMREGISTER",    TMREGISTER},
-    {"TMNOMIGRATE",   TMNOMIGRATE},
-    {"TMUSEASYNC",    TMUSEASYNC},
-    {"TMASYNC",       TMASYNC},
-    {"TMONEPHASE",    TMONEPHASE},
-    {"TMFAIL",        TMFAIL},
-    {"TMNOWAIT",      TMNOWAIT},
-    {"TMRESUME",      TMRESUME},
-    {"TMSUCCESS",     TMSUCCESS},
-    {"TMSUSPEND",     TMSUSPEND},
-    {"TMSTARTRSCAN",  TMSTARTRSCAN},
-    {"TMENDRSCAN",    TMENDRSCAN},
-    {"TMMULTIPLE",    TMMULTIPLE},
-    {"TMJOIN",        TMJOIN},
-    {"TMMIGRATE",     TMMIGRATE},
-    {nullptr,         0},
-};
-
-constexpr NamedCode xacmn_log_xarc_tbl[] = {
+// What a lookup answers beside XA codes.
+constexpr NamedCode lookup_result_names[] = {
     // name                                          code
-    {"XA_RBROLLBACK",                                XA_RBROLLBACK},
-    {"XA_RBCOMMFAIL",                                XA_RBCOMMFAIL},
-    {"XA_RBDEADLOCK",                                XA_RBDEADLOCK},
-    {"XA_RBINTEGRITY",                               XA_RBINTEGRITY},
-    {"XA_RBOTHER",                                   XA_RBOTHER},
-    {"XA_RBPROTO",                                   XA_RBPROTO},
-    {"XA_RBTIMEOUT",                                 XA_RBTIMEOUT},
-    {"XA_RBTRANSIENT",                               XA_RBTRANSIENT},
-    {"XA_NOMIGRATE",                                 XA_NOMIGRATE},
-    {"XA_HEURHAZ",                                   XA_HEURHAZ},
-    {"XA_HEURCOM",                                   XA_HEURCOM},
-    {"XA_HEURRB",                                    XA_HEURRB},
-    {"XA_HEURMIX",                                   XA_HEURMIX},
-    {"XA_RETRY",                                     XA_RETRY},
-    {"XA_RDONLY",                                    XA_RDONLY},
-    {"XA_OK",                                        XA_OK},
-    {"XAER_ASYNC",                                   XAER_ASYNC},
-    {"XAER_RMERR",                                   XAER_RMERR},
-    {"XAER_NOTA",                                    XAER_NOTA},
-    {"XAER_INVAL",                                   XAER_INVAL},
-    {"XAER_PROTO",                                   XAER_PROTO},
-    {"XAER_RMFAIL",                                  XAER_RMFAIL},
-    {"XAER_DUPID",                                   XAER_DUPID},
-    {"XAER_OUTSIDE",                                 XAER_OUTSIDE},
     {"XCRET_MATCH -- Found matching XID",            XCRET_MATCH},
     {"XCRET_CONN -- Found unused connection",        XCRET_CONN},
     {"XCRET_ASSOC -- Found associated connection",   XCRET_ASSOC},
@@ -211,14 +146,6 @@ const char *name_of(const NamedCode *table, int32_t code) {
   return "";
 }
 
-size_t keyword_length(const char *text) {
-  size_t length = 0;
-  while (text[length] != '\0' && isspace(static_cast<unsigned char>(text[length])) == 0) {
-    ++length;
-  }
-  return length;
-}
-
 }  // namespace
 
 extern "C" {
@@ -229,34 +156,18 @@ const char *xacmn_log_trace_add(const char *text) {
   if (text == nullptr) {
     return nullptr;
   }
-  const size_t length = keyword_length(text);
-  for (const TraceKeyword *row = xacmn_log_trace_tbl; row->keyword != nullptr; ++row) {
-    if (strncmp(row->keyword, text, length) == 0) {
-      xacmn_log_tracing.fetch_or(row->bits, std::memory_order_relaxed);
-      break;
-    }
+  if (const TraceKeyword *row = find_trace_keyword(text)) {
+    xacmn_log_tracing.fetch_or(row->bits, std::memory_order_relaxed);
   }
-  return text + length;
-}
-
-const char *xacmn_log_flags_set(const char *text) {
-  if (text == nullptr) {
-    return nullptr;
-  }
-  while (*text != '\0') {
-    if (text[0] == '-' && (text[1] == 'T' || text[1] == 't')) {
-      text = xacmn_log_trace_add(text + 2);
-    } else {
-      ++text;
-    }
-  }
-  return text;
+  return text + trace_word_length(text);
 }
 
 // ---- Decoders -------------------------------------------------------------------------------------------------------
 
 const char *xacmn_log_dump_xarc(int32_t code) {
-  return formatted(&ThreadTexts::xacmn_log_dump_xarc_buf, "[%s]", name_of(xacmn_log_xarc_tbl, code));
+  const char *name = name_of_xa_code(code);
+  return formatted(&ThreadTexts::xacmn_log_dump_xarc_buf, "[%s]",
+                   name != nullptr ? name : name_of(lookup_result_names, code));
 }
 
 const char *xacmn_log_dump_csrc(int32_t code) {
@@ -287,16 +198,16 @@ const char *xacmn_log_dump_xaflags(int32_t flags) {
   char *out = texts->xacmn_log_dump_xaflags_buf;
   *out++ = '[';
   auto rest = static_cast<uint32_t>(flags);
-  for (const NamedCode *row = xacmn_log_xaflag_tbl; row->name != nullptr; ++row) {
-    const auto bit = static_cast<uint32_t>(row->code);
+  for (const XaName &flag : xa_flag_names) {
+    const auto bit = static_cast<uint32_t>(flag.number);
     if ((rest & bit) == 0) {
       continue;
     }
     if (out[-1] != '[') {
       *out++ = '|';
     }
-    const size_t length = strlen(row->name);
-    memcpy(out, row->name, length);
+    const size_t length = strlen(flag.name);
+    memcpy(out, flag.name, length);
     out += length;
     rest &= ~bit;
   }

@@ -112,7 +112,7 @@ TEST(Settle, outcomes_reach_the_server_and_show_in_the_exit_status) {
   EXPECT_EQ(left.find("l34"), std::string::npos);
   EXPECT_EQ(left.find("l38"), std::string::npos);
   EXPECT_EQ(left.find("l3c"), std::string::npos);
-  EXPECT_NE(left.find("5841_l3g_og_:L1\theuristically rolled back"), std::string::npos) << left;
+  EXPECT_NE(left.find("5841_l3g_og_:L1\theuristic-rollback"), std::string::npos) << left;
   EXPECT_NE(left.find("5841_l3k_og_:L1\tprepared"), std::string::npos) << left;
 }
 
