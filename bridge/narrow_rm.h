@@ -50,8 +50,7 @@ int32_t open_and_remember(const NarrowRm &rm, const char *info, int32_t rmid, in
 int32_t close_and_forget(const NarrowRm &rm, const char *info, int32_t rmid, int32_t flags);
 
 // What the manager gets for an answer of libxadtm that is not XA_OK.
-int32_t judged(const NarrowRm &rm, const WideVerb &verb, const XID &xid, int32_t rmid, int32_t flags,
-                             int32_t answer);
+int32_t judged(const NarrowRm &rm, const WideVerb &verb, const XID &xid, int32_t rmid, int32_t flags, int32_t answer);
 
 int32_t recover_in_chunks(const NarrowRm &rm, xadtm_lp64_xid *xids, long count, int32_t rmid, int32_t flags);
 // Ends a scan without taking anything from it: 0 for whatever the manager has open, also when no scan is. XAER_RMERR
