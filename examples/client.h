@@ -15,7 +15,7 @@ int run_sql(QLT_CONNECTION *connection, const char *statement);
 
 /*
  * The connection of the branch that the calling thread has started on this LRM through the TXS switch, or null when
- * there is none. It belongs to libxadtm: ask for it anew in each branch, use it between xa_start and xa_end only, and
+ * there is none. It belongs to libxadtm: ask for it again in each branch, use it between xa_start and xa_end only, and
  * never close it. (Under TUX a connection is published without the thread: threadlen is QLT_UNUSED. libxadtm(3) says
  * what MTS adds.)
  */

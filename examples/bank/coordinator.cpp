@@ -101,7 +101,7 @@ int32_t Coordinator::open_one(Manager &manager) {
   return code;
 }
 
-// Makes an XA call on a resource manager, which is opened anew when need be: XAER_RMFAIL when that fails.
+// Makes an XA call on a resource manager, which is opened again if need be: XAER_RMFAIL when that fails.
 int32_t Coordinator::call(const std::string &text, Manager &manager, const std::function<int32_t()> &verb) {
   if (!manager.open && open_one(manager) != XA_OK) {
     return XAER_RMFAIL;

@@ -125,7 +125,7 @@ class Lixa {
     }
   }
 
-  // A fresh process: opens anew, and completes what its records and the scan name.
+  // A fresh process: opens again, and completes what its records and the scan name.
   void recover() {
     for (const int rmid : both) {
       if (tm_.open(rmid, open_string(rmid)) != XA_OK) {

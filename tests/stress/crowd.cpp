@@ -40,7 +40,7 @@ class Crowd {
   std::vector<Process> workers_;
 };
 
-// Kills a worker every while and starts it anew, which recovers its own transactions first.
+// Kills a worker every while and starts it again, which recovers its own transactions first.
 int32_t Crowd::disturb(std::chrono::seconds duration) {
   const auto end = std::chrono::steady_clock::now() + duration;
   std::uniform_int_distribution<int> pause(100, 600);

@@ -100,6 +100,6 @@ int check_command(const Arguments &arguments) {
   report_name(stored_value(options, 'N'));
   const bool usable = trial.fine && log_is_fine;
   std::cout << (usable ? "A transaction manager can use it as it stands.\n"
-                       : "A transaction manager cannot use it: mend what is said above, then check again.\n");
+                       : "A transaction manager cannot use it: correct what is said above, then check again.\n");
   return usable ? exit_done : exit_refused;
 }

@@ -64,7 +64,7 @@ std::vector<std::string> read_values(INTL_READER &reader) {
 }
 
 ConfigPart read_part(INTL_READER &reader, const char *name, int32_t status) {
-  ConfigPart part{name, {}, status == 0 ? "" : "it holds a malformed line; mend that"};
+  ConfigPart part{name, {}, status == 0 ? "" : "it holds a malformed line; correct it"};
   while (const char *entry = intl_nextentry(&reader, &status)) {
     ConfigLine line;
     line.name = entry;

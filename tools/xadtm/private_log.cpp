@@ -30,8 +30,8 @@ constexpr Advice advices[] = {
     {"Configuration file search path",
      "no readable file is there; put xa_config there or set XACONFIGFILE to its path"},
     {"maxoutconn", "remove the entry, and write properties=CS_MAX_CONNECT=NUMBER in the [all] section"},
-    {"section not found in config file", "mend the malformed line before or in the [all] section"},
-    {"No xa section", "mend the malformed line in the section that the search for the LRM stopped at"},
+    {"section not found in config file", "correct the malformed line before or in the [all] section"},
+    {"No xa section", "correct the malformed line in the section that the search for the LRM stopped at"},
     {"Maximum number of", "remove settings: nine properties, nine options and 53 capabilities are kept"},
     {"(CS_SET, ",
      "the client library or the server does not take this setting; if the configuration names it, remove it there or "

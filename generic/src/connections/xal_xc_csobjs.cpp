@@ -96,7 +96,7 @@ CursorStep remove_next_cursor(const TraceScope &trace, CS_CONTEXT *context, XA_C
   QLT_OBJECT_DATA cursor{};
   cursor.buffer = buffer;
   cursor.buflen = sizeof buffer;
-  // A lookup that fails fills nothing, and is told by that.
+  // A lookup that fails fills nothing, and is recognised by that.
   static_cast<void>(cs_objects(context, CS_GET, &name, &cursor));
   if (cursor.command == nullptr) {
     clear_cursor_table(trace, context, name, cursor);

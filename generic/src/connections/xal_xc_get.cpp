@@ -19,8 +19,8 @@ namespace {
 
 constexpr uint32_t by_state = XCF_ASSOC | XCF_SUSPEND | XCF_RECOVER;
 
-// A thread is told by the address of its count of holds. It is small enough for the room that the loader gives each
-// thread at its start: one that is made at its first use ends the process when there is no memory for it.
+// A thread is recognised by the address of its count of holds. It is small enough for the room that the loader gives
+// each thread at its start: one that is made at its first use ends the process when there is no memory for it.
 [[gnu::tls_model("initial-exec")]] thread_local constinit int32_t holds_of_thread = 0;
 
 bool held(const XA_CONNECTION *conn) {

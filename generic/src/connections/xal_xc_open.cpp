@@ -2,7 +2,7 @@
 // re-making of a lost connection under a record that stays in its list.
 //
 // Runs under the serialisation mutex, the login too. Only the readiness check, while it waits for the server, and the
-// closing of a connection that is made anew give it up. Meanwhile lrm_opens keeps the LRM, and a hold keeps a record
+// closing of a connection that is replaced give it up. Meanwhile lrm_opens keeps the LRM, and a hold keeps a record
 // that is being reopened.
 #include "common_routines.h"
 #include "config/xal_config.h"

@@ -41,7 +41,7 @@ bool must_wait(XA_CONNECTION *conn, const XID *xid) {
   return xa__dtm_status(conn, xid) == XA_OK && conn->transtat == DTM_STATE_ATTACHED;
 }
 
-// Sends the request, once more on a connection made anew when the first was lost. *conn is null when it is gone.
+// Sends the request, once more on a new connection when the first was lost. *conn is null when it is gone.
 int32_t send_completion(const Completion &verb, const XID *xid, int32_t rmid, int32_t flags, XA_CONNECTION **conn) {
   (*conn)->xc_state = verb.busy_state;
   verb_set_branch(*conn, *xid);

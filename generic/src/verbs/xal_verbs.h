@@ -22,7 +22,7 @@ inline bool flags_accepted(std::span<const int32_t> valid, int32_t flags) {
   return false;
 }
 
-// What a verb was called with, as its entry line shows it. The text is built anew at every use, since a nested verb
+// What a verb was called with, as its entry line shows it. The text is built at every use, since a nested verb
 // overwrites the buffer it is built in.
 class EntryLine {
  public:
@@ -111,7 +111,7 @@ void verb_free(XA_CONNECTION *conn);
 // refused connection as it is, XAER_RMFAIL after closing the resource manager for everything else.
 int32_t verb_lookup_failed(int32_t found, XA_CONNECTION *conn, int32_t rmid);
 
-// True for the two codes after which a connection is made anew and the request repeated.
+// True for the two codes after which a new connection is made and the request repeated.
 inline bool verb_connection_lost(int32_t code) {
   return code == XAER_RMFAIL || code == XAER_RMERR;
 }

@@ -41,7 +41,7 @@ bool close_one(XA_CONNECTION *conn, int32_t rmid, EndedBranch &ended) {
     }
     ended = {conn, conn->xc_xid};
     xc_release(conn);
-    // Whatever came of it, the next round closes the connection, unless another thread has it joined anew by then.
+    // Whatever came of it, the next round closes the connection, unless another thread has joined it again by then.
     if (xa_end(&ended.xid, rmid, TMSUCCESS) == XA_OK) {
       ended.conn = nullptr;
     }

@@ -1,5 +1,5 @@
 // xa_end: ends the association of a branch with a connection. A plain suspend stays in the library, and a resume in the
-// same thread identity undoes it without asking the server; everything else is told to the server and frees the
+// same thread identity undoes it without asking the server; everything else goes to the server and frees the
 // connection.
 #include "connections/xal_conn.h"
 #include "connections/xal_context.h"
@@ -91,7 +91,7 @@ int32_t clean_up(const EndCall &call) {
   return error;
 }
 
-// Rolls the branch back on a connection made anew, after the old one was lost with its end.
+// Rolls the branch back on a new connection, after the old one was lost with its end.
 int32_t roll_back_lost(EndCall &call) {
   const int32_t reopened = xc_reopen_conn(call.rmid, call.conn, &call.conn);
   if (reopened != XA_OK) {

@@ -9,7 +9,7 @@ namespace {
 
 constexpr int32_t validflags[] = {TMSTARTRSCAN, TMSTARTRSCAN | TMENDRSCAN, TMENDRSCAN, TMNOFLAGS, -1};
 
-// Asks for the next XIDs. A connection lost at the start of a scan is made anew once; later the scan is lost with it.
+// Asks for the next XIDs. A connection lost at the start of a scan is replaced once; later the scan is lost with it.
 int32_t scan(XID *xids, int32_t count, int32_t rmid, int32_t flags, XA_CONNECTION **conn) {
   (*conn)->xc_state = XCS_RECOVER;
   const int32_t ret = xa__dtm_recover(*conn, xids, count, flags);

@@ -214,7 +214,7 @@ int32_t check_suspended(const StartCall &call) {
   }
 }
 
-// Sends the start, once more on a connection made anew when the first was lost.
+// Sends the start, once more on a new connection when the first was lost.
 int32_t send_start(StartCall &call, int32_t flags) {
   const int32_t ret = xa__dtm_start(call.conn, call.xid, flags);
   if (!verb_connection_lost(ret)) {

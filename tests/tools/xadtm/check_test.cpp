@@ -167,7 +167,7 @@ TEST(Check, passwords_are_kept_however_they_are_chosen_and_misplaced) {
       EXPECT_FALSE(outcome.says("topSecret")) << outcome.output;
       EXPECT_TRUE(outcome.says("CS_TIMEOUT=(value not shown)  <- not in force")) << outcome.output;
       EXPECT_TRUE(
-          outcome.says("  [xa]  <- not used: it holds a malformed line; mend that\n    password (rest not shown)"))
+          outcome.says("  [xa]  <- not used: it holds a malformed line; correct it\n    password (rest not shown)"))
           << outcome.output;
     }
   }
@@ -215,7 +215,7 @@ TEST(Check, what_cannot_be_used_is_refused_with_its_cure) {
       {good, "XACONFIGFILE=/nowhere/xa", "  not readable: /nowhere/xa\n"},
       {good, "env -u XACONFIGFILE TARVEX=/nowhere TARVEX_QLT=q", "  not readable: /nowhere/q/config/xa_config\n"},
       {good, "XACONFIGFILE=malformed", "[xa]  <- not used: it holds a malformed line"},
-      {good, "XACONFIGFILE=malformed", "-> mend the malformed line"},
+      {good, "XACONFIGFILE=malformed", "-> correct the malformed line"},
       {good, "XACONFIGFILE=unread", "      CS_PASSWORD=(value not shown)  <- not in force: the entry takes"},
       {good, "XACONFIGFILE=stray", "    password (rest not shown)\n"},
       {good, "XACONFIGFILE=stray", "  [xa (rest not shown)]  <- not used: it holds a malformed line"},
