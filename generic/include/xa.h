@@ -1,9 +1,8 @@
 /*
  * xa.h - the X/Open XA interface: branch identifiers, flags, return codes and the switch record.
  *
- * Names and values are those of the XA standard (X/Open's "Distributed Transaction Processing: The XA Specification"),
- * whose chapters are given below. Every word is a signed 32-bit integer on every platform, so an XID is
- * always 140 bytes and the switch record's flags and version are always 32 bits wide.
+ * Names and values are those of the XA standard, whose chapters are given below. Every word is a signed 32-bit integer
+ * on every platform, so an XID is always 140 bytes and the switch record's flags and version are always 32 bits wide.
  */
 #ifndef XA_H
 #define XA_H
